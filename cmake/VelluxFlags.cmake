@@ -1,0 +1,13 @@
+# Arithmetic must be exact and reproducible: no fused multiply-add contraction, no fast math,
+# no host-specific instruction sets. The 32-bit build adds -msse2 -mfpmath=sse through its preset.
+add_compile_options(-ffp-contract=off -fno-fast-math -Wall -Wextra -Wshadow=local)
+
+# Plug-in side compile options: nothing leaves the library unless marked, no exceptions, no RTTI.
+set(VELLUX_PLUGIN_CXX_OPTIONS -fvisibility=hidden -fvisibility-inlines-hidden -fno-exceptions -fno-rtti)
+
+# Sanitizer build: -DVELLUX_SANITIZE=ON
+option(VELLUX_SANITIZE "AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
+if(VELLUX_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()

@@ -1,0 +1,43 @@
+#include "globals.h"
+
+#include "kit/dialog_items.h"
+#include "kit/host_services.h"
+
+uint8_t* sTheControlData = nullptr;
+int32_t sTheControlDataSize = 0;
+uint8_t* sThePluginData = nullptr;
+int32_t sThePluginDataSize = 0;
+KVPluginRoutine sTheHostProc = nullptr;
+void* sTheHostReference = nullptr;
+
+IFFType globalValidation1 = 0;
+IFFType globalValidation2 = 0;
+KV_ResourceFile* resourceFile = nullptr;
+
+void InitGlobals(bool initFlag) {
+    if (!initFlag && globalValidation1 == kGlobalValidation1 && globalValidation2 == kGlobalValidation2) {
+        resourceFile = nullptr;
+        return;
+    }
+    globalValidation1 = kGlobalValidation1;
+    globalValidation2 = kGlobalValidation2;
+    InitUtils();
+    resourceFile = nullptr;
+}
+
+void CloseTheResource() {
+    if (resourceFile == nullptr) return;
+    KV_CloseResourceFile(resourceFile);
+    resourceFile = nullptr;
+}
+
+void TakeHeader(const PluginInfoRec* theInfo) {
+    const PluginInfoRec none{};
+    const PluginInfoRec& header = theInfo != nullptr ? *theInfo : none;
+    sTheControlData = header.theControlData;
+    sTheControlDataSize = header.theControlDataSize;
+    sThePluginData = header.thePluginData;
+    sThePluginDataSize = header.thePluginDataSize;
+    sTheHostReference = header.theHostReference;
+    sTheHostProc = header.theHostProc;
+}

@@ -1,0 +1,177 @@
+// Animation channels: publishing, keying and loading through the channel commands.
+#include <cmath>
+#include <cstring>
+
+#include "support/plugin_fixture.h"
+
+namespace {
+
+template <typename T>
+std::vector<uint8_t> Bytes(const T& value) {
+    std::vector<uint8_t> out(sizeof(T));
+    std::memcpy(out.data(), &value, sizeof(T));
+    return out;
+}
+
+std::vector<uint8_t> ColorBytes(int16_t r, int16_t g, int16_t b) {
+    const int16_t rgb[3] = {r, g, b};
+    std::vector<uint8_t> out(sizeof(rgb));
+    std::memcpy(out.data(), rgb, sizeof(rgb));
+    return out;
+}
+
+class ChannelTest : public PluginTest {
+protected:
+    void SetUp() override {
+        PluginTest::SetUp();
+        Fake().ringCount = 2;
+        Fake().layoutBytes = 24;   // a settled record: channel commands make no memory calls
+        ASSERT_EQ(Init(), kNoError);
+        host.ClearLog();
+    }
+};
+
+}  // namespace
+
+TEST_F(ChannelTest, PublishesTheElevenChannelsInOrder) {
+    ASSERT_EQ(InitChannels(), kNoError);
+    ASSERT_EQ(host.channels.size(), 11u);
+    const char* names[] = {"Lens Flare", "Intensity", "Dissolve", "Anamorphic Factor", "Ring Size", "Ring Color",
+                           "Star Rotation", "Streak Density", "Streak Intensity", "Streak Sharpness", ""};
+    const IFFType types[] = {kChannelLabel, kChannelReal, kChannelReal, kChannelReal, kChannelReal, kChannelColor,
+                             kChannelReal,  kChannelReal, kChannelReal, kChannelReal, kChannelEnd};
+    for (int i = 0; i < 11; ++i) {
+        EXPECT_EQ(host.channels[i]->id, i + 1);
+        EXPECT_EQ(host.channels[i]->name, names[i]);
+        EXPECT_EQ(host.channels[i]->type, types[i]);
+    }
+    // Each value channel starts from the current setting.
+    EXPECT_EQ(host.FindChannel(2)->defaultValue, Bytes(control().flareIntensity));
+    EXPECT_EQ(host.FindChannel(10)->defaultValue, Bytes(control().flareStreakSharpness));
+    EXPECT_EQ(host.FindChannel(6)->defaultValue, ColorBytes(0x5050, 0x1414, 0x0A0A));
+    EXPECT_TRUE(host.FindChannel(1)->defaultValue.empty());
+    EXPECT_EQ(data().flareLabelChannel, host.FindChannel(1));
+    EXPECT_EQ(data().flareStreakSharpnessChannel, host.FindChannel(10));
+    EXPECT_EQ(data().flareEndChannel, host.FindChannel(11));
+    EXPECT_EQ(data().flareRotationChannel, nullptr);
+}
+
+TEST_F(ChannelTest, FailedPublishingLeavesTheRestUnpublished) {
+    host.FailCall(kHostAddChannel, 3, 9);
+    EXPECT_EQ(InitChannels(), 9);
+    EXPECT_EQ(host.Count(kHostAddChannel), 3);
+    EXPECT_NE(data().flareIntensityChannel, nullptr);
+    EXPECT_EQ(data().flareDissolveChannel, nullptr);
+    EXPECT_EQ(data().flareEndChannel, nullptr);
+}
+
+TEST_F(ChannelTest, UpdateKeysNineChannelsOnEveryFrameOfTheRange) {
+    ASSERT_EQ(InitChannels(), kNoError);
+    host.ClearLog();
+    ASSERT_EQ(UpdateChannels(10, 12), kNoError);
+    EXPECT_EQ(host.Count(kHostSetChannel), 27);
+    EXPECT_EQ(host.calls.front().channelID, 2);
+    EXPECT_EQ(host.calls.front().frame, 10);
+    EXPECT_EQ(host.calls.back().channelID, 10);
+    EXPECT_EQ(host.calls.back().frame, 12);
+    EXPECT_EQ(host.FindChannel(6)->keys.at(11), ColorBytes(0x5050, 0x1414, 0x0A0A));
+    EXPECT_EQ(host.FindChannel(1)->keys.size(), 0u);
+
+    host.ClearLog();
+    ASSERT_EQ(UpdateChannels(5, 4), kNoError);
+    EXPECT_TRUE(host.calls.empty());
+}
+
+TEST_F(ChannelTest, UpdateToTheLastFrameNumberEnds) {
+    ASSERT_EQ(InitChannels(), kNoError);
+    host.ClearLog();
+    ASSERT_EQ(UpdateChannels(INT32_MAX - 1, INT32_MAX), kNoError);
+    EXPECT_EQ(host.Count(kHostSetChannel), 18);
+}
+
+TEST_F(ChannelTest, LoadPullsTheFrameIntoTheSettings) {
+    ASSERT_EQ(InitChannels(), kNoError);
+    host.FindChannel(2)->keys[4] = Bytes(2.5);
+    host.FindChannel(6)->keys[4] = ColorBytes(1, 2, 3);
+    host.FindChannel(8)->keys[4] = Bytes(7.0);
+    const int16_t alpha = control().flareRingColor.alpha;
+    ASSERT_EQ(LoadChannels(4), kNoError);
+    EXPECT_EQ(host.Count(kHostGetChannel), 9);
+    EXPECT_EQ(control().flareIntensity, 2.5);
+    EXPECT_EQ(control().flareStreakDensity, 7.0);
+    EXPECT_EQ(control().flareRingColor.red, 1);
+    EXPECT_EQ(control().flareRingColor.green, 2);
+    EXPECT_EQ(control().flareRingColor.blue, 3);
+    EXPECT_EQ(control().flareRingColor.alpha, alpha);
+}
+
+TEST_F(ChannelTest, LoadClampsDissolve) {
+    ASSERT_EQ(InitChannels(), kNoError);
+    const std::pair<double, double> cases[] = {{1.5, 1.0}, {-0.2, 0.0}, {0.3, 0.3}, {std::nan(""), 0.0}};
+    for (auto [keyed, expected] : cases) {
+        host.FindChannel(3)->keys[1] = Bytes(keyed);
+        ASSERT_EQ(LoadChannels(1), kNoError);
+        EXPECT_EQ(control().flareDissolve, expected) << "keyed " << keyed;
+    }
+}
+
+TEST_F(ChannelTest, WrongAnswerToARead) {
+    ASSERT_EQ(InitChannels(), kNoError);
+    host.onGetChannel = [](HostGetChannelRec& rec) {
+        if (rec.theChannelID == 6) rec.theChannelType = kChannelReal;
+    };
+    host.ClearLog();
+    EXPECT_EQ(LoadChannels(0), kIncompatibleRecord);
+    EXPECT_EQ(host.Count(kHostGetChannel), 5);   // IDs 2 to 6; nothing after the failure
+
+    host.onGetChannel = [](HostGetChannelRec& rec) {
+        if (rec.theChannelID == 3) rec.theChannelData = nullptr;
+    };
+    EXPECT_EQ(LoadChannels(0), kIncompatibleRecord);
+    host.onGetChannel = [](HostGetChannelRec& rec) {
+        if (rec.theChannelID == 2) rec.theChannelID = 5;
+    };
+    EXPECT_EQ(LoadChannels(0), kIncompatibleRecord);
+}
+
+TEST_F(ChannelTest, LoadBeforePublishingIsOutOfSequence) {
+    EXPECT_EQ(LoadChannels(0), kOutOfSequence);
+    ASSERT_EQ(InitChannels(), kNoError);
+    ASSERT_EQ(LoadChannels(0), kNoError);
+    ASSERT_EQ(Init(), kNoError);   // a rebuilt record forgets its channels
+    EXPECT_EQ(LoadChannels(0), kOutOfSequence);
+}
+
+TEST_F(PluginTest, EmptyFlarePublishesAndLoadsNothing) {
+    ASSERT_EQ(Init(), kNoError);
+    ASSERT_EQ(InitChannels(), kNoError);
+    EXPECT_EQ(host.Count(kHostAddChannel), 0);
+    ASSERT_EQ(LoadChannels(0), kNoError);
+    EXPECT_EQ(host.Count(kHostGetChannel), 0);
+    ASSERT_EQ(UpdateChannels(0, 3), kNoError);
+    EXPECT_EQ(host.Count(kHostSetChannel), 0);
+}
+
+TEST_F(PluginTest, HostWithoutChannelsIsNoError) {
+    host.rchnAnswer = kUnsupportedCommand;
+    EXPECT_EQ(Init(), kNoError);
+    EXPECT_EQ(host.resets, 1);
+    TestHost refusing;
+    refusing.rchnAnswer = 7;
+    PluginInitializeRec block{};
+    EXPECT_EQ(refusing.Send(kCmdInitialize, block), 7);
+    EXPECT_EQ(refusing.calls.size(), 1u);
+}
+
+TEST_F(PluginTest, ChannelCommandsRejectShortBlocks) {
+    PluginInitializeChannelRec init{};
+    PluginUpdateChannelRec update{};
+    PluginLoadChannelRec load{};
+    PluginFinishChannelRec finish{};
+    EXPECT_EQ(host.Send(kCmdInitializeChannel, init, int32_t(sizeof(init)) - 1), kIncompatibleRecord);
+    EXPECT_EQ(host.Send(kCmdUpdateChannel, update, int32_t(sizeof(update)) - 1), kIncompatibleRecord);
+    EXPECT_EQ(host.Send(kCmdLoadChannel, load, int32_t(sizeof(load)) - 1), kIncompatibleRecord);
+    EXPECT_EQ(host.Send(kCmdFinishChannel, finish, int32_t(sizeof(finish)) - 1), kIncompatibleRecord);
+    EXPECT_EQ(host.Send(kCmdFinishChannel, finish), kNoError);
+    EXPECT_TRUE(host.calls.empty());
+}
