@@ -40,8 +40,12 @@ int32_t HostSession::Answer(IFFType selector, int32_t size, void* record) {
         auto* rec = As<HostAllocateRec>(size, record);
         if (rec == nullptr || rec->theControlDataSize < 0 || rec->thePluginDataSize < 0) return kIncompatibleRecord;
         if (rec->thePluginDataSize > freeBytes_) return kMemoryError;
+        // A block that shrinks gives its memory back: the working record is grown to all the
+        // free memory while it is filled, and must not keep it afterwards.
         control_.resize(size_t(rec->theControlDataSize));
         plugin_.resize(size_t(rec->thePluginDataSize));
+        control_.shrink_to_fit();
+        plugin_.shrink_to_fit();
         rec->theControlData = BlockOf(control_);
         rec->theControlDataSize = int32_t(control_.size());
         rec->thePluginData = BlockOf(plugin_);

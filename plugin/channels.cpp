@@ -54,6 +54,17 @@ int32_t ValueSize(const ChannelSpec& spec) {
 
 bool HasNoFlare(const PluginDataRec* theData) { return theData->flareRingCount == 0 && theData->flareStreakCount == 0; }
 
+// GCHN and SCHN records share their fields: which channel, at which frame.
+template <typename Record>
+Record ChannelRecord(void* theChannel, int32_t theID, IFFType theType, int32_t theFrame) {
+    Record rec{};
+    rec.theChannelReference = theChannel;
+    rec.theChannelID = theID;
+    rec.theChannelType = theType;
+    rec.theChannelFrame = theFrame;
+    return rec;
+}
+
 // The validation every channel command starts with: block size, then the records.
 int32_t CheckChannelCommand(int32_t theSize, int32_t recordSize) {
     if (theSize < recordSize) return kIncompatibleRecord;
@@ -79,11 +90,7 @@ void* AddChannel(int32_t theID, IFFType theType, const unsigned char* theName, v
 void GetChannel(void* theChannel, int32_t theID, IFFType theType, int32_t theFrame, void* theData, int32_t theSize,
                 int32_t* theResult) {
     if (*theResult != kNoError || theChannel == nullptr) return;
-    HostGetChannelRec rec{};
-    rec.theChannelReference = theChannel;
-    rec.theChannelID = theID;
-    rec.theChannelType = theType;
-    rec.theChannelFrame = theFrame;
+    auto rec = ChannelRecord<HostGetChannelRec>(theChannel, theID, theType, theFrame);
     *theResult = CallHost(kHostGetChannel, &rec);
     if (*theResult != kNoError) return;
     if (rec.theChannelID == theID && rec.theChannelData != nullptr && rec.theChannelType == theType)
@@ -95,11 +102,7 @@ void GetChannel(void* theChannel, int32_t theID, IFFType theType, int32_t theFra
 void SetChannel(void* theChannel, int32_t theID, IFFType theType, int32_t theFrame, void* theData,
                 int32_t* theResult) {
     if (*theResult != kNoError || theChannel == nullptr) return;
-    HostSetChannelRec rec{};
-    rec.theChannelReference = theChannel;
-    rec.theChannelID = theID;
-    rec.theChannelType = theType;
-    rec.theChannelFrame = theFrame;
+    auto rec = ChannelRecord<HostSetChannelRec>(theChannel, theID, theType, theFrame);
     rec.theChannelData = theData;
     *theResult = CallHost(kHostSetChannel, &rec);
 }

@@ -34,10 +34,12 @@ void CloseTheResource() {
 void TakeHeader(const PluginInfoRec* theInfo) {
     const PluginInfoRec none{};
     const PluginInfoRec& header = theInfo != nullptr ? *theInfo : none;
+    // A record without a block has no size, whatever the header says; so nothing is ever
+    // read from or written to a null record.
     sTheControlData = header.theControlData;
-    sTheControlDataSize = header.theControlDataSize;
+    sTheControlDataSize = header.theControlData != nullptr ? header.theControlDataSize : 0;
     sThePluginData = header.thePluginData;
-    sThePluginDataSize = header.thePluginDataSize;
+    sThePluginDataSize = header.thePluginData != nullptr ? header.thePluginDataSize : 0;
     sTheHostReference = header.theHostReference;
     sTheHostProc = header.theHostProc;
 }

@@ -167,6 +167,16 @@ TEST_F(PluginTest, ShortControlBlockIsNeverWrittenPast) {
     EXPECT_EQ(host.resets, 1);
 }
 
+TEST_F(PluginTest, HeaderClaimingSizesForNullRecords) {
+    PluginInitializeRec block{};
+    block.theInfo = host.Info();
+    block.theInfo.theControlDataSize = int32_t(sizeof(ControlDataRec));
+    block.theInfo.thePluginDataSize = 1 << 20;
+    ASSERT_EQ(host.SendRaw(kCmdInitialize, int32_t(sizeof(block)), &block), kNoError);
+    EXPECT_EQ(host.Selectors(), Seq({kHostResetChannel, kHostAllocate, kHostFree, kHostAllocate, kHostAllocate}));
+    EXPECT_EQ(host.controlSize(), int32_t(sizeof(ControlDataRec)));
+}
+
 TEST_F(PluginTest, FreeSizeMustExceedTheFixedPart) {
     host.freeSize = F;
     EXPECT_EQ(Init(), kMemoryError);
@@ -296,7 +306,9 @@ TEST_F(PluginTest, FalloffTableFollowsExpOfMinusDToTheOnePointFive) {
         EXPECT_EQ(table[i].index, float(i));
         const double d = 3.0 * i / 1024.0;
         EXPECT_NEAR(table[i].value, std::exp(-std::pow(d, 1.5)), 1e-6);
-        if (i > 0) EXPECT_LT(table[i].value, table[i - 1].value);
+        if (i > 0) {
+            EXPECT_LT(table[i].value, table[i - 1].value);
+        }
     }
 }
 

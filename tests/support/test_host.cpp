@@ -63,7 +63,9 @@ int32_t TestHost::Callback(IFFType selector, int32_t size, void* record) {
 }
 
 int32_t TestHost::Answer(IFFType selector, int32_t size, void* record) {
-    Call call{selector, size};
+    Call call;
+    call.selector = selector;
+    call.size = size;
     for (Failure& failure : failures_) {
         if (failure.selector == selector && failure.remaining > 0 && --failure.remaining == 0) {
             calls.push_back(call);

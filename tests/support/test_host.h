@@ -18,8 +18,8 @@
 class TestHost {
 public:
     struct Call {
-        IFFType selector;
-        int32_t size;
+        IFFType selector = 0;
+        int32_t size = 0;
         int32_t controlSize = 0;    // ALOC: sizes asked for
         int32_t pluginSize = 0;
         int32_t channelID = 0;      // ACHN, GCHN, SCHN

@@ -1,0 +1,45 @@
+// Costs of the plug-in's fixed overheads: a full rebuild of the working record (INIT), an
+// administrative command, a host-service lookup, and number formatting for the dialog.
+#include <benchmark/benchmark.h>
+
+#include "host/host_session.h"
+#include "kit/dialog_items.h"
+#include "kit/host_services.h"
+#include "vellux/plugin_records.h"
+
+namespace {
+
+void BM_InitializeRebuild(benchmark::State& state) {
+    vellux::host::HostSession host;
+    for (auto _ : state) {
+        PluginInitializeRec block{host.Info()};
+        benchmark::DoNotOptimize(Main(kCmdInitialize, int32_t(sizeof(block)), &block));
+    }
+}
+BENCHMARK(BM_InitializeRebuild);
+
+void BM_Information(benchmark::State& state) {
+    PluginInformationRec block{};
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(Main(kCmdInformation, int32_t(sizeof(block)), &block));
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(BM_Information);
+
+// Every service call looks its name up afresh; this is what a call costs when the host lacks it.
+void BM_ServiceLookupMiss(benchmark::State& state) {
+    for (auto _ : state) benchmark::DoNotOptimize(KV_GetControlValue(nullptr));
+}
+BENCHMARK(BM_ServiceLookupMiss);
+
+void BM_RealTrimStr(benchmark::State& state) {
+    double value = 1.77;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(RealTrimStr(value, 8));
+        value += 0.01;
+    }
+}
+BENCHMARK(BM_RealTrimStr);
+
+}  // namespace
