@@ -2,7 +2,7 @@
 // dialog itself, with its preview, is not built yet, so a dialog the host does make is disposed
 // of at once and the command ends as when the host has none.
 #include "commands.h"
-#include "flare_seams.h"
+#include "flare_table.h"
 #include "globals.h"
 #include "kit/host_services.h"
 #include "plugin_data.h"

@@ -7,7 +7,8 @@
 #include <cstring>
 
 #include "control_data.h"
-#include "flare_seams.h"
+#include "flare_layout.h"
+#include "flare_table.h"
 #include "globals.h"
 #include "host_memory.h"
 

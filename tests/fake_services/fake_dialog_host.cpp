@@ -6,6 +6,7 @@
 #include "fake_dialog_host.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 
@@ -30,6 +31,8 @@ struct State {
     std::deque<DirectoryRef> directories;
     std::deque<FileRef> files;
     KV_ResourceFile resourceFile{};
+    std::map<std::pair<uint32_t, int>, std::vector<uint8_t>> resources;
+    int liveResourceCopies = 0;
     int executeResult = 1;
     bool resourceFileAvailable = true;
     HostLog log;
@@ -101,6 +104,9 @@ Control& AddControl(Dialog& dialog, int id, KV_ControlType type) {
 }
 
 void SetExecuteResult(int result) { S().executeResult = result; }
+void AddResource(uint32_t type, int id, std::vector<uint8_t> bytes) { S().resources[{type, id}] = std::move(bytes); }
+void RemoveResources() { S().resources.clear(); }
+int LiveResourceCopies() { return S().liveResourceCopies; }
 void SetResourceFileAvailable(bool available) { S().resourceFileAvailable = available; }
 KV_ResourceFile* TheResourceFile() { return &S().resourceFile; }
 const HostLog& Log() { return S().log; }
@@ -357,4 +363,31 @@ FAKE_SERVICE void KV_CloseResourceFile(KV_ResourceFile* iResourceFile) {
     } else {
         ++S().log.strayCalls;
     }
+}
+
+// Each request gets a private copy, as the plug-in converts the bytes in place.
+FAKE_SERVICE void* KV_GetResource(KV_ResourceFile* iResourceFile, uint32_t iResourceType, int iResourceID,
+                                  int32_t* oResourceSize) {
+    if (oResourceSize != nullptr) *oResourceSize = 0;
+    if (iResourceFile != &S().resourceFile || oResourceSize == nullptr) {
+        ++S().log.strayCalls;
+        return nullptr;
+    }
+    auto found = S().resources.find({iResourceType, iResourceID});
+    if (found == S().resources.end()) return nullptr;
+    const std::vector<uint8_t>& bytes = found->second;
+    void* copy = std::malloc(bytes.empty() ? 1 : bytes.size());
+    if (!bytes.empty()) std::memcpy(copy, bytes.data(), bytes.size());
+    *oResourceSize = static_cast<int32_t>(bytes.size());
+    ++S().liveResourceCopies;
+    return copy;
+}
+
+FAKE_SERVICE void KV_ReleaseResource(void* iResource) {
+    if (iResource == nullptr) {
+        ++S().log.strayCalls;
+        return;
+    }
+    std::free(iResource);
+    --S().liveResourceCopies;
 }

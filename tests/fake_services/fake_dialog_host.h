@@ -79,6 +79,11 @@ FAKE_HOST_API void SetResourceFileAvailable(bool available); // KV_OpenResourceF
 FAKE_HOST_API KV_ResourceFile* TheResourceFile();            // the one file the fake opens
 FAKE_HOST_API const HostLog& Log();
 
+// Resources of the one resource file: KV_GetResource hands out a malloc'd copy of the bytes.
+FAKE_HOST_API void AddResource(uint32_t type, int id, std::vector<uint8_t> bytes);
+FAKE_HOST_API void RemoveResources();
+FAKE_HOST_API int LiveResourceCopies();                       // copies not yet released
+
 }  // namespace fake_host
 
 #endif  // VELLUX_TESTS_FAKE_DIALOG_HOST_H

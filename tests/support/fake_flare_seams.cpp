@@ -3,7 +3,8 @@
 #include <cstring>
 
 #include "kit/dialog_items.h"
-#include "plugin/flare_seams.h"
+#include "plugin/flare_layout.h"
+#include "plugin/flare_table.h"
 #include "plugin/globals.h"
 
 namespace {
