@@ -1,6 +1,9 @@
 # Arithmetic must be exact and reproducible: no fused multiply-add contraction, no fast math,
 # no host-specific instruction sets. The 32-bit build adds -msse2 -mfpmath=sse through its preset.
-add_compile_options(-ffp-contract=off -fno-fast-math -Wall -Wextra -Wshadow=local)
+add_compile_options(-ffp-contract=off -fno-fast-math -Wall -Wextra)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  add_compile_options(-Wshadow=local)
+endif()
 
 # Plug-in side compile options: nothing leaves the library unless marked, no exceptions, no RTTI.
 set(VELLUX_PLUGIN_CXX_OPTIONS -fvisibility=hidden -fvisibility-inlines-hidden -fno-exceptions -fno-rtti)

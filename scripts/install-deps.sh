@@ -2,7 +2,9 @@
 # Installs the Debian packages the build and the tests need, only those that are missing.
 set -euo pipefail
 
-packages=(cmake ninja-build g++ g++-multilib libgtest-dev libgmock-dev googletest libbenchmark-dev)
+packages=(cmake ninja-build g++ g++-multilib libgtest-dev libgmock-dev googletest libbenchmark-dev
+          clang libclang-rt-14-dev
+          nlohmann-json3-dev libcli11-dev)
 
 missing=()
 for package in "${packages[@]}"; do

@@ -1,0 +1,19 @@
+// How the vellux tool's commands plug into main: each command group adds its subcommands to the
+// command line, and the one that parsing selects leaves its work in an Action. main runs it
+// after parsing, turns any exception into one message and exit code 1, and leaves usage errors
+// to the command-line parser (exit code 2).
+#ifndef VELLUX_TOOLS_COMMAND_H
+#define VELLUX_TOOLS_COMMAND_H
+
+#include <functional>
+
+namespace vellux::tool {
+
+using Action = std::function<int()>;   // returns the process exit code
+
+inline constexpr int kExitFailure = 1;
+inline constexpr int kExitUsage = 2;
+
+}  // namespace vellux::tool
+
+#endif  // VELLUX_TOOLS_COMMAND_H

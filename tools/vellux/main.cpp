@@ -1,0 +1,41 @@
+// vellux: the command-line tool for Vellux flare tables. See command.h for how commands plug in.
+#include <exception>
+#include <iostream>
+
+#include <CLI/CLI.hpp>
+
+#include "tools/vellux/command.h"
+#include "tools/vellux/rsc_command.h"
+
+namespace {
+
+using vellux::tool::Action;
+
+int ExitForUsage(const CLI::App& app, const CLI::ParseError& error) {
+    const int code = app.exit(error);   // prints help, or the error with a hint
+    return code == 0 ? 0 : vellux::tool::kExitUsage;
+}
+
+int Run(const Action& action) {
+    try {
+        return action();
+    } catch (const std::exception& error) {
+        std::cerr << "vellux: " << error.what() << "\n";
+        return vellux::tool::kExitFailure;
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{"Tools for the Vellux lens-flare plug-in", "vellux"};
+    app.require_subcommand(1);
+    Action action;
+    vellux::tool::AddRscCommands(app, action);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return ExitForUsage(app, error);
+    }
+    return Run(action);
+}

@@ -1,0 +1,100 @@
+#include "tools/vellux/rsc_command.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+#include "host/resource_file.h"
+#include "tools/vellux/rsc_listing.h"
+#include "tools/vellux/table_export.h"
+#include "tools/vellux/table_source.h"
+
+namespace vellux::tool {
+
+namespace {
+
+std::string ReadText(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) throw std::runtime_error(path.string() + ": cannot open: " + std::strerror(errno));
+    std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    if (in.bad()) throw std::runtime_error(path.string() + ": cannot read: " + std::strerror(errno));
+    return text;
+}
+
+void Report(std::ostream& messages, const std::filesystem::path& source, const Diagnostic& diagnostic) {
+    const char* severity = diagnostic.severity == Diagnostic::Severity::error ? "error" : "warning";
+    messages << source.string() << ": " << severity << ": " << diagnostic.Text() << "\n";
+}
+
+struct CompileOptions {
+    std::string source;
+    std::string output;
+};
+
+struct DumpOptions {
+    std::string file;
+    bool json = false;
+};
+
+void AddCompile(CLI::App& rsc, Action& action) {
+    auto options = std::make_shared<CompileOptions>();
+    CLI::App* compile = rsc.add_subcommand("compile", "Compile table source (JSON) into a resource file");
+    compile->add_option("source", options->source, "Table source, JSON")->required();
+    compile->add_option("-o,--output", options->output, "Resource file to write")->required();
+    compile->callback([options, &action] {
+        action = [options] { return CompileTableFile(options->source, options->output, std::cerr); };
+    });
+}
+
+void AddDump(CLI::App& rsc, Action& action) {
+    auto options = std::make_shared<DumpOptions>();
+    CLI::App* dump = rsc.add_subcommand("dump", "List a resource file, or write it back as table source");
+    dump->add_option("file", options->file, "Resource file")->required();
+    dump->add_flag("--json", options->json, "Write table source that compiles to the same bytes");
+    dump->callback([options, &action] {
+        action = [options] { return DumpTableFile(options->file, options->json, std::cout); };
+    });
+}
+
+}  // namespace
+
+void AddRscCommands(CLI::App& app, Action& action) {
+    CLI::App* rsc = app.add_subcommand("rsc", "Flare table files: compile and dump");
+    rsc->require_subcommand(1);
+    AddCompile(*rsc, action);
+    AddDump(*rsc, action);
+}
+
+int CompileTableFile(const std::filesystem::path& source, const std::filesystem::path& output,
+                     std::ostream& messages) {
+    const CompiledTable table = CompileTableSource(ReadText(source));
+    for (const Diagnostic& diagnostic : table.diagnostics.All()) Report(messages, source, diagnostic);
+    if (const size_t errors = table.diagnostics.ErrorCount(); errors > 0) {
+        messages << source.string() << ": " << errors << (errors == 1 ? " error; " : " errors; ")
+                 << output.string() << " not written\n";
+        return kExitFailure;
+    }
+    rsc::WriteResourceFile(output, table.file);
+    return 0;
+}
+
+int DumpTableFile(const std::filesystem::path& file, bool json, std::ostream& out) {
+    const rsc::ResourceFile resources = rsc::ReadResourceFile(file);
+    if (!json) {
+        WriteListing(out, file.string(), resources);
+        return 0;
+    }
+    try {
+        out << FormatTableSource(TableSourceFromFile(resources));
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error(file.string() + ": " + error.what());
+    }
+    return 0;
+}
+
+}  // namespace vellux::tool

@@ -1,0 +1,30 @@
+// The "rsc" command group: flare table files.
+//
+//   vellux rsc compile SOURCE.json -o FILE.rsc   table source to resource file (written atomically;
+//                                                nothing is written when the source has an error)
+//   vellux rsc dump FILE.rsc                     human-readable listing
+//   vellux rsc dump --json FILE.rsc              table source that compiles to the same bytes
+//
+// Messages name the file they are about; I/O failures throw std::runtime_error with such a
+// message.
+#ifndef VELLUX_TOOLS_RSC_COMMAND_H
+#define VELLUX_TOOLS_RSC_COMMAND_H
+
+#include <filesystem>
+#include <ostream>
+
+#include <CLI/CLI.hpp>
+
+#include "tools/vellux/command.h"
+
+namespace vellux::tool {
+
+void AddRscCommands(CLI::App& app, Action& action);
+
+// The work of the subcommands; each returns the exit code.
+int CompileTableFile(const std::filesystem::path& source, const std::filesystem::path& output, std::ostream& messages);
+int DumpTableFile(const std::filesystem::path& file, bool json, std::ostream& out);
+
+}  // namespace vellux::tool
+
+#endif  // VELLUX_TOOLS_RSC_COMMAND_H

@@ -1,0 +1,19 @@
+// The human-readable listing of a resource file: every resource with its type, ID, name and
+// size; FLAR and RING decoded field by field (geometry also in flare units, each stop with the
+// radius fraction the plug-in derives from it); anything else, or a FLAR or RING that is not
+// well formed, as a hex dump with the reason.
+#ifndef VELLUX_TOOLS_RSC_LISTING_H
+#define VELLUX_TOOLS_RSC_LISTING_H
+
+#include <ostream>
+#include <string>
+
+#include "host/resource_file.h"
+
+namespace vellux::tool {
+
+void WriteListing(std::ostream& out, const std::string& fileLabel, const rsc::ResourceFile& file);
+
+}  // namespace vellux::tool
+
+#endif  // VELLUX_TOOLS_RSC_LISTING_H
