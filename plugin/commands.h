@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "channels.h"
+#include "plugin_data.h"
 
 int32_t DoInitialize(int32_t theSize, void* theRec);    // INIT: rebuild the working record
 int32_t DoFinish(int32_t theSize, void* theRec);        // FINI
@@ -12,6 +13,7 @@ int32_t DoInformation(int32_t theSize, void* theRec);   // INFO: name, rights, a
 int32_t DoCheck(int32_t theSize, void* theRec);         // CHEK: is a command supported?
 int32_t DoDescribe(int32_t theSize, void* theRec);      // DESC: the text of a result code
 int32_t DoSetup(int32_t theSize, void* theRec);         // SETF: the frame's camera and light
+float CalcFlareScale(PluginDataRec* theData);           // pixel radius of the first white glow, or 0
 int32_t DoGenerate(int32_t theSize, void* theRec);      // GENF: paint into the host's buffer
 int32_t DoInterface(int32_t theSize, void* theRec);     // INTF: the settings dialog
 

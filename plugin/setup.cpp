@@ -2,22 +2,23 @@
 #include <cmath>
 
 #include "commands.h"
+#include "flare_layout.h"
 #include "globals.h"
 #include "kit/rect.h"
 #include "plugin_data.h"
 
-namespace {
-
-// The flare's scale in pixels: the outer radius of the first white-glow element (type 1) times
-// the vertical frame scale; 0 when the flare has none.
+// The flare's scale in pixels: the outer radius of the first white-glow element times the
+// vertical frame scale; 0 when the flare has none.
 float CalcFlareScale(PluginDataRec* theData) {
     const RingElement* ring = RingAt(theData, theData->flareRingFirst);
     for (int32_t i = 0; i < theData->flareRingCount && ring != nullptr; ++i) {
-        if (ring->ringType == 1) return ring->ringOuter * theData->flareYScale;
+        if (ring->ringType == kWhiteGlow) return ring->ringOuter * theData->flareYScale;
         ring = RingAt(theData, ring->ringNext);
     }
     return 0.0f;
 }
+
+namespace {
 
 // The glow follows the light's on-frame radius. Without a type-1 element (scale 0), or with a
 // radius that gives no finite factor, the glow keeps its table size (factor 0).

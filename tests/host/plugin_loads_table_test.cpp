@@ -68,3 +68,46 @@ TEST(PlugInWithRealServices, InitLoadsTheDefaultTable) {
     vellux::host::SetFileSubstitute("Vellux.rsc", {});
     vellux::host::SetHomeDirectory({});
 }
+
+// A frame as a host sends it: the default table and settings at 1920x1080 lay out every element
+// that the switches show and that meets the frame, the 50 random streaks, and nothing more.
+TEST(PlugInWithRealServices, SetupLaysTheDefaultFlareOut) {
+    vellux::host::SetHomeDirectory(VELLUX_TABLE_DIR);
+    vellux::host::PluginLibrary plugin(VELLUX_PLUGIN_PATH);
+    vellux::host::HostSession host;
+    PluginInitializeRec init{host.Info()};
+    ASSERT_EQ(plugin.Call(kCmdInitialize, int32_t(sizeof(init)), &init), kNoError);
+    PluginFlareSetupRec setup{};
+    setup.theInfo = host.Info();
+    setup.theFrameRect = L_Rect{0, 0, 1080, 1920, 1920, 1080};
+    setup.theFrameXScale = setup.theFrameYScale = 1080.0;
+    setup.theFrameXCenter = 960.0;
+    setup.theFrameYCenter = 540.0;
+    setup.theLightFramePosition = DCoordinate{0.3 * 1920, 0.35 * 1080, 0.0};
+    setup.theLightColor = ARGB{255, 255, 255, 255};
+    setup.theLightIntensity = 1.0;
+    ASSERT_EQ(plugin.Call(kCmdSetup, int32_t(sizeof(setup)), &setup), kNoError);
+
+    const std::vector<uint8_t>& block = host.pluginData();
+    const auto* data = reinterpret_cast<const PluginDataRec*>(block.data());
+    EXPECT_EQ(int32_t(block.size()), (data->flareDataSize + 7) & ~7);   // shrunk to what is used
+    EXPECT_EQ(data->flareStreakCount, 50);
+    int drawn = 0;
+    int32_t offset = data->flareRingFirst;
+    for (int32_t i = 0; i < data->flareRingCount; ++i) {
+        const auto* ring = reinterpret_cast<const RingElement*>(block.data() + offset);
+        const bool hiddenBySwitches = ring->ringType == 1;   // the default shows the glow in the light's colour
+        const bool onFrame = ring->ringXPos + ring->ringXRadius > 0 && ring->ringXPos - ring->ringXRadius < 1920 &&
+                             ring->ringYPos + ring->ringYRadius > 0 && ring->ringYPos - ring->ringYRadius < 1080;
+        if (!hiddenBySwitches && onFrame) {
+            EXPECT_GT(ring->ringFlareColors, 0) << "element " << i;
+            EXPECT_LE(ring->ringFlareColorBase + 6 * (ring->ringFlareColors + 1), data->flareDataSize);
+            ++drawn;
+        } else {
+            EXPECT_EQ(ring->ringFlareColors, 0) << "element " << i;
+        }
+        offset = ring->ringNext;
+    }
+    EXPECT_GE(drawn, 15);
+    vellux::host::SetHomeDirectory({});
+}
