@@ -5,6 +5,7 @@
 #include "color_ramps.h"
 #include "flare_table.h"
 #include "kit/rect.h"
+#include "painters.h"
 #include "streaks.h"
 
 namespace {
@@ -126,6 +127,15 @@ bool PlaceRing(const ControlDataRec* control, const PluginDataRec* data, RingEle
     return SectLRect(&ring->ringRect, &data->flareRect, &onFrame) != 0;
 }
 
+// Room for the streak painter's per-row lists, right after the streaks.
+int32_t ReserveStreakScratch(const PluginDataRec* data, int32_t* size, int32_t* base) {
+    const int32_t need = StreakScratchBytes(data->flareStreakCount);
+    if (*size < need) return kMemoryError;
+    *base += need;
+    *size -= need;
+    return kNoError;
+}
+
 }  // namespace
 
 float AspectRatio(const ControlDataRec* theControl) {
@@ -197,6 +207,7 @@ int32_t CalcFlareInfo(ControlDataRec* theControl, PluginDataRec* theData) {
             ring = RingAt(theData, ring->ringNext);
         }
         if (result == kNoError) result = BuildStreaks(theControl, theData, &size, &base);
+        if (result == kNoError) result = ReserveStreakScratch(theData, &size, &base);
     }
     theData->flareDataSize = base;
     return result;

@@ -1,0 +1,20 @@
+// Painting one scan line: every ring element, then every streak, added into the working record's
+// pixel buffer (flarePixelBuffer) on row y. curRect is the part of the row to paint: top y,
+// bottom y + 1, left and right the buffer's columns. The 48 variants need a 48-bit buffer, the 32
+// variants a 32-bit one; no host call and no allocation is made here.
+#ifndef VELLUX_PLUGIN_PAINTERS_H
+#define VELLUX_PLUGIN_PAINTERS_H
+
+#include <cstdint>
+
+#include "plugin_data.h"
+
+void PaintRings48(const ControlDataRec* theControl, PluginDataRec* theData, const L_Rect* curRect, int32_t y);
+void PaintRings32(const ControlDataRec* theControl, PluginDataRec* theData, const L_Rect* curRect, int32_t y);
+void PaintStreaks48(const ControlDataRec* theControl, PluginDataRec* theData, const L_Rect* curRect, int32_t y);
+void PaintStreaks32(const ControlDataRec* theControl, PluginDataRec* theData, const L_Rect* curRect, int32_t y);
+
+// The streak painter's per-row lists live in the tail after the streaks: two entries per streak.
+int32_t StreakScratchBytes(int32_t streakCount);
+
+#endif  // VELLUX_PLUGIN_PAINTERS_H

@@ -1,0 +1,64 @@
+// The two pixel formats the flare is painted into, and the saturating accumulation into one pixel.
+//
+//   48 bits: red, green, blue, unsigned 16-bit each, 16320 = a full channel.
+//   32 bits: the bytes alpha, red, green, blue; a channel is the colour / 64, dithered; alpha is
+//            never changed.
+// Colours come in on one scale where 16320 is full; no channel ever ends above the ceiling that
+// the dissolve sets. Pixels are read and written byte-wise, so rows need no alignment.
+#ifndef VELLUX_PLUGIN_PIXELS_H
+#define VELLUX_PLUGIN_PIXELS_H
+
+#include <cstdint>
+#include <cstring>
+
+#include "plugin_data.h"
+
+struct KV_32BitPixel {
+    uint8_t alpha;
+    uint8_t red;
+    uint8_t green;
+    uint8_t blue;
+};
+
+// The per-channel ceilings for a dissolve. Outside 0..1 (or not a number) the ceiling is held in
+// the pixel's own range: 0..65535 for 48 bits, 0..255 for 32.
+int32_t RingCeiling48(double dissolve);     // 16320 (1 - dissolve), truncated in double
+int32_t StreakCeiling48(float intensity);   // the streak intensity, truncated
+int32_t Ceiling32(double dissolve);         // 255 (1 - dissolve), truncated
+
+// The dither generator shared by the 32-bit painters.
+inline uint32_t NextSeed(uint32_t seed) { return seed * 1103515245u + 12345u; }
+
+// Adds (rNum, gNum, bNum) to a 48-bit pixel, each channel held at maxPixel. A channel that would
+// go below zero (only a negative colour can do that) stays at zero.
+inline void SumPixel48(uint8_t* thePixel, int32_t rNum, int32_t gNum, int32_t bNum, int32_t maxPixel) {
+    uint16_t channels[3];
+    std::memcpy(channels, thePixel, sizeof(channels));
+    const int32_t numbers[3] = {rNum, gNum, bNum};
+    for (int c = 0; c < 3; ++c) {
+        const int64_t v = int64_t(channels[c]) + numbers[c];
+        channels[c] = uint16_t(v < 0 ? 0 : v < maxPixel ? v : maxPixel);
+    }
+    std::memcpy(thePixel, channels, sizeof(channels));
+}
+
+// Adds colours in 1/64 units to a 32-bit pixel: one noise value 0..63 from the advanced seed
+// dithers all three channels between neighbouring levels.
+inline void SumPixel32(uint8_t* thePixel, uint32_t* seed, int32_t rNum, int32_t gNum, int32_t bNum,
+                       int32_t maxPixel) {
+    *seed = NextSeed(*seed);
+    const int32_t noise = int32_t(*seed >> 26);
+    const int32_t numbers[3] = {rNum, gNum, bNum};
+    for (int c = 0; c < 3; ++c) {
+        const int64_t v = (int64_t(thePixel[1 + c]) * 64 + numbers[c] + noise) >> 6;
+        thePixel[1 + c] = uint8_t(v < 0 ? 0 : v < maxPixel ? v : maxPixel);
+    }
+}
+
+// The address of pixel (x, y) of the buffer; the caller keeps (x, y) inside bufferRect.
+inline uint8_t* PixelAt(const VelluxBuffer& buffer, int32_t x, int32_t y, int32_t bytesPerPixel) {
+    return buffer.bufferBase + int64_t(buffer.bufferRowBytes) * (int64_t(y) - buffer.bufferRect.top) +
+           (int64_t(x) - buffer.bufferRect.left) * bytesPerPixel;
+}
+
+#endif  // VELLUX_PLUGIN_PIXELS_H
