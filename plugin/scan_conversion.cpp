@@ -76,6 +76,8 @@ bool SliceEdges(const L_Rect* theRect, int32_t y, EdgePtr edges, int32_t* edgeLe
     *edgeRight = theRect->left - 1;
     for (int i = 0; i < 4; ++i) {
         VXEdgeRecord* edge = &edges[i];
+        // The inactive marker is also a row number: on rows from 32767 on it must still read inactive.
+        if (edge->y1 == kScanLimit) continue;
         const int64_t delta = int64_t(y) - edge->y1;
         if (delta < 0) continue;
         if (edge->curXPos == kEdgeSetUp) {

@@ -172,6 +172,8 @@ void CalcStreakInfo(ControlDataRec* theControl, PluginDataRec* theData, StreakEl
         {x + xL + xW, y + yL + yW},
         {x + xL - xW, y + yL - yW},
     };
+    // Finite parts can still add up to an infinite corner.
+    if (!AllFinite({p[0][0], p[0][1], p[1][0], p[1][1], p[2][0], p[2][1], p[3][0], p[3][1]})) return;
     int32_t xMin = kScanLimit, xMax = -kScanLimit, yMin = kScanLimit, yMax = -kScanLimit;
     for (int i = 0; i < 4; ++i) {
         const float* from = p[i];
