@@ -129,8 +129,8 @@ int32_t DoGenerate(int32_t theSize, void* theRec) {
         pixels.bufferRect = onFrame;
         return kNoError;
     }
-    pixels.bufferBase += int64_t(onFrame.top - pixels.bufferRect.top) * pixels.bufferRowBytes +
-                         int64_t(onFrame.left - pixels.bufferRect.left) * BytesPerPixel(pixels.bufferDepth);
+    pixels.bufferBase += (int64_t(onFrame.top) - pixels.bufferRect.top) * pixels.bufferRowBytes +
+                         (int64_t(onFrame.left) - pixels.bufferRect.left) * BytesPerPixel(pixels.bufferDepth);
     pixels.bufferRect = onFrame;
     return GenerateFlare(control, data, buffer.bufferDepth, 1);
 }

@@ -43,12 +43,17 @@ void PaintRing(PluginDataRec* data, const RingElement* ring, const L_Rect& scan,
     const float dy = float(y) - ring->ringYPos;
     const float dySquared = (dy * yFactor) * (yFactor * dy);
     // Distances at or past the table's end paint nothing; testing the root against that bound
-    // before converting it also keeps any distance from overflowing the integer.
+    // before converting it also keeps any distance from overflowing the integer. A squared
+    // distance at or past the bound squared has a root at or past it too (the square root is
+    // correctly rounded and the bound exact), so most pixels outside the ring skip the root.
     const double tableEnd = double(ring->ringFlareColors) * 65536.0;
+    const double tableEndSquared = tableEnd * tableEnd;
     float dx = (float(scan.left) - ring->ringXPos) * xFactor;
     uint8_t* pixel = PixelAt(data->flarePixelBuffer, scan.left, y, Pixel::kBytes);
     for (int32_t x = scan.left; x < scan.right; ++x, dx = dx + xFactor, pixel += Pixel::kBytes) {
-        const double root = std::sqrt(double(dx * dx + dySquared)) + 0.5;
+        const double squared = double(dx * dx + dySquared);
+        if (!(squared < tableEndSquared)) continue;
+        const double root = std::sqrt(squared) + 0.5;
         if (!(root < tableEnd)) continue;
         const uint32_t distance = uint32_t(root);
         const FlareColor& c0 = table[distance >> 16];

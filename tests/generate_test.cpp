@@ -1,0 +1,166 @@
+// GENF through Main: the block and buffer checks, clipping the buffer to the frame, and the
+// progress reports through which the host paces and cancels a render.
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "kit/rect.h"
+#include "kit/ticks.h"
+#include "support/plugin_fixture.h"
+
+namespace {
+
+class GenerateTest : public PluginTest {
+protected:
+    void SetUp() override {
+        PluginTest::SetUp();
+        Fake().ringCount = 1;      // one element, which the stand-in leaves undrawn
+        Fake().layoutBytes = 64;   // a settled record: GENF asks for no memory
+        ASSERT_EQ(Init(), kNoError);
+        SetFrame(0, 0, 4, 400);
+    }
+    void SetFrame(int32_t left, int32_t top, int32_t right, int32_t bottom) {
+        PluginFlareSetupRec setup{};
+        SetLRect(&setup.theFrameRect, left, top, right, bottom);
+        setup.theFrameXScale = setup.theFrameYScale = 100.0;
+        ASSERT_EQ(host.Send(kCmdSetup, setup), kNoError);
+        host.ClearLog();
+    }
+    // Makes the element paint `level` into every pixel of `rect`, with the colour table in the
+    // layout's bytes after the elements.
+    void PaintEverywhere(uint16_t level, const L_Rect& rect) {
+        PluginDataRec& d = data();
+        auto* ring = TailRecord<RingElement>(&d, d.flareRingFirst);
+        const FlareColor table[2] = {{level, level, level}, {0, 0, 0}};
+        std::memcpy(TailRecord<uint8_t>(&d, d.flareElementSize), table, sizeof(table));
+        ring->ringFlareColors = 1;
+        ring->ringFlareColorBase = d.flareElementSize;
+        ring->ringRect = rect;
+        ring->ringXFactor = ring->ringYFactor = 0.0f;
+    }
+    int32_t Generate(uint8_t* base, int32_t rowBytes, int32_t left, int32_t top, int32_t right, int32_t bottom,
+                     int16_t depth, int32_t size = int32_t(sizeof(PluginFlareGenerateRec))) {
+        PluginFlareGenerateRec block{};
+        block.theFlareBuffer.bufferBase = base;
+        block.theFlareBuffer.bufferRowBytes = rowBytes;
+        SetLRect(&block.theFlareBuffer.bufferRect, left, top, right, bottom);
+        block.theFlareBuffer.bufferDepth = depth;
+        return host.Send(kCmdGenerate, block, size);
+    }
+    std::vector<TestHost::Call> Reports() const {
+        std::vector<TestHost::Call> out;
+        for (const TestHost::Call& call : host.calls)
+            if (call.selector == kHostStatus) out.push_back(call);
+        return out;
+    }
+};
+
+}  // namespace
+
+TEST_F(GenerateTest, ChecksTheBlockAndTheBufferFirst) {
+    // Rows may run upward in memory: row 0 is the buffer's last row of bytes here.
+    PaintEverywhere(1000, L_Rect{0, 0, 1, 4, 4, 1});
+    std::vector<uint8_t> pixels(24 * 10, 0);
+    EXPECT_EQ(Generate(pixels.data() + 9 * 24, -24, 0, 0, 4, 10, 48), kNoError);
+    uint16_t top, bottom;
+    std::memcpy(&top, pixels.data(), 2);
+    std::memcpy(&bottom, pixels.data() + 9 * 24, 2);
+    EXPECT_TRUE(top == 0 && bottom == 1000);
+
+    host.ClearLog();
+    const std::vector<uint8_t> before = pixels;
+    data().flareReset = 1;   // a pending re-layout: only a validated command would run it
+    const std::vector<uint8_t> record(host.plugin(), host.plugin() + host.pluginSize());
+    const int layouts = Fake().layouts;
+    EXPECT_EQ(Generate(pixels.data(), 24, 0, 0, 4, 10, 48, 61), kIncompatibleRecord);
+    EXPECT_EQ(Generate(pixels.data(), 24, 0, 0, 4, 10, 48, int32_t(sizeof(PluginFlareGenerateRec)) - 1),
+              kIncompatibleRecord);
+    EXPECT_EQ(Generate(pixels.data(), 24, 0, 0, 4, 10, 16), kUnsupportedFeature);
+    EXPECT_EQ(Generate(nullptr, 24, 0, 0, 4, 10, 48), kIncompatibleRecord);
+    EXPECT_EQ(Generate(pixels.data(), 23, 0, 0, 4, 10, 48), kIncompatibleRecord);    // a row is 24 bytes
+    EXPECT_EQ(Generate(pixels.data(), -15, 0, 0, 4, 10, 32), kIncompatibleRecord);   // a row is 16 bytes
+    EXPECT_TRUE(host.calls.empty());
+    EXPECT_EQ(std::vector<uint8_t>(host.plugin(), host.plugin() + host.pluginSize()), record);
+    EXPECT_EQ(Fake().layouts, layouts);
+    EXPECT_EQ(pixels, before);
+}
+
+TEST_F(GenerateTest, BufferOutsideTheFrameIsLeftAlone) {
+    PaintEverywhere(1000, data().flareRect);
+    std::vector<uint8_t> pixels(24 * 10, 0xEE);
+    EXPECT_EQ(Generate(pixels.data(), 24, 0, 500, 4, 510, 48), kNoError);
+    const L_Rect& r = data().flarePixelBuffer.bufferRect;
+    EXPECT_TRUE(r.top == 0 && r.left == 0 && r.bottom == 0 && r.right == 0 && r.width == 0u && r.height == 0u);
+    EXPECT_EQ(Generate(pixels.data(), 24, 4, 0, 8, 10, 48), kNoError);   // touching the frame's right side
+    EXPECT_EQ(data().flarePixelBuffer.bufferRect.right, 0);
+    EXPECT_TRUE(host.calls.empty());
+    EXPECT_EQ(pixels, std::vector<uint8_t>(24 * 10, 0xEE));
+}
+
+TEST_F(GenerateTest, BufferIsClippedToTheFrame) {
+    SetFrame(50, 0, 150, 400);
+    PaintEverywhere(1000, data().flareRect);
+    // A 32-bit buffer over columns 0..149 and rows -2..9: frame column 50 of row 0 is byte 200 of
+    // the buffer's third row.
+    std::vector<uint8_t> pixels(600 * 12, 0);
+    ASSERT_EQ(Generate(pixels.data(), 600, 0, -2, 150, 10, 32), kNoError);
+    const VelluxBuffer& b = data().flarePixelBuffer;
+    EXPECT_EQ(b.bufferBase, pixels.data() + 2 * 600 + 200);
+    EXPECT_TRUE(b.bufferRect.top == 0 && b.bufferRect.left == 50 && b.bufferRect.bottom == 10 &&
+                b.bufferRect.right == 150 && b.bufferRect.width == 100u && b.bufferRect.height == 10u);
+    EXPECT_TRUE(std::all_of(pixels.begin(), pixels.begin() + 2 * 600 + 200, [](uint8_t v) { return v == 0; }));
+    EXPECT_EQ(pixels[2 * 600 + 200], 0);                          // alpha
+    EXPECT_GE(pixels[2 * 600 + 201], 15);                         // 1000 / 64, dithered
+    EXPECT_GE(pixels[11 * 600 + 599], 15);
+}
+
+TEST_F(GenerateTest, ProgressCountsRowsOfTheWholeFrame) {
+    std::vector<uint8_t> frame(24 * 400, 0);
+    ASSERT_EQ(Generate(frame.data(), 24, 0, 0, 4, 400, 48), kNoError);
+    std::vector<TestHost::Call> reports = Reports();
+    ASSERT_EQ(reports.size(), 402u);   // the first, one after every row, the final
+    for (int32_t i = 0; i <= 400; ++i) EXPECT_EQ(reports[size_t(i)].statusValue, i);
+    EXPECT_EQ(reports.front().statusPos, 0.0f);
+    EXPECT_EQ(reports.back().statusValue, 400);
+    EXPECT_EQ(reports.back().statusPos, 1.0f);
+    const HostStatusRec& status = data().theStatusRec;
+    EXPECT_EQ(PStrText(status.theStatusUnit), "Scanline");
+    EXPECT_EQ(PStrText(status.theStatusInfo), "Drawing Flare");
+    EXPECT_TRUE(status.theStatusMin == 0 && status.theStatusMax == 400);
+
+    host.ClearLog();
+    std::vector<uint8_t> band(24 * 100, 0);
+    ASSERT_EQ(Generate(band.data(), 24, 0, 100, 4, 200, 48), kNoError);
+    reports = Reports();
+    ASSERT_EQ(reports.size(), 102u);
+    EXPECT_EQ(reports.front().statusValue, 100);
+    EXPECT_EQ(reports.front().statusPos, 0.25f);
+    EXPECT_EQ(reports.back().statusValue, 200);
+    EXPECT_EQ(reports.back().statusPos, 0.5f);
+}
+
+TEST_F(GenerateTest, HostPacesAndCancelsTheReports) {
+    std::vector<uint8_t> frame(24 * 400, 0);
+    host.statTick = int32_t(TickCount() + 60 * 600);   // ten minutes ahead
+    ASSERT_EQ(Generate(frame.data(), 24, 0, 0, 4, 400, 48), kNoError);
+    std::vector<TestHost::Call> reports = Reports();
+    ASSERT_EQ(reports.size(), 2u);
+    EXPECT_EQ(reports[0].statusValue, 0);
+    EXPECT_EQ(reports[1].statusValue, 400);
+    EXPECT_EQ(reports[1].statusPos, 1.0f);
+
+    // The twelfth report, sent after row 10, is answered 4: rows 0 to 10 stay painted, no more follow.
+    host.statTick = 0;
+    host.ClearLog();
+    PaintEverywhere(1000, data().flareRect);
+    host.FailCall(kHostStatus, 12, kUserCanceled);
+    EXPECT_EQ(Generate(frame.data(), 24, 0, 0, 4, 400, 48), kUserCanceled);
+    reports = Reports();
+    ASSERT_EQ(reports.size(), 12u);
+    EXPECT_EQ(reports[10].statusValue, 10);   // the refused report itself is logged without its values
+    uint16_t row10, row11;
+    std::memcpy(&row10, frame.data() + 10 * 24 + 18, 2);
+    std::memcpy(&row11, frame.data() + 11 * 24, 2);
+    EXPECT_EQ(row10, 1000);
+    EXPECT_EQ(row11, 0);
+}
