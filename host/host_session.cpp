@@ -1,5 +1,7 @@
 #include "host/host_session.h"
 
+#include <time.h>
+
 #include <cstdlib>
 
 namespace vellux::host {
@@ -11,7 +13,15 @@ template <typename Record>
 Record* As(int32_t size, void* record) {
     return size == int32_t(sizeof(Record)) ? static_cast<Record*>(record) : nullptr;
 }
+
+std::string Text(const PStr255& pstr) { return std::string(reinterpret_cast<const char*>(pstr + 1), pstr[0]); }
 }  // namespace
+
+uint32_t HostTickCount() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return uint32_t(uint64_t(now.tv_sec) * 60u + uint64_t(now.tv_nsec) * 60u / 1000000000u);
+}
 
 PluginInfoRec HostSession::Info() {
     PluginInfoRec info{};
@@ -38,19 +48,7 @@ int32_t HostSession::Answer(IFFType selector, int32_t size, void* record) {
     }
     if (selector == kHostAllocate) {
         auto* rec = As<HostAllocateRec>(size, record);
-        if (rec == nullptr || rec->theControlDataSize < 0 || rec->thePluginDataSize < 0) return kIncompatibleRecord;
-        if (rec->thePluginDataSize > freeBytes_) return kMemoryError;
-        // A block that shrinks gives its memory back: the working record is grown to all the
-        // free memory while it is filled, and must not keep it afterwards.
-        control_.resize(size_t(rec->theControlDataSize));
-        plugin_.resize(size_t(rec->thePluginDataSize));
-        control_.shrink_to_fit();
-        plugin_.shrink_to_fit();
-        rec->theControlData = BlockOf(control_);
-        rec->theControlDataSize = int32_t(control_.size());
-        rec->thePluginData = BlockOf(plugin_);
-        rec->thePluginDataSize = int32_t(plugin_.size());
-        return kNoError;
+        return rec != nullptr ? Allocate(*rec) : kIncompatibleRecord;
     }
     if (selector == kHostMemMalloc) {
         auto* rec = As<HostMemMallocRec>(size, record);
@@ -64,8 +62,38 @@ int32_t HostSession::Answer(IFFType selector, int32_t size, void* record) {
         std::free(rec->thePtr);
         return kNoError;
     }
-    if (selector == kHostStatus) return As<HostStatusRec>(size, record) != nullptr ? kNoError : kIncompatibleRecord;
-    return kUnsupportedCommand;
+    if (selector == kHostStatus) {
+        auto* rec = As<HostStatusRec>(size, record);
+        return rec != nullptr ? Status(*rec) : kIncompatibleRecord;
+    }
+    return kUnsupportedCommand;   // ACHN, GCHN, SCHN, RCHN and anything unknown
+}
+
+int32_t HostSession::Allocate(HostAllocateRec& rec) {
+    if (rec.theControlDataSize < 0 || rec.thePluginDataSize < 0) return kIncompatibleRecord;
+    if (rec.thePluginDataSize > freeBytes_) return kMemoryError;
+    // A block that shrinks gives its memory back: the working record is grown to all the free
+    // memory while it is filled, and must not keep it afterwards.
+    control_.resize(size_t(rec.theControlDataSize));
+    plugin_.resize(size_t(rec.thePluginDataSize));
+    control_.shrink_to_fit();
+    plugin_.shrink_to_fit();
+    rec.theControlData = BlockOf(control_);
+    rec.theControlDataSize = int32_t(control_.size());
+    rec.thePluginData = BlockOf(plugin_);
+    rec.thePluginDataSize = int32_t(plugin_.size());
+    return kNoError;
+}
+
+int32_t HostSession::Status(HostStatusRec& rec) {
+    if (progress_) {
+        progress_({rec.theStatusPos, Text(rec.theStatusUnit), Text(rec.theStatusInfo), rec.theStatusMin,
+                   rec.theStatusMax, rec.theStatusValue});
+    }
+    if (interrupt_ != nullptr && interrupt_->load(std::memory_order_relaxed)) return kUserCanceled;
+    // Tick 0 asks for a report after every row; the plug-in compares ticks as unsigned numbers.
+    rec.theStatusTick = reportTicks_ > 0 ? int32_t(HostTickCount() + uint32_t(reportTicks_)) : 0;
+    return kNoError;
 }
 
 }  // namespace vellux::host

@@ -1,22 +1,46 @@
 // The host's side of one plug-in instance: the two records it keeps for the plug-in (the
 // persistent settings and the working record) and the callback that serves them.
 //
-// Selectors answered: FREE (a bounded amount, settable), ALOC (both blocks resized, contents
-// kept), MMAL/MFRE, STAT (progress accepted). Channels are not kept yet: RCHN answers "not
-// supported" (2), which the plug-in takes as a host without channels.
+// Selectors answered:
+//   FREE            a bounded amount of free memory (64 MiB unless set)
+//   ALOC            both blocks resized, contents kept
+//   MMAL, MFRE      plain allocation for the kit
+//   STAT            progress: each report goes to the progress sink; the host paces the reports by
+//                   writing a future tick into the record; once an interrupt has been requested,
+//                   every report is answered 4 (the user cancelled), which stops the render
+//   ACHN GCHN SCHN  channels are not kept yet: "not supported" (2), as RCHN, which the plug-in
+//   RCHN            takes as a host without channels
 #ifndef VELLUX_HOST_HOST_SESSION_H
 #define VELLUX_HOST_HOST_SESSION_H
 
+#include <atomic>
 #include <cstdint>
+#include <functional>
+#include <string>
 #include <vector>
 
 #include "vellux/plugin_records.h"
 
 namespace vellux::host {
 
+// One progress report as the plug-in sent it.
+struct ProgressReport {
+    float position = 0.0f;      // 0.0 to 1.0
+    std::string unit;           // what is counted ("Scanline")
+    std::string heading;        // what is being done ("Drawing Flare")
+    int32_t min = 0;
+    int32_t max = 0;
+    int32_t value = 0;
+};
+using ProgressSink = std::function<void(const ProgressReport&)>;
+
+// The tick clock the plug-in paces its reports by: sixtieths of a second of the monotonic clock.
+uint32_t HostTickCount();
+
 class HostSession {
 public:
     static constexpr int32_t kDefaultFreeBytes = 64 << 20;
+    static constexpr int32_t kDefaultReportTicks = 6;   // about ten reports a second
 
     HostSession() = default;
     HostSession(const HostSession&) = delete;
@@ -30,13 +54,24 @@ public:
     void SetControlData(std::vector<uint8_t> bytes) { control_ = std::move(bytes); }
     void SetFreeBytes(int32_t bytes) { freeBytes_ = bytes; }
 
+    // Progress: where reports go, how far apart they are wanted (0: after every row), and the
+    // flag that, once set (e.g. by a signal handler), makes the next report stop the work.
+    void SetProgressSink(ProgressSink sink) { progress_ = std::move(sink); }
+    void SetReportTicks(int32_t ticks) { reportTicks_ = ticks; }
+    void SetInterruptFlag(const std::atomic<bool>* flag) { interrupt_ = flag; }
+
 private:
     static int32_t Callback(IFFType selector, int32_t size, void* record);
     int32_t Answer(IFFType selector, int32_t size, void* record);
+    int32_t Allocate(HostAllocateRec& rec);
+    int32_t Status(HostStatusRec& rec);
 
     std::vector<uint8_t> control_;
     std::vector<uint8_t> plugin_;
     int32_t freeBytes_ = kDefaultFreeBytes;
+    ProgressSink progress_;
+    int32_t reportTicks_ = kDefaultReportTicks;
+    const std::atomic<bool>* interrupt_ = nullptr;
 };
 
 }  // namespace vellux::host

@@ -1,13 +1,20 @@
 // The built vellux tool, run as a user runs it: exit codes, messages, and the files it leaves.
+// The render command finds Vellux.so one folder above the tool and the tables beside it.
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <numeric>
+#include <vector>
+
+#include <OpenImageIO/imagebuf.h>
+#include <OpenImageIO/imagebufalgo.h>
 
 #include "host/resource_file.h"
 
@@ -112,6 +119,124 @@ TEST_F(VelluxTool, UsageErrorsExitTwoAndHelpZero) {
     const ToolRun help = Vellux("rsc --help");
     EXPECT_EQ(help.exitCode, 0);
     EXPECT_NE(help.out.find("compile"), std::string::npos);
+}
+
+}  // namespace
+
+// ---- vellux render ----
+
+namespace {
+
+struct Picture {
+    int width = 0, height = 0, channels = 0;
+    OIIO::TypeDesc format;
+    std::vector<float> values;
+    double Sum() const { return std::accumulate(values.begin(), values.end(), 0.0); }
+};
+
+Picture Load(const fs::path& path) {
+    OIIO::ImageBuf image(path.string());
+    Picture picture;
+    if (!image.read(0, 0, true, OIIO::TypeFloat)) return picture;
+    picture.width = image.spec().width;
+    picture.height = image.spec().height;
+    picture.channels = image.nchannels();
+    picture.format = image.nativespec().format;   // as stored in the file
+    picture.values.resize(image.spec().image_pixels() * size_t(picture.channels));
+    image.get_pixels(image.roi(), OIIO::TypeFloat, picture.values.data());
+    return picture;
+}
+
+// An 8-bit RGBA picture, mid grey, alpha 200/255.
+void WriteGreyWithAlpha(const fs::path& path, int w, int h) {
+    OIIO::ImageBuf image(OIIO::ImageSpec(w, h, 4, OIIO::TypeDesc::UINT8));
+    const float grey[] = {0.25f, 0.25f, 0.25f, 200.0f / 255.0f};
+    OIIO::ImageBufAlgo::fill(image, grey);
+    image.write(path.string());
+}
+
+class VelluxRender : public VelluxTool {
+protected:
+    // Files in the test folder that are neither the tool's captured output nor the given ones.
+    std::vector<std::string> Leftovers(std::initializer_list<std::string> expected) const {
+        std::vector<std::string> left;
+        for (const auto& entry : fs::directory_iterator(dir_)) {
+            const std::string name = entry.path().filename().string();
+            if (name != "out" && name != "err" && std::find(expected.begin(), expected.end(), name) == expected.end())
+                left.push_back(name);
+        }
+        return left;
+    }
+};
+
+TEST_F(VelluxRender, PaintsOntoABlackFrameAndAnEightBitImage) {
+    const ToolRun black = Vellux("render --size 96x64 -q -o " + Quote(Path("black.png")));
+    ASSERT_EQ(black.exitCode, 0) << black.err;
+    EXPECT_EQ(black.err, "");
+    const Picture painted = Load(Path("black.png"));
+    EXPECT_EQ(painted.width, 96);
+    EXPECT_EQ(painted.height, 64);
+    EXPECT_EQ(painted.format, OIIO::TypeDesc::UINT16);
+    EXPECT_GT(painted.Sum(), 0.0);
+
+    WriteGreyWithAlpha(Path("in.png"), 80, 50);
+    const ToolRun image = Vellux("render -i " + Quote(Path("in.png")) + " -o " + Quote(Path("flare.png")));
+    ASSERT_EQ(image.exitCode, 0) << image.err;
+    const Picture before = Load(Path("in.png"));
+    const Picture after = Load(Path("flare.png"));
+    ASSERT_EQ(after.width, 80);
+    ASSERT_EQ(after.height, 50);
+    ASSERT_EQ(after.channels, 4);
+    EXPECT_EQ(after.format, OIIO::TypeDesc::UINT8);
+    for (size_t i = 3; i < after.values.size(); i += 4) ASSERT_EQ(after.values[i], before.values[i]) << i;
+    EXPECT_GT(after.Sum(), before.Sum());
+    EXPECT_EQ(Leftovers({"black.png", "in.png", "flare.png"}), std::vector<std::string>{});
+}
+
+TEST_F(VelluxRender, BandsGiveTheImageOfOneGenerate) {
+    ASSERT_EQ(Vellux("render --size 90x61 -o " + Quote(Path("whole.tif"))).exitCode, 0);
+    const ToolRun bands = Vellux("render --size 90x61 --band-rows 7 -o " + Quote(Path("bands.tif")));
+    ASSERT_EQ(bands.exitCode, 0) << bands.err;
+    EXPECT_EQ(Load(Path("bands.tif")).values, Load(Path("whole.tif")).values);
+}
+
+TEST_F(VelluxRender, SettingsAndTablesReachThePlugin) {
+    ASSERT_EQ(Vellux("render --size 96x64 -o " + Quote(Path("default.exr"))).exitCode, 0);
+    ASSERT_EQ(Vellux("render --size 96x64 --dissolve 0.5 -o " + Quote(Path("faded.exr"))).exitCode, 0);
+    const ToolRun table = Vellux("render --size 96x64 --table '" + std::string(VELLUX_COMPILED_TABLES_DIR) +
+                                 "/CleanPrime.rsc' -o " + Quote(Path("prime.exr")));
+    ASSERT_EQ(table.exitCode, 0) << table.err;
+    const double full = Load(Path("default.exr")).Sum();
+    EXPECT_LT(Load(Path("faded.exr")).Sum(), full * 0.75);
+    EXPECT_NE(Load(Path("prime.exr")).Sum(), full);
+}
+
+TEST_F(VelluxRender, ErrorsExitOneNamingTheProblemAndWriteNothing) {
+    Write(Path("notes.txt"), "not a flare table");
+    Write(Path("keep.png"), "the previous output");
+    const std::string out = " -o " + Quote(Path("keep.png"));
+    const struct {
+        std::string arguments;
+        std::string message;
+    } cases[] = {
+        {"-i " + Quote(Path("missing.png")) + out, Path("missing.png").string() + ": no such file"},
+        {"-i " + Quote(Path("notes.txt")) + out, Path("notes.txt").string() + ": cannot read the image"},
+        {"--size 8x8 --table " + Quote(Path("notes.txt")) + out, Path("notes.txt").string() + ": "},
+        {"--size 8x8 --plugin " + Quote(Path("none.so")) + out, Path("none.so").string() + ": no such plug-in"},
+        {"--size 8x8 --color 300,0,0" + out, "--color: '300,0,0'"},
+        {"--size 8x8 --intensity inf" + out, "--intensity: inf"},
+        {"--size 8x8 --band-rows 0" + out, "--band-rows: 0"},
+        {"--size 8x8 -o " + Quote(Path("flare.unknown")), "no image format is known for the extension '.unknown'"},
+    };
+    for (const auto& c : cases) {
+        const ToolRun run = Vellux("render " + c.arguments);
+        EXPECT_EQ(run.exitCode, 1) << c.arguments;
+        EXPECT_EQ(run.err.rfind("vellux: ", 0), 0u) << run.err;
+        EXPECT_NE(run.err.find(c.message), std::string::npos) << run.err;
+        EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+        EXPECT_EQ(Slurp(Path("keep.png")), "the previous output");
+        EXPECT_EQ(Leftovers({"notes.txt", "keep.png"}), std::vector<std::string>{}) << c.arguments;
+    }
 }
 
 }  // namespace

@@ -1,11 +1,14 @@
-// vellux: the command-line tool for Vellux flare tables. See command.h for how commands plug in.
+// vellux: the command-line tool for Vellux: flare tables (rsc), rendering a frame (render), and
+// the sample frame (sample-frame). See command.h for how commands plug in.
 #include <exception>
 #include <iostream>
 
 #include <CLI/CLI.hpp>
 
 #include "tools/vellux/command.h"
+#include "tools/vellux/render_command.h"
 #include "tools/vellux/rsc_command.h"
+#include "tools/vellux/sample_frame.h"
 
 namespace {
 
@@ -32,6 +35,8 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     Action action;
     vellux::tool::AddRscCommands(app, action);
+    vellux::tool::AddRenderCommand(app, action);
+    vellux::tool::AddSampleFrameCommand(app, action);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

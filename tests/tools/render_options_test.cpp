@@ -1,0 +1,117 @@
+// The render command's options: what a user types, what it becomes, and the one message a wrong
+// value gets.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "tools/vellux/render_options.h"
+#include "vellux/plugin_records.h"
+
+namespace {
+
+using namespace vellux::tool;
+
+// Parses a render command line; CLI11 takes the arguments last to first.
+RenderOptions Parse(std::vector<std::string> arguments) {
+    CLI::App app;
+    RenderOptions options;
+    AddRenderOptions(app, options);
+    std::reverse(arguments.begin(), arguments.end());
+    app.parse(arguments);
+    return options;
+}
+
+RenderRequest Check(std::vector<std::string> arguments) { return CheckRenderOptions(Parse(std::move(arguments))); }
+
+std::string ErrorOf(std::vector<std::string> arguments) {
+    try {
+        Check(std::move(arguments));
+    } catch (const std::invalid_argument& error) {
+        return error.what();
+    }
+    return "no error";
+}
+
+TEST(RenderOptions, DefaultsAndTypedValues) {
+    const RenderRequest defaults = Check({"--size", "64x32", "-o", "out.png"});
+    EXPECT_EQ(defaults.blackFrame.width, 64);
+    EXPECT_EQ(defaults.blackFrame.height, 32);
+    EXPECT_TRUE(defaults.lightIsFraction);
+    EXPECT_DOUBLE_EQ(defaults.lightX, 0.3);
+    EXPECT_DOUBLE_EQ(defaults.lightY, 0.35);
+    EXPECT_EQ(defaults.color.red + defaults.color.green + defaults.color.blue, 3 * 255);
+    EXPECT_EQ(defaults.bandRows, 0);
+    EXPECT_FALSE(defaults.settings.dissolve.has_value());
+
+    const RenderRequest typed = Check({"-i", "in.exr", "-o", "out.exr", "--light", " 12.5, -4", "--color", "255,128,0",
+                                       "--band-rows", "16", "--star-filter", "-3", "--dissolve", "1"});
+    EXPECT_EQ(typed.input, "in.exr");
+    EXPECT_FALSE(typed.lightIsFraction);
+    EXPECT_DOUBLE_EQ(typed.lightX, 12.5);
+    EXPECT_DOUBLE_EQ(typed.lightY, -4.0);   // off the frame is allowed: the flare still shows
+    EXPECT_EQ(typed.color.green, 128);
+    EXPECT_EQ(typed.bandRows, 16);
+    EXPECT_EQ(typed.settings.starFilter, -3);
+    EXPECT_EQ(typed.settings.dissolve, 1.0);
+}
+
+TEST(RenderOptions, OutOfRangeValuesNameTheOption) {
+    const std::vector<std::string> frame = {"--size", "8x8", "-o", "o.png"};
+    const auto with = [&](std::vector<std::string> more) {
+        more.insert(more.begin(), frame.begin(), frame.end());
+        return ErrorOf(more);
+    };
+    EXPECT_EQ(with({"--color", "256,0,0"}), "--color: '256,0,0' must be three whole numbers from 0 to 255");
+    EXPECT_EQ(with({"--color", "1.5,0,0"}).rfind("--color:", 0), 0u);
+    EXPECT_EQ(with({"--color", "255,255"}).rfind("--color:", 0), 0u);
+    EXPECT_EQ(with({"--intensity", "nan"}), "--intensity: nan is out of range (at least 0)");
+    EXPECT_EQ(with({"--intensity", "inf"}).rfind("--intensity:", 0), 0u);
+    EXPECT_EQ(with({"--radius", "-1"}).rfind("--radius:", 0), 0u);
+    EXPECT_EQ(with({"--band-rows", "0"}), "--band-rows: 0 must be at least 1");
+    EXPECT_EQ(with({"--dissolve", "1.5"}), "--dissolve: 1.5 is out of range (from 0 to 1)");
+    EXPECT_EQ(with({"--ring-size", "0"}).rfind("--ring-size:", 0), 0u);
+    EXPECT_EQ(with({"--light-fraction", "0.5"}), "--light-fraction: '0.5' is not two numbers X,Y");
+    EXPECT_EQ(with({"--light", "1,2,"}).rfind("--light:", 0), 0u);
+    EXPECT_EQ(with({"--light", "1,,2"}).rfind("--light:", 0), 0u);
+    for (const char* size : {"0x8", "8x", "x8", "8*8", "65536x1", "-2x4", "8x8x8"})
+        EXPECT_EQ(ErrorOf({"--size", size, "-o", "o.png"}).rfind("--size: '", 0), 0u) << size;
+}
+
+TEST(RenderOptions, FrameAndLightChoicesAreExclusive) {
+    EXPECT_THROW(Parse({"-o", "o.png"}), CLI::ParseError);
+    EXPECT_THROW(Parse({"-i", "a.png", "--size", "8x8", "-o", "o.png"}), CLI::ParseError);
+    EXPECT_THROW(Parse({"--size", "8x8", "-o", "o.png", "--light", "1,2", "--light-fraction", "0.1,0.2"}),
+                 CLI::ParseError);
+    EXPECT_THROW(Parse({"--size", "8x8"}), CLI::ParseError);   // no output
+}
+
+TEST(PluginSettings, EditsChangeOnlyTheirFieldsAndNeedAWholeRecord) {
+    ControlDataRec control{};
+    control.flareIntensity = 0.5;
+    control.flareRingSize = 0.22;
+    control.flareFlags = 0x7B000000u;
+    std::vector<uint8_t> bytes(sizeof(control));
+    std::memcpy(bytes.data(), &control, sizeof(control));
+
+    SettingEdits edits;
+    edits.dissolve = 0.25;
+    edits.starFilter = 6;
+    edits.anamorphicStreak = true;
+    ApplySettingEdits(edits, bytes);
+    ControlDataRec edited;
+    std::memcpy(&edited, bytes.data(), sizeof(edited));
+    EXPECT_EQ(edited.flareDissolve, 0.25);
+    EXPECT_EQ(edited.flareStarFilter, 6);
+    EXPECT_EQ(edited.flareFlags, 0x7B000000u | kFlagAnamorphicStreak);
+    EXPECT_EQ(edited.flareIntensity, 0.5);
+    EXPECT_EQ(edited.flareRingSize, 0.22);
+
+    std::vector<uint8_t> shortRecord(sizeof(control) - 1);
+    EXPECT_THROW(ApplySettingEdits(edits, shortRecord), std::runtime_error);
+}
+
+}  // namespace

@@ -1,0 +1,81 @@
+// Driving the plug-in through one frame as a host does: INIT (the plug-in fills in its default
+// settings and reads its flare table), the settings edits, SETF with the frame and the light,
+// one GENF per band of rows from top to bottom, FINI.
+//
+// Any command the plug-in answers with a non-zero code throws PluginError, whose message is the
+// plug-in's own text for the code (asked for with DESC).
+#ifndef VELLUX_TOOLS_FLARE_RENDER_H
+#define VELLUX_TOOLS_FLARE_RENDER_H
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "host/host_session.h"
+#include "host/plugin_library.h"
+#include "tools/vellux/option_values.h"
+#include "tools/vellux/plugin_pixels.h"
+#include "tools/vellux/plugin_settings.h"
+#include "vellux/plugin_records.h"
+
+namespace vellux::tool {
+
+struct PluginError : std::runtime_error {
+    PluginError(const std::string& message, int32_t result) : std::runtime_error(message), code(result) {}
+    int32_t code;
+};
+
+// Rows [top, bottom) of the frame.
+struct Band {
+    int32_t top = 0;
+    int32_t bottom = 0;
+};
+
+// Bands of `bandRows` rows from the top, the last one shorter; bandRows 0 is one band.
+std::vector<Band> SplitIntoBands(int32_t height, int32_t bandRows);
+
+struct FlareLight {
+    double x = 0.0;         // on the frame, pixels
+    double y = 0.0;
+    LightColor color;
+    double intensity = 1.0;
+    double radius = 0.0;    // on the frame, pixels
+};
+
+// The setup block for a frame of this size: the whole frame from (0, 0), its scale the smaller
+// of width and height in both directions, its centre (width / 2, height / 2); the camera and
+// light matrices are identities. The host header (theInfo) is left for the sender.
+PluginFlareSetupRec MakeFrameSetup(int32_t width, int32_t height, const FlareLight& light);
+
+// One plug-in instance with its host records: INIT on construction, FINI when finished (or, its
+// answer ignored, on destruction after an error).
+class PluginInstance {
+public:
+    PluginInstance(const host::PluginLibrary& plugin, host::HostSession& host);
+    ~PluginInstance();
+    PluginInstance(const PluginInstance&) = delete;
+    PluginInstance& operator=(const PluginInstance&) = delete;
+
+    void EditSettings(const SettingEdits& edits);
+    void Setup(PluginFlareSetupRec setup);
+    void Generate(PluginPixels& pixels, Band band);
+    void Finish();
+
+private:
+    template <typename Block>
+    int32_t Send(IFFType command, Block& block);
+    void Check(IFFType command, int32_t result);
+    PluginError Failure(IFFType command, int32_t result);
+
+    const host::PluginLibrary& plugin_;
+    host::HostSession& host_;
+    bool open_ = false;
+};
+
+// SETF, then GENF band by band into `pixels`.
+void RenderFrame(PluginInstance& instance, const FlareLight& light, PluginPixels& pixels, int32_t bandRows);
+
+}  // namespace vellux::tool
+
+#endif  // VELLUX_TOOLS_FLARE_RENDER_H

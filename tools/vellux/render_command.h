@@ -1,0 +1,27 @@
+// The "render" command: one frame through the plug-in, as a host renders it.
+//
+//   vellux render -i IMAGE -o OUTPUT [options]     the flare onto an image
+//   vellux render --size WxH -o OUTPUT [options]   the flare onto a black frame (16-bit)
+//
+// The options are declared in render_options.h; the image paths in frame_image.h; the plug-in
+// is found as plugin_location.h says and driven as flare_render.h says. The output is written
+// under a temporary name and renamed into place only when everything succeeded; Ctrl-C stops
+// the render at the plug-in's next progress report and writes nothing.
+#ifndef VELLUX_TOOLS_RENDER_COMMAND_H
+#define VELLUX_TOOLS_RENDER_COMMAND_H
+
+#include <CLI/CLI.hpp>
+
+#include "tools/vellux/command.h"
+#include "tools/vellux/render_options.h"
+
+namespace vellux::tool {
+
+void AddRenderCommand(CLI::App& app, Action& action);
+
+// The work of the command; throws std::runtime_error (or PluginError) with the message to show.
+void RenderFlareImage(const RenderRequest& request);
+
+}  // namespace vellux::tool
+
+#endif  // VELLUX_TOOLS_RENDER_COMMAND_H

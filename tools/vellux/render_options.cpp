@@ -1,0 +1,114 @@
+#include "tools/vellux/render_options.h"
+
+#include <cmath>
+#include <stdexcept>
+
+namespace vellux::tool {
+
+namespace {
+
+void AddFrameOptions(CLI::App& render, RenderOptions& options) {
+    CLI::Option_group* frame = render.add_option_group("frame", "What to paint the flare into (one of)");
+    frame->add_option("-i,--input", options.input, "Image to render onto (any format the image library reads)")
+        ->type_name("IMAGE");
+    frame->add_option("--size", options.size, "A black frame of this size instead, e.g. 1920x1080")
+        ->type_name("WxH");
+    frame->require_option(1);
+    render.add_option("-o,--output", options.output, "Image to write; its extension picks the format")
+        ->type_name("IMAGE")
+        ->required();
+}
+
+void AddLightOptions(CLI::App& render, RenderOptions& options) {
+    CLI::Option* pixels = render.add_option("--light", options.light, "Light position in pixels")->type_name("X,Y");
+    render.add_option("--light-fraction", options.lightFraction, "Light position as fractions of width and height")
+        ->type_name("X,Y")
+        ->default_str("0.3,0.35")
+        ->excludes(pixels);
+    render.add_option("--color", options.color, "Light colour, 0 to 255 each")->type_name("R,G,B")->capture_default_str();
+    render.add_option("--intensity", options.intensity, "Light intensity")->capture_default_str();
+    render.add_option("--radius", options.radius, "The light's radius on the frame in pixels (with --follow-light-size)")
+        ->capture_default_str();
+}
+
+void AddSettingOptions(CLI::App& render, SettingEdits& edits) {
+    const auto set = [](auto& field) { return [&field](const auto& value) { field = value; }; };
+    render.add_option_function<double>("--flare-intensity", set(edits.flareIntensity), "Overall flare intensity (plug-in default 0.5)");
+    render.add_option_function<double>("--dissolve", set(edits.dissolve), "Fade the flare out, 0 to 1 (plug-in default 0)");
+    render.add_option_function<double>("--ring-size", set(edits.ringSize), "Halo size in flare units (plug-in default 0.22)");
+    render.add_option_function<double>("--streak-density", set(edits.streakDensity), "Density of the streaks (plug-in default 50)");
+    render.add_option_function<int32_t>("--star-filter", set(edits.starFilter), "Star filter, 0 = none (plug-in default 0)");
+    render.add_flag("--anamorphic-streak", edits.anamorphicStreak, "Add the horizontal anamorphic streak");
+    render.add_flag("--follow-light-size", edits.followLightSize, "Size the glow by the light's --radius");
+}
+
+void AddRunOptions(CLI::App& render, RenderOptions& options) {
+    render.add_option("--table", options.table, "Flare table (resource file) instead of Vellux.rsc")->type_name("FILE");
+    render.add_option_function<int32_t>("--band-rows", [&options](const int32_t& rows) { options.bandRows = rows; },
+                                        "Hand the frame over in bands of N rows (default: all at once)")
+        ->type_name("N");
+    render.add_option("--plugin", options.plugin, "The plug-in (default: Vellux.so beside the tool or one folder up)")
+        ->type_name("PATH");
+    render.add_flag("-q,--quiet", options.quiet, "No progress bar");
+}
+
+void RequireFinite(const char* option, double value, double min) {
+    if (!std::isfinite(value) || value < min)
+        throw std::invalid_argument(std::string(option) + ": " + NumberText(value) + " is out of range (at least " +
+                                    NumberText(min) + ")");
+}
+
+LightColor ParseColor(const std::string& text) {
+    const std::vector<double> rgb = ParseNumbers("--color", text, 3);
+    for (double component : rgb) {
+        if (component < 0.0 || component > 255.0 || component != std::floor(component))
+            throw std::invalid_argument("--color: '" + text + "' must be three whole numbers from 0 to 255");
+    }
+    return {uint8_t(rgb[0]), uint8_t(rgb[1]), uint8_t(rgb[2])};
+}
+
+void TakeLight(const RenderOptions& options, RenderRequest& request) {
+    if (!options.light.empty()) {
+        const std::vector<double> xy = ParseNumbers("--light", options.light, 2);
+        request.lightIsFraction = false;
+        request.lightX = xy[0];
+        request.lightY = xy[1];
+    } else if (!options.lightFraction.empty()) {
+        const std::vector<double> xy = ParseNumbers("--light-fraction", options.lightFraction, 2);
+        request.lightX = xy[0];
+        request.lightY = xy[1];
+    }
+}
+
+}  // namespace
+
+void AddRenderOptions(CLI::App& render, RenderOptions& options) {
+    AddFrameOptions(render, options);
+    AddLightOptions(render, options);
+    AddSettingOptions(render, options.settings);
+    AddRunOptions(render, options);
+}
+
+RenderRequest CheckRenderOptions(const RenderOptions& options) {
+    RenderRequest request;
+    request.input = options.input;
+    if (options.input.empty()) request.blackFrame = ParseFrameSize("--size", options.size);
+    request.output = options.output;
+    TakeLight(options, request);
+    request.color = ParseColor(options.color);
+    RequireFinite("--intensity", options.intensity, 0.0);
+    request.intensity = options.intensity;
+    RequireFinite("--radius", options.radius, 0.0);
+    request.radius = options.radius;
+    request.table = options.table;
+    if (options.bandRows && *options.bandRows < 1)
+        throw std::invalid_argument("--band-rows: " + std::to_string(*options.bandRows) + " must be at least 1");
+    request.bandRows = options.bandRows.value_or(0);
+    request.plugin = options.plugin;
+    request.quiet = options.quiet;
+    CheckSettingEdits(options.settings);
+    request.settings = options.settings;
+    return request;
+}
+
+}  // namespace vellux::tool

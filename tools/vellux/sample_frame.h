@@ -1,0 +1,31 @@
+// The sample frame for the quick start: a dusk landscape made procedurally (a sky graded from
+// deep blue to a warm horizon, a low sun, thin lit clouds, hazy far hills, darker near hills
+// with a tree line, a few buildings with lit windows, and a little film grain). The sun sits
+// where `vellux render` puts the light by default. The same size and seed give the same picture:
+// the noise comes from an integer hash, not from a library generator.
+//
+//   vellux sample-frame -o FILE [--size WxH] [--seed N]
+#ifndef VELLUX_TOOLS_SAMPLE_FRAME_H
+#define VELLUX_TOOLS_SAMPLE_FRAME_H
+
+#include <cstdint>
+#include <filesystem>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "tools/vellux/command.h"
+#include "tools/vellux/option_values.h"
+
+namespace vellux::tool {
+
+// 8-bit RGB, row by row.
+std::vector<uint8_t> MakeSampleFrame(FrameSize size, uint32_t seed);
+
+void WriteSampleFrame(const std::filesystem::path& output, FrameSize size, uint32_t seed);   // atomically
+
+void AddSampleFrameCommand(CLI::App& app, Action& action);
+
+}  // namespace vellux::tool
+
+#endif  // VELLUX_TOOLS_SAMPLE_FRAME_H
