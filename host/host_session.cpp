@@ -7,7 +7,8 @@
 namespace vellux::host {
 
 namespace {
-uint8_t* BlockOf(std::vector<uint8_t>& block) { return block.empty() ? nullptr : block.data(); }
+template <typename Block>
+uint8_t* BlockOf(Block& block) { return block.empty() ? nullptr : block.data(); }
 
 template <typename Record>
 Record* As(int32_t size, void* record) {

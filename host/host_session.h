@@ -16,6 +16,8 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -50,7 +52,7 @@ public:
     PluginInfoRec Info();
 
     const std::vector<uint8_t>& controlData() const { return control_; }
-    const std::vector<uint8_t>& pluginData() const { return plugin_; }
+    std::span<const uint8_t> pluginData() const { return {plugin_.data(), plugin_.size()}; }
     void SetControlData(std::vector<uint8_t> bytes) { control_ = std::move(bytes); }
     void SetFreeBytes(int32_t bytes) { freeBytes_ = bytes; }
 
@@ -66,8 +68,20 @@ private:
     int32_t Allocate(HostAllocateRec& rec);
     int32_t Status(HostStatusRec& rec);
 
+    // The working record is grown to all the free memory while the plug-in fills it, then shrunk
+    // at once, on every frame: its bytes are left uninitialised, so growing costs address space,
+    // not the time to clear memory the plug-in never touches.
+    template <typename T>
+    struct UninitialisedAllocator : std::allocator<T> {
+        template <typename U>
+        struct rebind { using other = UninitialisedAllocator<U>; };
+        template <typename U>
+        void construct(U* place) noexcept { ::new (static_cast<void*>(place)) U; }
+        template <typename U, typename... Args>
+        void construct(U* place, Args&&... args) { ::new (static_cast<void*>(place)) U(std::forward<Args>(args)...); }
+    };
     std::vector<uint8_t> control_;
-    std::vector<uint8_t> plugin_;
+    std::vector<uint8_t, UninitialisedAllocator<uint8_t>> plugin_;
     int32_t freeBytes_ = kDefaultFreeBytes;
     ProgressSink progress_;
     int32_t reportTicks_ = kDefaultReportTicks;

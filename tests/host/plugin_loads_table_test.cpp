@@ -88,7 +88,7 @@ TEST(PlugInWithRealServices, SetupLaysTheDefaultFlareOut) {
     setup.theLightIntensity = 1.0;
     ASSERT_EQ(plugin.Call(kCmdSetup, int32_t(sizeof(setup)), &setup), kNoError);
 
-    const std::vector<uint8_t>& block = host.pluginData();
+    const auto block = host.pluginData();
     const auto* data = reinterpret_cast<const PluginDataRec*>(block.data());
     EXPECT_EQ(int32_t(block.size()), (data->flareDataSize + 7) & ~7);   // shrunk to what is used
     EXPECT_EQ(data->flareStreakCount, 50);
