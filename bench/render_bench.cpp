@@ -1,15 +1,19 @@
 // One frame as a host renders it: SETF (layout of the elements and streaks) and GENF (painting)
 // into a black frame, at 1920x1080 and 3840x2160, 48 and 32 bits, with the default look (light at
 // 0.3 W, 0.35 H) and a heavy one (star filter 8, the anamorphic streak, 300 random streaks,
-// intensity 1.0). Counters: painted ring pixels and covered streak pixels per frame are not
-// measured here; see the README for how the per-pixel figures are derived.
+// intensity 1.0). The RingsOnly and StreaksOnly runs paint one kind alone and count what they
+// paint, for the cost per painted ring pixel and per covered (streak, pixel) pair.
 #include <benchmark/benchmark.h>
 
+#include <cmath>
 #include <cstring>
 #include <vector>
 
 #include "host/host_session.h"
 #include "host/resource_services.h"
+#include "kit/rect.h"
+#include "plugin/plugin_data.h"
+#include "plugin/scan_conversion.h"
 #include "vellux/plugin_records.h"
 
 namespace {
@@ -22,8 +26,49 @@ struct Look {
 };
 const Look kDefault{0, 0, 50.0, 0.5};
 const Look kHeavy{8, kFlagAnamorphicStreak, 300.0, 1.0};
+const uint32_t kElementFlags = kFlagGlow | kFlagHalo | kFlagReflections;
+const uint32_t kStreakFlags = kFlagRandomStreaks | kFlagAnamorphicStreak;
 
-void RenderFrame(benchmark::State& state, int32_t width, int32_t height, int16_t depth, const Look& look) {
+// Ring pixels the painter adds to: those whose distance falls inside the ring's table, found with
+// the painter's own arithmetic.
+double PaintedRingPixels(PluginDataRec* data) {
+    double count = 0;
+    const RingElement* ring = RingAt(data, data->flareRingFirst);
+    for (int32_t i = 0; i < data->flareRingCount && ring != nullptr; ++i, ring = RingAt(data, ring->ringNext)) {
+        L_Rect scan;
+        if (ring->ringFlareColors == 0 || SectLRect(&ring->ringRect, &data->flareRect, &scan) == 0) continue;
+        const double end = double(ring->ringFlareColors) * 65536.0;
+        for (int32_t y = scan.top; y < scan.bottom; ++y) {
+            const float dy = float(y) - ring->ringYPos;
+            const float dy2 = (dy * ring->ringYFactor) * (ring->ringYFactor * dy);
+            float dx = (float(scan.left) - ring->ringXPos) * ring->ringXFactor;
+            for (int32_t x = scan.left; x < scan.right; ++x, dx = dx + ring->ringXFactor)
+                count += std::sqrt(double(dx * dx + dy2)) + 0.5 < end ? 1 : 0;
+        }
+    }
+    return count;
+}
+
+// (streak, pixel) pairs the painter visits: every streak's span on every row, sliced on copies.
+double CoveredStreakPixels(PluginDataRec* data) {
+    double count = 0;
+    int32_t offset = data->flareStreakFirst;
+    for (int32_t i = 0; i < data->flareStreakCount; ++i) {
+        StreakElement streak = *TailRecord<StreakElement>(data, offset);
+        for (int32_t y = data->flareRect.top; y < data->flareRect.bottom; ++y) {
+            L_Rect row, scan;
+            SetLRect(&row, data->flareRect.left, y, data->flareRect.right, y + 1);
+            int32_t left, right;
+            if (SectLRect(&row, &streak.streakRect, &scan) != 0 && SliceEdges(&scan, y, streak.streakEdges, &left, &right))
+                count += right - left + 1;
+        }
+        offset = streak.streakNext;
+    }
+    return count;
+}
+
+void RenderFrame(benchmark::State& state, int32_t width, int32_t height, int16_t depth, const Look& look,
+                 uint32_t keepFlags = ~0u) {
     vellux::host::SetHomeDirectory(VELLUX_TABLE_DIR);
     vellux::host::HostSession host;
     PluginInitializeRec init{host.Info()};
@@ -36,6 +81,7 @@ void RenderFrame(benchmark::State& state, int32_t width, int32_t height, int16_t
     std::memcpy(&settings, control.data(), sizeof(settings));
     settings.flareStarFilter = look.starFilter;
     settings.flareFlags |= look.addFlags;
+    settings.flareFlags &= keepFlags;
     settings.flareStreakDensity = look.density;
     settings.flareIntensity = look.intensity;
     std::memcpy(control.data(), &settings, sizeof(settings));
@@ -64,6 +110,20 @@ void RenderFrame(benchmark::State& state, int32_t width, int32_t height, int16_t
         if (Main(kCmdGenerate, int32_t(sizeof(generate)), &generate) != kNoError) state.SkipWithError("GENF failed");
         benchmark::DoNotOptimize(pixels.data());
     }
+    // What one frame painted, for the per-pixel costs (the layout of the last SETF is current).
+    PluginFlareSetupRec again{};
+    again.theInfo = host.Info();
+    again.theFrameRect = frame;
+    again.theFrameXScale = again.theFrameYScale = double(std::min(width, height));
+    again.theFrameXCenter = width / 2.0;
+    again.theFrameYCenter = height / 2.0;
+    again.theLightFramePosition = DCoordinate{0.3 * width, 0.35 * height, 0.0};
+    again.theLightColor = ARGB{255, 255, 255, 255};
+    again.theLightIntensity = 1.0;
+    Main(kCmdSetup, int32_t(sizeof(again)), &again);
+    auto* data = reinterpret_cast<PluginDataRec*>(const_cast<uint8_t*>(host.pluginData().data()));
+    state.counters["ring_px"] = PaintedRingPixels(data);
+    state.counters["streak_px"] = CoveredStreakPixels(data);
 }
 
 void BM_Default1080p48(benchmark::State& s) { RenderFrame(s, 1920, 1080, 48, kDefault); }
@@ -74,6 +134,14 @@ void BM_Heavy1080p48(benchmark::State& s) { RenderFrame(s, 1920, 1080, 48, kHeav
 void BM_Heavy1080p32(benchmark::State& s) { RenderFrame(s, 1920, 1080, 32, kHeavy); }
 void BM_Heavy2160p48(benchmark::State& s) { RenderFrame(s, 3840, 2160, 48, kHeavy); }
 void BM_Heavy2160p32(benchmark::State& s) { RenderFrame(s, 3840, 2160, 32, kHeavy); }
+void BM_RingsOnly1080p48(benchmark::State& s) { RenderFrame(s, 1920, 1080, 48, kDefault, ~kStreakFlags); }
+void BM_RingsOnly1080p32(benchmark::State& s) { RenderFrame(s, 1920, 1080, 32, kDefault, ~kStreakFlags); }
+void BM_StreaksOnly1080p48(benchmark::State& s) { RenderFrame(s, 1920, 1080, 48, kHeavy, ~kElementFlags); }
+void BM_StreaksOnly1080p32(benchmark::State& s) { RenderFrame(s, 1920, 1080, 32, kHeavy, ~kElementFlags); }
+BENCHMARK(BM_RingsOnly1080p48)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_RingsOnly1080p32)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_StreaksOnly1080p48)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_StreaksOnly1080p32)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Default1080p48)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Default1080p32)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Default2160p48)->Unit(benchmark::kMillisecond);

@@ -31,14 +31,15 @@ inline uint32_t NextSeed(uint32_t seed) { return seed * 1103515245u + 12345u; }
 
 // Adds (rNum, gNum, bNum) to a 48-bit pixel, each channel held at maxPixel. A channel that would
 // go below zero (only a negative colour can do that) stays at zero.
+inline int32_t HeldChannel(int32_t v, int32_t maxPixel) { return v < 0 ? 0 : v < maxPixel ? v : maxPixel; }
+
 inline void SumPixel48(uint8_t* thePixel, int32_t rNum, int32_t gNum, int32_t bNum, int32_t maxPixel) {
+    // Colour numbers stay within +-2^30 (the painters hold them there), so the sums fit 32 bits.
     uint16_t channels[3];
     std::memcpy(channels, thePixel, sizeof(channels));
-    const int32_t numbers[3] = {rNum, gNum, bNum};
-    for (int c = 0; c < 3; ++c) {
-        const int64_t v = int64_t(channels[c]) + numbers[c];
-        channels[c] = uint16_t(v < 0 ? 0 : v < maxPixel ? v : maxPixel);
-    }
+    channels[0] = uint16_t(HeldChannel(int32_t(channels[0]) + rNum, maxPixel));
+    channels[1] = uint16_t(HeldChannel(int32_t(channels[1]) + gNum, maxPixel));
+    channels[2] = uint16_t(HeldChannel(int32_t(channels[2]) + bNum, maxPixel));
     std::memcpy(thePixel, channels, sizeof(channels));
 }
 
@@ -48,11 +49,9 @@ inline void SumPixel32(uint8_t* thePixel, uint32_t* seed, int32_t rNum, int32_t 
                        int32_t maxPixel) {
     *seed = NextSeed(*seed);
     const int32_t noise = int32_t(*seed >> 26);
-    const int32_t numbers[3] = {rNum, gNum, bNum};
-    for (int c = 0; c < 3; ++c) {
-        const int64_t v = (int64_t(thePixel[1 + c]) * 64 + numbers[c] + noise) >> 6;
-        thePixel[1 + c] = uint8_t(v < 0 ? 0 : v < maxPixel ? v : maxPixel);
-    }
+    thePixel[1] = uint8_t(HeldChannel((int32_t(thePixel[1]) * 64 + rNum + noise) >> 6, maxPixel));
+    thePixel[2] = uint8_t(HeldChannel((int32_t(thePixel[2]) * 64 + gNum + noise) >> 6, maxPixel));
+    thePixel[3] = uint8_t(HeldChannel((int32_t(thePixel[3]) * 64 + bNum + noise) >> 6, maxPixel));
 }
 
 // The address of pixel (x, y) of the buffer; the caller keeps (x, y) inside bufferRect.
