@@ -44,15 +44,24 @@ inline void SumPixel48(uint8_t* thePixel, int32_t rNum, int32_t gNum, int32_t bN
 }
 
 // Adds colours in 1/64 units to a 32-bit pixel: one noise value 0..63 from the advanced seed
-// dithers all three channels between neighbouring levels.
-inline void SumPixel32(uint8_t* thePixel, uint32_t* seed, int32_t rNum, int32_t gNum, int32_t bNum,
-                       int32_t maxPixel) {
-    *seed = NextSeed(*seed);
-    const int32_t noise = int32_t(*seed >> 26);
+// dithers all three channels between neighbouring levels. AddDithered32 takes the seed already
+// advanced.
+inline void AddDithered32(uint8_t* thePixel, uint32_t seed, int32_t rNum, int32_t gNum, int32_t bNum,
+                          int32_t maxPixel) {
+    const int32_t noise = int32_t(seed >> 26);
     thePixel[1] = uint8_t(HeldChannel((int32_t(thePixel[1]) * 64 + rNum + noise) >> 6, maxPixel));
     thePixel[2] = uint8_t(HeldChannel((int32_t(thePixel[2]) * 64 + gNum + noise) >> 6, maxPixel));
     thePixel[3] = uint8_t(HeldChannel((int32_t(thePixel[3]) * 64 + bNum + noise) >> 6, maxPixel));
 }
+
+inline void SumPixel32(uint8_t* thePixel, uint32_t* seed, int32_t rNum, int32_t gNum, int32_t bNum,
+                       int32_t maxPixel) {
+    *seed = NextSeed(*seed);
+    AddDithered32(thePixel, *seed, rNum, gNum, bNum, maxPixel);
+}
+
+// Two steps of the generator in one: seed * a^2 + (a c + c), modulo 2^32.
+inline uint32_t NextSeedTwice(uint32_t seed) { return seed * (1103515245u * 1103515245u) + (1103515245u * 12345u + 12345u); }
 
 // The address of pixel (x, y) of the buffer; the caller keeps (x, y) inside bufferRect.
 inline uint8_t* PixelAt(const VelluxBuffer& buffer, int32_t x, int32_t y, int32_t bytesPerPixel) {

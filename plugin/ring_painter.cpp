@@ -25,8 +25,8 @@ struct Pixel32 {
     void Begin(int32_t y) { seed = uint32_t(y); }
     // A painted ring pixel advances the seed once before its colour, and once more in the sum.
     void Add(uint8_t* pixel, int32_t r, int32_t g, int32_t b, int32_t maxPixel) {
-        seed = NextSeed(seed);
-        SumPixel32(pixel, &seed, r, g, b, maxPixel);
+        seed = NextSeedTwice(seed);
+        AddDithered32(pixel, seed, r, g, b, maxPixel);
     }
 };
 
