@@ -67,6 +67,21 @@ double CoveredStreakPixels(PluginDataRec* data) {
     return count;
 }
 
+// The frame's camera and a white light at (0.3 W, 0.35 H).
+PluginFlareSetupRec SetupBlock(vellux::host::HostSession& host, const L_Rect& frame) {
+    const int32_t width = int32_t(frame.width), height = int32_t(frame.height);
+    PluginFlareSetupRec setup{};
+    setup.theInfo = host.Info();
+    setup.theFrameRect = frame;
+    setup.theFrameXScale = setup.theFrameYScale = double(std::min(width, height));
+    setup.theFrameXCenter = width / 2.0;
+    setup.theFrameYCenter = height / 2.0;
+    setup.theLightFramePosition = DCoordinate{0.3 * width, 0.35 * height, 0.0};
+    setup.theLightColor = ARGB{255, 255, 255, 255};
+    setup.theLightIntensity = 1.0;
+    return setup;
+}
+
 void RenderFrame(benchmark::State& state, int32_t width, int32_t height, int16_t depth, const Look& look,
                  uint32_t keepFlags = ~0u) {
     vellux::host::SetHomeDirectory(VELLUX_TABLE_DIR);
@@ -94,15 +109,7 @@ void RenderFrame(benchmark::State& state, int32_t width, int32_t height, int16_t
         state.PauseTiming();
         std::fill(pixels.begin(), pixels.end(), 0);
         state.ResumeTiming();
-        PluginFlareSetupRec setup{};
-        setup.theInfo = host.Info();
-        setup.theFrameRect = frame;
-        setup.theFrameXScale = setup.theFrameYScale = double(std::min(width, height));
-        setup.theFrameXCenter = width / 2.0;
-        setup.theFrameYCenter = height / 2.0;
-        setup.theLightFramePosition = DCoordinate{0.3 * width, 0.35 * height, 0.0};
-        setup.theLightColor = ARGB{255, 255, 255, 255};
-        setup.theLightIntensity = 1.0;
+        PluginFlareSetupRec setup = SetupBlock(host, frame);
         PluginFlareGenerateRec generate{};
         generate.theFlareBuffer = FlareBuffer{pixels.data(), width * bytes, frame, depth, 0};
         if (Main(kCmdSetup, int32_t(sizeof(setup)), &setup) != kNoError) state.SkipWithError("SETF failed");
@@ -111,15 +118,7 @@ void RenderFrame(benchmark::State& state, int32_t width, int32_t height, int16_t
         benchmark::DoNotOptimize(pixels.data());
     }
     // What one frame painted, for the per-pixel costs (the layout of the last SETF is current).
-    PluginFlareSetupRec again{};
-    again.theInfo = host.Info();
-    again.theFrameRect = frame;
-    again.theFrameXScale = again.theFrameYScale = double(std::min(width, height));
-    again.theFrameXCenter = width / 2.0;
-    again.theFrameYCenter = height / 2.0;
-    again.theLightFramePosition = DCoordinate{0.3 * width, 0.35 * height, 0.0};
-    again.theLightColor = ARGB{255, 255, 255, 255};
-    again.theLightIntensity = 1.0;
+    PluginFlareSetupRec again = SetupBlock(host, frame);
     Main(kCmdSetup, int32_t(sizeof(again)), &again);
     auto* data = reinterpret_cast<PluginDataRec*>(const_cast<uint8_t*>(host.pluginData().data()));
     state.counters["ring_px"] = PaintedRingPixels(data);

@@ -128,18 +128,19 @@ private:
     bool committed_ = false;
 };
 
-// The permissions a newly created file would get, or those of the file being replaced.
-mode_t ModeFor(const std::filesystem::path& path) {
+mode_t ModeFor(const std::filesystem::path& path) { return mode_t(PermissionsFor(path)); }
+
+std::string ErrnoText() { return std::strerror(errno); }
+
+}  // namespace
+
+unsigned PermissionsFor(const std::filesystem::path& path) {
     struct stat existing {};
     if (stat(path.c_str(), &existing) == 0 && S_ISREG(existing.st_mode)) return existing.st_mode & 07777;
     const mode_t mask = umask(0);
     umask(mask);
     return 0666 & ~mask;
 }
-
-std::string ErrnoText() { return std::strerror(errno); }
-
-}  // namespace
 
 // ---- Types ----
 

@@ -60,6 +60,10 @@ void WriteResourceFile(const std::filesystem::path& path, const ResourceFile& fi
 // well; throws std::runtime_error naming the file otherwise, leaving any old file untouched.
 void WriteFileAtomically(const std::filesystem::path& path, std::span<const uint8_t> bytes);
 
+// The permission bits a file written at `path` gets: those of the file it replaces, or the
+// default for a new file (0666 less the umask).
+unsigned PermissionsFor(const std::filesystem::path& path);
+
 std::string TypeText(uint32_t type);    // "FLAR"
 uint32_t TypeCode(const std::string& text);   // throws unless exactly four bytes
 

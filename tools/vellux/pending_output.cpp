@@ -1,5 +1,7 @@
 #include "tools/vellux/pending_output.h"
 
+#include "host/resource_file.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,14 +15,6 @@
 namespace vellux::tool {
 
 namespace {
-
-mode_t ModeFor(const std::filesystem::path& path) {
-    struct stat existing {};
-    if (stat(path.c_str(), &existing) == 0 && S_ISREG(existing.st_mode)) return existing.st_mode & 07777;
-    const mode_t mask = umask(0);
-    umask(mask);
-    return 0666 & ~mask;
-}
 
 [[noreturn]] void Fail(const std::filesystem::path& target, const std::string& doing) {
     throw std::runtime_error(target.string() + ": cannot " + doing + ": " + std::strerror(errno));
@@ -42,7 +36,7 @@ PendingOutput::~PendingOutput() {
 }
 
 void PendingOutput::Commit() {
-    if (chmod(temporary_.c_str(), ModeFor(target_)) != 0) Fail(target_, "set the permissions of " + temporary_.string());
+    if (chmod(temporary_.c_str(), mode_t(rsc::PermissionsFor(target_))) != 0) Fail(target_, "set the permissions of " + temporary_.string());
     if (std::rename(temporary_.c_str(), target_.c_str()) != 0) Fail(target_, "rename " + temporary_.string() + " over it");
     committed_ = true;
 }
