@@ -2,6 +2,7 @@
 
 #include <time.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace vellux::host {
@@ -67,7 +68,52 @@ int32_t HostSession::Answer(IFFType selector, int32_t size, void* record) {
         auto* rec = As<HostStatusRec>(size, record);
         return rec != nullptr ? Status(*rec) : kIncompatibleRecord;
     }
-    return kUnsupportedCommand;   // ACHN, GCHN, SCHN, RCHN and anything unknown
+    if (selector == kHostAddChannel) {
+        auto* rec = As<HostAddChannelRec>(size, record);
+        return rec != nullptr ? AddChannel(*rec) : kIncompatibleRecord;
+    }
+    if (selector == kHostGetChannel) {
+        auto* rec = As<HostGetChannelRec>(size, record);
+        return rec != nullptr ? GetChannel(*rec) : kIncompatibleRecord;
+    }
+    if (selector == kHostSetChannel) {
+        auto* rec = As<HostSetChannelRec>(size, record);
+        return rec != nullptr ? SetChannel(*rec) : kIncompatibleRecord;
+    }
+    if (selector == kHostResetChannel) {
+        if (As<HostResetChannelRec>(size, record) == nullptr) return kIncompatibleRecord;
+        channels_.Reset();
+        return kNoError;
+    }
+    return kUnsupportedCommand;
+}
+
+int32_t HostSession::AddChannel(HostAddChannelRec& rec) {
+    Channel* channel = channels_.Add(rec.theChannelID, rec.theChannelType, Text(rec.theChannelName),
+                                     rec.theChannelDefault);
+    rec.theChannelReference = channel;
+    return channel != nullptr ? kNoError : kIncompatibleRecord;
+}
+
+int32_t HostSession::GetChannel(HostGetChannelRec& rec) {
+    const Channel* channel = channels_.Find(rec.theChannelReference);
+    if (channel == nullptr) return kIncompatibleRecord;
+    rec.theChannelID = channel->id;
+    rec.theChannelType = channel->type;
+    const ChannelBytes value = ChannelStore::ValueAt(*channel, rec.theChannelFrame);
+    static_assert(sizeof(channelValue_) >= sizeof(double) && sizeof(channelValue_) >= 3 * sizeof(int16_t));
+    std::copy(value.begin(), value.end(), channelValue_);
+    rec.theChannelData = value.empty() ? nullptr : channelValue_;
+    return kNoError;
+}
+
+int32_t HostSession::SetChannel(const HostSetChannelRec& rec) {
+    Channel* channel = channels_.Find(rec.theChannelReference);
+    if (channel == nullptr || channel->id != rec.theChannelID || channel->type != rec.theChannelType ||
+        channel->defaultValue.empty() || rec.theChannelData == nullptr)
+        return kIncompatibleRecord;
+    ChannelStore::SetKey(*channel, rec.theChannelFrame, rec.theChannelData);
+    return kNoError;
 }
 
 int32_t HostSession::Allocate(HostAllocateRec& rec) {

@@ -8,8 +8,14 @@
 //   STAT            progress: each report goes to the progress sink; the host paces the reports by
 //                   writing a future tick into the record; once an interrupt has been requested,
 //                   every report is answered 4 (the user cancelled), which stops the render
-//   ACHN GCHN SCHN  channels are not kept yet: "not supported" (2), as RCHN, which the plug-in
-//   RCHN            takes as a host without channels
+//   ACHN            a channel in Channels(); the reference written back is the channel's address
+//                   (an unknown type: 3)
+//   GCHN            the channel's value at the frame, through a buffer of the session that stays
+//                   valid until the next call; writes back the ID and type found (label channels:
+//                   no data); a reference that is not a current channel: 3
+//   SCHN            keys the channel at the frame; a reference, ID or type that does not match
+//                   the channel, or no data: 3
+//   RCHN            drops every channel
 #ifndef VELLUX_HOST_HOST_SESSION_H
 #define VELLUX_HOST_HOST_SESSION_H
 
@@ -21,6 +27,7 @@
 #include <string>
 #include <vector>
 
+#include "host/channel_store.h"
 #include "vellux/plugin_records.h"
 
 namespace vellux::host {
@@ -62,11 +69,18 @@ public:
     void SetReportTicks(int32_t ticks) { reportTicks_ = ticks; }
     void SetInterruptFlag(const std::atomic<bool>* flag) { interrupt_ = flag; }
 
+    // The channels the plug-in has published, with their keys (a scene adds its keys here).
+    ChannelStore& Channels() { return channels_; }
+    const ChannelStore& Channels() const { return channels_; }
+
 private:
     static int32_t Callback(IFFType selector, int32_t size, void* record);
     int32_t Answer(IFFType selector, int32_t size, void* record);
     int32_t Allocate(HostAllocateRec& rec);
     int32_t Status(HostStatusRec& rec);
+    int32_t AddChannel(HostAddChannelRec& rec);
+    int32_t GetChannel(HostGetChannelRec& rec);
+    int32_t SetChannel(const HostSetChannelRec& rec);
 
     // The working record is grown to all the free memory while the plug-in fills it, then shrunk
     // at once, on every frame: its bytes are left uninitialised, so growing costs address space,
@@ -86,6 +100,8 @@ private:
     ProgressSink progress_;
     int32_t reportTicks_ = kDefaultReportTicks;
     const std::atomic<bool>* interrupt_ = nullptr;
+    ChannelStore channels_;
+    alignas(double) uint8_t channelValue_[8] = {};   // GCHN's answer, until the next call
 };
 
 }  // namespace vellux::host

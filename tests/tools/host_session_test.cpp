@@ -70,20 +70,6 @@ TEST(HostSessionStatus, AnInterruptStopsAtTheNextReport) {
     EXPECT_EQ(info.theHostProc(kHostStatus, int32_t(sizeof(status)), &status), kUserCanceled);
 }
 
-TEST(HostSessionStatus, ChannelsAreNotSupportedYet) {
-    HostSession host;
-    PluginInfoRec info = host.Info();
-    HostAddChannelRec add{};
-    add.theReference = info.theHostReference;
-    EXPECT_EQ(info.theHostProc(kHostAddChannel, int32_t(sizeof(add)), &add), kUnsupportedCommand);
-    HostGetChannelRec get{};
-    get.theReference = info.theHostReference;
-    EXPECT_EQ(info.theHostProc(kHostGetChannel, int32_t(sizeof(get)), &get), kUnsupportedCommand);
-    HostSetChannelRec set{};
-    set.theReference = info.theHostReference;
-    EXPECT_EQ(info.theHostProc(kHostSetChannel, int32_t(sizeof(set)), &set), kUnsupportedCommand);
-}
-
 TEST(InterruptGuard, SigintSetsTheFlagInsteadOfEndingTheProcessWhileAlive) {
     struct sigaction before {};
     sigaction(SIGINT, nullptr, &before);
