@@ -106,6 +106,37 @@ void PluginInstance::EditSettings(const SettingEdits& edits) {
     host_.SetControlData(std::move(control));
 }
 
+namespace {
+template <typename Block>
+Block ChannelBlock(int32_t first, int32_t last) {
+    Block block{};
+    block.theStartFrame = first;
+    block.theEndFrame = last;
+    return block;
+}
+}  // namespace
+
+void PluginInstance::InitializeChannels(int32_t first, int32_t last) {
+    auto block = ChannelBlock<PluginInitializeChannelRec>(first, last);
+    Check(kCmdInitializeChannel, Send(kCmdInitializeChannel, block));
+}
+
+void PluginInstance::UpdateChannels(int32_t first, int32_t last) {
+    auto block = ChannelBlock<PluginUpdateChannelRec>(first, last);
+    Check(kCmdUpdateChannel, Send(kCmdUpdateChannel, block));
+}
+
+void PluginInstance::LoadChannels(int32_t first, int32_t last, int32_t frame) {
+    auto block = ChannelBlock<PluginLoadChannelRec>(first, last);
+    block.theFrame = frame;
+    Check(kCmdLoadChannel, Send(kCmdLoadChannel, block));
+}
+
+void PluginInstance::FinishChannels() {
+    PluginFinishChannelRec block{};
+    Check(kCmdFinishChannel, Send(kCmdFinishChannel, block));
+}
+
 void PluginInstance::Setup(PluginFlareSetupRec setup) { Check(kCmdSetup, Send(kCmdSetup, setup)); }
 
 void PluginInstance::Generate(PluginPixels& pixels, Band band) {

@@ -1,6 +1,7 @@
-// Driving the plug-in through one frame as a host does: INIT (the plug-in fills in its default
-// settings and reads its flare table), the settings edits, SETF with the frame and the light,
-// one GENF per band of rows from top to bottom, FINI.
+// Driving the plug-in through frames as a host does: INIT (the plug-in fills in its default
+// settings, or checks the ones the host holds, and reads its flare table), the settings edits,
+// for an animated shot the channel commands, SETF with the frame and the light, one GENF per
+// band of rows from top to bottom, FINI.
 //
 // Any command the plug-in answers with a non-zero code throws PluginError, whose message is the
 // plug-in's own text for the code (asked for with DESC).
@@ -58,6 +59,15 @@ public:
     PluginInstance& operator=(const PluginInstance&) = delete;
 
     void EditSettings(const SettingEdits& edits);
+
+    // The animation channels over a shot's frames [first, last]: ICHN publishes them into the
+    // host's channel store, UCHN keys the current settings on every frame of the range, LCHN
+    // pulls one frame's values into the settings record, FCHN ends their use.
+    void InitializeChannels(int32_t first, int32_t last);
+    void UpdateChannels(int32_t first, int32_t last);
+    void LoadChannels(int32_t first, int32_t last, int32_t frame);
+    void FinishChannels();
+
     void Setup(PluginFlareSetupRec setup);
     void Generate(PluginPixels& pixels, Band band);
     void Finish();

@@ -47,12 +47,23 @@ void CheckDimensions(int32_t width, int32_t height) {
         throw std::runtime_error(std::to_string(width) + "x" + std::to_string(height) + " pixels is not a size it can render");
 }
 
-}  // namespace
-
-FrameImage FrameImage::Read(const std::filesystem::path& file) {
+void RequireFile(const std::filesystem::path& file) {
     std::error_code error;
     if (!std::filesystem::is_regular_file(file, error))
         throw std::runtime_error(file.string() + ": " + (std::filesystem::exists(file, error) ? "not a file" : "no such file"));
+}
+
+}  // namespace
+
+FrameSize ReadImageSize(const std::filesystem::path& file) {
+    RequireFile(file);
+    const auto input = OIIO::ImageInput::open(file.string());
+    if (!input) throw std::runtime_error(file.string() + ": cannot read the image: " + OIIO::geterror());
+    return {input->spec().width, input->spec().height};
+}
+
+FrameImage FrameImage::Read(const std::filesystem::path& file) {
+    RequireFile(file);
     // Colour as stored: formats that keep alpha unassociated (PNG, most TIFFs) are not
     // premultiplied on the way in, so the write need not divide it out again.
     OIIO::ImageSpec config;

@@ -47,6 +47,9 @@ private:
     Kind kind_;
 };
 
+// The size of the image in `file`, from its header; throws naming the file as Read does.
+FrameSize ReadImageSize(const std::filesystem::path& file);
+
 // Throws unless the image library can write files with this name's extension.
 void CheckOutputFormat(const std::filesystem::path& output);
 

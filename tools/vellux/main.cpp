@@ -1,14 +1,17 @@
-// vellux: the command-line tool for Vellux: flare tables (rsc), rendering a frame (render), and
-// the sample frame (sample-frame). See command.h for how commands plug in.
+// vellux: the command-line tool for Vellux: flare tables (rsc), rendering a frame or a scene's
+// sequence (render), scene files (scene), the plug-in's own description (info), and the sample
+// frame (sample-frame). See command.h for how commands plug in.
 #include <exception>
 #include <iostream>
 
 #include <CLI/CLI.hpp>
 
 #include "tools/vellux/command.h"
+#include "tools/vellux/info_command.h"
 #include "tools/vellux/render_command.h"
 #include "tools/vellux/rsc_command.h"
 #include "tools/vellux/sample_frame.h"
+#include "tools/vellux/scene_command.h"
 
 namespace {
 
@@ -36,6 +39,8 @@ int main(int argc, char** argv) {
     Action action;
     vellux::tool::AddRscCommands(app, action);
     vellux::tool::AddRenderCommand(app, action);
+    vellux::tool::AddSceneCommands(app, action);
+    vellux::tool::AddInfoCommand(app, action);
     vellux::tool::AddSampleFrameCommand(app, action);
     try {
         app.parse(argc, argv);

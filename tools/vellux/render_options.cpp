@@ -7,19 +7,27 @@ namespace vellux::tool {
 
 namespace {
 
-void AddFrameOptions(CLI::App& render, RenderOptions& options) {
+// Returns --scene, which the light options exclude (the scene animates the light).
+CLI::Option* AddFrameOptions(CLI::App& render, RenderOptions& options) {
     CLI::Option_group* frame = render.add_option_group("frame", "What to paint the flare into (one of)");
     frame->add_option("-i,--input", options.input, "Image to render onto (any format the image library reads)")
         ->type_name("IMAGE");
     frame->add_option("--size", options.size, "A black frame of this size instead, e.g. 1920x1080")
         ->type_name("WxH");
+    CLI::Option* scene = frame->add_option("--scene", options.scene, "A scene: render its frames as a sequence")
+        ->type_name("SCENE.json");
     frame->require_option(1);
-    render.add_option("-o,--output", options.output, "Image to write; its extension picks the format")
+    render.add_option("--frames", options.frames, "With --scene: only these frames, A-B or N (default: all)")
+        ->type_name("A-B")
+        ->needs(scene);
+    render.add_option("-o,--output", options.output,
+                      "Image to write; its extension picks the format. With --scene a frame pattern: ####, %04d or %d")
         ->type_name("IMAGE")
         ->required();
+    return scene;
 }
 
-void AddLightOptions(CLI::App& render, RenderOptions& options) {
+void AddLightOptions(CLI::App& render, RenderOptions& options, CLI::Option* scene) {
     CLI::Option* pixels = render.add_option("--light", options.light, "Light position in pixels")->type_name("X,Y");
     render.add_option("--light-fraction", options.lightFraction, "Light position as fractions of width and height")
         ->type_name("X,Y")
@@ -29,6 +37,8 @@ void AddLightOptions(CLI::App& render, RenderOptions& options) {
     render.add_option("--intensity", options.intensity, "Light intensity")->capture_default_str();
     render.add_option("--radius", options.radius, "The light's radius on the frame in pixels (with --follow-light-size)")
         ->capture_default_str();
+    for (const char* light : {"--light", "--light-fraction", "--color", "--intensity", "--radius"})
+        render.get_option(light)->excludes(scene);
 }
 
 void AddSettingOptions(CLI::App& render, SettingEdits& edits) {
@@ -49,7 +59,7 @@ void AddRunOptions(CLI::App& render, RenderOptions& options) {
         ->type_name("N");
     render.add_option("--plugin", options.plugin, "The plug-in (default: Vellux.so beside the tool or one folder up)")
         ->type_name("PATH");
-    render.add_flag("-q,--quiet", options.quiet, "No progress bar");
+    render.add_flag("-q,--quiet", options.quiet, "No progress bar (with --scene, no frame lines either)");
 }
 
 void RequireFinite(const char* option, double value, double min) {
@@ -83,8 +93,8 @@ void TakeLight(const RenderOptions& options, RenderRequest& request) {
 }  // namespace
 
 void AddRenderOptions(CLI::App& render, RenderOptions& options) {
-    AddFrameOptions(render, options);
-    AddLightOptions(render, options);
+    CLI::Option* scene = AddFrameOptions(render, options);
+    AddLightOptions(render, options, scene);
     AddSettingOptions(render, options.settings);
     AddRunOptions(render, options);
 }
@@ -92,7 +102,9 @@ void AddRenderOptions(CLI::App& render, RenderOptions& options) {
 RenderRequest CheckRenderOptions(const RenderOptions& options) {
     RenderRequest request;
     request.input = options.input;
-    if (options.input.empty()) request.blackFrame = ParseFrameSize("--size", options.size);
+    request.scene = options.scene;
+    if (!options.frames.empty()) request.frames = ParseFrameRange("--frames", options.frames);
+    if (options.input.empty() && options.scene.empty()) request.blackFrame = ParseFrameSize("--size", options.size);
     request.output = options.output;
     TakeLight(options, request);
     request.color = ParseColor(options.color);

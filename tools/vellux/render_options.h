@@ -11,6 +11,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/vellux/frame_sequence.h"
 #include "tools/vellux/option_values.h"
 #include "tools/vellux/plugin_settings.h"
 
@@ -20,6 +21,8 @@ namespace vellux::tool {
 struct RenderOptions {
     std::string input;
     std::string size;
+    std::string scene;
+    std::string frames;
     std::string output;
     std::string light;              // X,Y in pixels
     std::string lightFraction;      // X,Y as fractions of the width and height
@@ -37,7 +40,9 @@ struct RenderOptions {
 struct RenderRequest {
     std::filesystem::path input;    // empty: a black frame of blackFrame's size
     FrameSize blackFrame;
-    std::filesystem::path output;
+    std::filesystem::path scene;    // a scene to render as a sequence instead (no input, no light)
+    std::optional<FrameRange> frames;   // with a scene: these of its frames; none: all
+    std::filesystem::path output;   // with a scene: a frame pattern (frame_sequence.h)
     bool lightIsFraction = true;
     double lightX = 0.3;            // pixels, or a fraction of the width
     double lightY = 0.35;           // pixels, or a fraction of the height

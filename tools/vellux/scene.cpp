@@ -8,10 +8,12 @@
 #include <limits>
 #include <set>
 #include <sstream>
+#include <stdexcept>
 
 #include <nlohmann/json.hpp>
 
 #include "host/resource_file.h"
+#include "tools/vellux/frame_sequence.h"
 
 namespace vellux::tool {
 
@@ -55,21 +57,13 @@ std::optional<int32_t> FrameOfKey(const std::string& key) {
     return int32_t(value);
 }
 
-// Exactly one %d or %0Nd field; %% stands for a percent sign.
+// Exactly one frame number field (frame_sequence.h).
 bool IsSequencePattern(const std::string& text) {
-    int fields = 0;
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] != '%') continue;
-        if (++i < text.size() && text[i] == '%') continue;
-        if (i < text.size() && text[i] == '0') {
-            ++i;
-            if (i >= text.size() || text[i] < '1' || text[i] > '9') return false;
-            ++i;
-        }
-        if (i >= text.size() || text[i] != 'd') return false;
-        ++fields;
+    try {
+        return FramePattern::Parse(text).HasField();
+    } catch (const std::invalid_argument&) {
+        return false;
     }
-    return fields == 1;
 }
 
 class Reader {
@@ -192,7 +186,8 @@ void ReadImage(Reader& in, const Json& root, Scene& scene) {
             in.Error("image", "give either \"input\" or \"width\" and \"height\", not both");
         const auto input = in.String(in.Member(*image, "image", "input"), "image.input");
         if (input && !IsSequencePattern(*input))
-            in.Error("image.input", "must hold exactly one frame number field, %d or %0Nd (%% for a percent sign)");
+            in.Error("image.input", "must hold exactly one frame number field, #### (zero padded to the run's length), %d or %0Nd "
+                     "(%% for a percent sign)");
         else if (input) scene.input = *input;
         return;
     }

@@ -4,7 +4,7 @@
 //
 //   {
 //     "frames": {"first": 1, "last": 48},
-//     "image": {"width": 1920, "height": 1080},        // or {"input": "plates/shot.%04d.exr"}
+//     "image": {"width": 1920, "height": 1080},        // or {"input": "plates/shot.####.exr"}
 //     "light": {"units": "pixels",                      // or "fraction" (of width and height)
 //               "keys": {"1": {"position": [1400.0, 300.0], "color": [255, 255, 255],
 //                              "intensity": 1.0, "radius": 0.0}}},
@@ -74,7 +74,7 @@ struct Scene {
     int32_t firstFrame = 1;
     int32_t lastFrame = 1;
     int32_t width = 0, height = 0;                // the frame size, when `input` is empty
-    std::string input;                            // image sequence: one %d or %0Nd field
+    std::string input;                            // image sequence: one ####, %d or %0Nd field
     LightUnits lightUnits = LightUnits::pixels;
     std::map<int32_t, LightKey> light;            // at least one key
     std::optional<SettingsRecord> settings;

@@ -1,0 +1,268 @@
+// Scenes rendered and keyed through the plug-in: frame patterns and ranges, the channel commands
+// in process, `scene key` and `scene show`, and the built tool rendering sequences end to end.
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <numeric>
+
+#include <OpenImageIO/imagebuf.h>
+#include <OpenImageIO/imagebufalgo.h>
+
+#include "host/resource_services.h"
+#include "tools/vellux/frame_sequence.h"
+#include "tools/vellux/scene_command.h"
+#include "tools/vellux/scene_render.h"
+
+namespace {
+
+using namespace vellux::tool;
+namespace fs = std::filesystem;
+
+const std::string kCompiledTable = std::string(VELLUX_COMPILED_TABLES_DIR) + "/Vellux.rsc";
+
+TEST(FramePattern, NamesFramesAsCompositingToolsDo) {
+    EXPECT_EQ(FramePattern::Parse("out/shot.####.exr").For(7), "out/shot.0007.exr");
+    EXPECT_EQ(FramePattern::Parse("shot.##.exr").For(123), "shot.123.exr");
+    EXPECT_EQ(FramePattern::Parse("shot.%04d.exr").For(42), "shot.0042.exr");
+    EXPECT_EQ(FramePattern::Parse("100%%_%d.png").For(9), "100%_9.png");
+    const FramePattern still = FramePattern::Parse("still.exr");
+    EXPECT_FALSE(still.HasField());
+    EXPECT_EQ(still.For(3), "still.exr");
+    for (const char* bad : {"a.##.%d.exr", "a.%5.exr", "a.%00d.exr", "a.%x.exr", "50%.exr"})
+        EXPECT_THROW(FramePattern::Parse(bad), std::invalid_argument) << bad;
+
+    const FrameRange range = ParseFrameRange("--frames", "3-5");
+    EXPECT_EQ(range.first, 3);
+    EXPECT_EQ(range.Count(), 3);
+    EXPECT_EQ(ParseFrameRange("--frames", "7").last, 7);
+    for (const char* bad : {"5-3", "-3", "3-", "a-b", "1-2-3", "99999999999"})
+        EXPECT_THROW(ParseFrameRange("--frames", bad), std::invalid_argument) << bad;
+}
+
+// A scene of `frames` black 64x48 frames, the light still at the centre; Intensity keyed at the ends.
+Scene RisingScene(int32_t frames) {
+    Scene scene;
+    scene.firstFrame = 1;
+    scene.lastFrame = frames;
+    scene.width = 64;
+    scene.height = 48;
+    scene.lightUnits = LightUnits::fraction;
+    scene.light[1] = LightKey{0.4, 0.45, {255, 230, 200}, 1.0, 0.0};
+    scene.channels["Intensity"] = {{1, 0.1}, {frames, 1.0}};
+    return scene;
+}
+
+// The default settings record with another flare intensity and star filter, in `order`.
+SettingsRecord Settings(ByteOrder order, double intensity, int32_t starFilter) {
+    ControlDataRec c{kVelluxOwner, kVelluxVersion, intensity, 0.0, 1.77, 0.22, 0.0, 50.0, 0.03, 6.0,
+                     {-1, 20560, 5140, 2570}, 0x7B000000u, starFilter};
+    SettingsRecord record{order, std::vector<uint8_t>(sizeof(c))};
+    std::memcpy(record.bytes.data(), &c, sizeof(c));
+    if (order != NativeByteOrder()) {   // every field reversed in place
+        const size_t sizes[] = {4, 4, 8, 8, 8, 8, 8, 8, 8, 8, 2, 2, 2, 2, 4, 4};
+        uint8_t* at = record.bytes.data();
+        for (size_t size : sizes) std::reverse(at, at + size), at += size;
+    }
+    return record;
+}
+
+class SceneFiles : public testing::Test {
+protected:
+    void SetUp() override {
+        const auto* test = testing::UnitTest::GetInstance()->current_test_info();
+        dir_ = fs::temp_directory_path() / ("vellux_scene_" + std::to_string(getpid()) + "_" + test->name());
+        fs::create_directories(dir_);
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+    fs::path Path(const std::string& name) const { return dir_ / name; }
+
+    fs::path dir_;
+};
+
+TEST_F(SceneFiles, LoadingChannelsBeforePublishingIsOutOfSequence) {
+    vellux::host::SetHomeDirectory(VELLUX_COMPILED_TABLES_DIR);
+    const vellux::host::PluginLibrary plugin(VELLUX_PLUGIN_PATH);
+    vellux::host::HostSession host;
+    PluginInstance instance(plugin, host);
+    try {
+        instance.LoadChannels(1, 10, 1);
+        FAIL() << "LCHN before ICHN was accepted";
+    } catch (const PluginError& error) {
+        EXPECT_EQ(error.code, kOutOfSequence);
+        EXPECT_NE(std::string(error.what()).find("LCHN: A plug-in command was received out of sequence (5)"),
+                  std::string::npos)
+            << error.what();
+    }
+    instance.InitializeChannels(1, 10);
+    EXPECT_NO_THROW(instance.LoadChannels(1, 10, 1));
+}
+
+TEST_F(SceneFiles, KeyStoresTheSettingsOverTheRangeAndRoundTrips) {
+    Scene scene = RisingScene(10);
+    scene.settings = Settings(NativeByteOrder() == ByteOrder::little ? ByteOrder::big : ByteOrder::little, 0.8, 3);
+    WriteSceneFile(Path("s.json"), scene);
+    const Scene keyed = KeySceneFrames({Path("s.json"), {3, 5}, VELLUX_PLUGIN_PATH, kCompiledTable});
+
+    // The scene's own keys stay, the range gets the settings (converted from the other byte order).
+    const ChannelKeys expected{{1, 0.1}, {3, 0.8}, {4, 0.8}, {5, 0.8}, {10, 1.0}};
+    EXPECT_EQ(keyed.channels.at("Intensity"), expected);
+    EXPECT_EQ(keyed.channels.size(), SceneChannels().size());
+    const ChannelKeys color{{3, std::array<int16_t, 3>{20560, 5140, 2570}},
+                            {4, std::array<int16_t, 3>{20560, 5140, 2570}},
+                            {5, std::array<int16_t, 3>{20560, 5140, 2570}}};
+    EXPECT_EQ(keyed.channels.at("Ring Color"), color);
+    EXPECT_EQ(keyed.settings->bytes, scene.settings->bytes);
+
+    const SceneReadResult back = ReadSceneFile(Path("s.json"));
+    ASSERT_TRUE(back.scene) << back.errors.front().Text();
+    EXPECT_EQ(WriteScene(*back.scene), WriteScene(keyed));
+    // Keying again is stable; a range outside the scene is refused and leaves the file as it was.
+    const std::string text = WriteScene(keyed);
+    KeySceneFrames({Path("s.json"), {3, 5}, VELLUX_PLUGIN_PATH, kCompiledTable});
+    std::ifstream file(Path("s.json"));
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), text);
+    EXPECT_THROW(KeySceneFrames({Path("s.json"), {9, 11}, VELLUX_PLUGIN_PATH, kCompiledTable}), std::invalid_argument);
+}
+
+TEST(SceneShow, DecodesTheSettingsFieldByFieldInEitherByteOrder) {
+    for (const ByteOrder order : {ByteOrder::little, ByteOrder::big}) {
+        Scene scene = RisingScene(4);
+        scene.settings = Settings(order, 0.75, -7);
+        const std::string listing = SceneListing(scene);
+        for (const char* line : {"frames    1-4 (4 frames)", "image     64x48 black frames", "Intensity          1: 0.1  4: 1",
+                                 "ownerType              VLUX", "ownerVersion           1", "flareIntensity         0.75",
+                                 "flareAnamorphicFactor  1.77", "flareRingColor         alpha -1, red 20560, green 5140, blue 2570",
+                                 "flareFlags             0x7b000000 (glow,", "flareStarFilter        -7"})
+            EXPECT_NE(listing.find(line), std::string::npos) << line << "\n" << listing;
+        EXPECT_EQ(listing.find("not this machine's") != std::string::npos, order != NativeByteOrder()) << listing;
+    }
+}
+
+// ---- The built tool ----
+
+struct ToolRun {
+    int exitCode = -1;
+    std::string out;
+    std::string err;
+};
+
+std::string Slurp(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+std::vector<float> Pixels(const fs::path& path) {
+    OIIO::ImageBuf image(path.string());
+    std::vector<float> values;
+    if (!image.read(0, 0, true, OIIO::TypeFloat)) return values;
+    values.resize(image.spec().image_pixels() * size_t(image.nchannels()));
+    image.get_pixels(image.roi(), OIIO::TypeFloat, values.data());
+    return values;
+}
+
+double Sum(const std::vector<float>& values) { return std::accumulate(values.begin(), values.end(), 0.0); }
+
+class SceneTool : public SceneFiles {
+protected:
+    ToolRun Vellux(const std::string& arguments) const {
+        const std::string command = std::string("'") + VELLUX_TOOL_PATH + "' " + arguments + " >'" + Path("out").string() +
+                                    "' 2>'" + Path("err").string() + "'";
+        const int status = std::system(command.c_str());
+        const ToolRun run{WIFEXITED(status) ? WEXITSTATUS(status) : -1, Slurp(Path("out")), Slurp(Path("err"))};
+        fs::remove(Path("out"));
+        fs::remove(Path("err"));
+        return run;
+    }
+    std::string Q(const std::string& name) const { return "'" + Path(name).string() + "'"; }
+    size_t Files() const { return size_t(std::distance(fs::directory_iterator(dir_), fs::directory_iterator())); }
+};
+
+TEST_F(SceneTool, EachFrameDependsOnlyOnTheSceneAndItsNumber) {
+    WriteSceneFile(Path("rise.json"), RisingScene(10));
+    const ToolRun all = Vellux("render --scene " + Q("rise.json") + " -o " + Q("all.####.tif"));
+    ASSERT_EQ(all.exitCode, 0) << all.err;
+    EXPECT_NE(all.err.find("frame 10 (10 of 10)"), std::string::npos) << all.err;
+    double previous = 0.0;
+    for (int frame = 1; frame <= 10; ++frame) {   // the Intensity channel rises: every frame is brighter
+        const double sum = Sum(Pixels(Path("all.00" + std::string(frame < 10 ? "0" : "") + std::to_string(frame) + ".tif")));
+        EXPECT_GT(sum, previous) << "frame " << frame;
+        previous = sum;
+    }
+    const ToolRun part = Vellux("render -q --scene " + Q("rise.json") + " --frames 3-5 --band-rows 7 -o " + Q("part.%d.tif"));
+    ASSERT_EQ(part.exitCode, 0) << part.err;
+    EXPECT_EQ(part.err, "");
+    for (int frame = 3; frame <= 5; ++frame) {
+        const std::vector<float> alone = Pixels(Path("part." + std::to_string(frame) + ".tif"));
+        ASSERT_FALSE(alone.empty());
+        EXPECT_EQ(alone, Pixels(Path("all.000" + std::to_string(frame) + ".tif"))) << "frame " << frame;
+    }
+    EXPECT_EQ(Files(), 14u);
+}
+
+TEST_F(SceneTool, ImageSequencesAreReadFrameByFrameBesideTheScene) {
+    Scene scene = RisingScene(3);
+    scene.input = "plate.#.png";
+    WriteSceneFile(Path("plate.json"), scene);
+    for (int frame = 1; frame <= 3; ++frame) {
+        OIIO::ImageBuf plate(OIIO::ImageSpec(frame == 3 ? 40 : 64, 48, 3, OIIO::TypeDesc::UINT8));
+        const float grey[] = {0.2f, 0.2f, 0.2f};
+        OIIO::ImageBufAlgo::fill(plate, grey);
+        plate.write(Path("plate." + std::to_string(frame) + ".png").string());
+    }
+    const ToolRun good = Vellux("render -q --scene " + Q("plate.json") + " --frames 1-2 -o " + Q("lit.#.png"));
+    ASSERT_EQ(good.exitCode, 0) << good.err;
+    EXPECT_GT(Sum(Pixels(Path("lit.2.png"))), Sum(Pixels(Path("plate.2.png"))));
+    EXPECT_EQ(Pixels(Path("lit.2.png")).size(), 64u * 48u * 3u);
+
+    const ToolRun changed = Vellux("render -q --scene " + Q("plate.json") + " -o " + Q("bad.#.png"));
+    EXPECT_EQ(changed.exitCode, 1);
+    EXPECT_NE(changed.err.find(Path("plate.3.png").string() + ": frame 3 is 40x48"), std::string::npos) << changed.err;
+    EXPECT_FALSE(fs::exists(Path("bad.1.png")));
+}
+
+TEST_F(SceneTool, MistakesExitOneNamingTheFileOrFrameAndWriteNothing) {
+    WriteSceneFile(Path("s.json"), RisingScene(10));
+    const std::string scene = "render -q --scene " + Q("s.json");
+    const struct {
+        std::string arguments;
+        std::string message;
+    } cases[] = {
+        {scene + " --frames 5-3 -o " + Q("f.#.tif"), "--frames: '5-3': the last frame is before the first"},
+        {scene + " --frames 8-11 -o " + Q("f.#.tif"), "--frames: 8-11 is outside the scene's frames 1-10"},
+        {scene + " --frames 2-3 -o " + Q("f.tif"), "-o: '" + Path("f.tif").string() + "' has no frame number field"},
+        {scene + " -o " + Q("missing/f.#.tif"), Path("missing/f.1.tif").string() + ": cannot create a temporary file"},
+        {"render -q --scene " + Q("none.json") + " -o " + Q("f.#.tif"), Path("none.json").string() + ": cannot read"},
+        {"scene key " + Q("s.json") + " --frames 0-2", "--frames: 0-2 is outside the scene's frames 1-10"},
+    };
+    const std::string before = Slurp(Path("s.json"));
+    for (const auto& c : cases) {
+        const ToolRun run = Vellux(c.arguments);
+        EXPECT_EQ(run.exitCode, 1) << c.arguments;
+        EXPECT_EQ(run.err.rfind("vellux: ", 0), 0u) << run.err;
+        EXPECT_NE(run.err.find(c.message), std::string::npos) << run.err;
+        EXPECT_EQ(Files(), 1u) << c.arguments;
+    }
+    EXPECT_EQ(Slurp(Path("s.json")), before);
+    // A single frame needs no field.
+    EXPECT_EQ(Vellux(scene + " --frames 4 -o " + Q("four.tif")).exitCode, 0);
+    EXPECT_TRUE(fs::exists(Path("four.tif")));
+}
+
+TEST_F(SceneTool, InfoShowsThePluginsOwnTextsAndItsCommands) {
+    const ToolRun info = Vellux("info --plugin '" + std::string(VELLUX_PLUGIN_PATH) + "'");
+    ASSERT_EQ(info.exitCode, 0) << info.err;
+    EXPECT_NE(info.out.find("name         Corvane\u2122 Vellux\n"), std::string::npos) << info.out;
+    EXPECT_NE(info.out.find("type         VLUX, version 1\n"), std::string::npos) << info.out;
+    EXPECT_NE(info.out.find("description  This light effects plugin can simulate lens flares.  It is"), std::string::npos);
+    size_t supported = 0;
+    for (size_t at = 0; (at = info.out.find("  supported\n", at)) != std::string::npos; ++at) ++supported;
+    EXPECT_EQ(supported, 12u) << info.out;
+}
+
+}  // namespace

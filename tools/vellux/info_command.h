@@ -1,0 +1,45 @@
+// The "info" command: what the plug-in says about itself.
+//
+//   vellux info [--plugin PATH]
+//
+// INFO (name, type and version, rights, author lines, description) and CHEK for each of the
+// twelve commands a host may send. Neither needs INIT. The plug-in's texts are Mac OS Roman:
+// its trade-mark byte (0xAA) is shown as ™, copyright (0xA9) as ©, registered (0xA8) as ®, any
+// other byte above 127 as '?'.
+#ifndef VELLUX_TOOLS_INFO_COMMAND_H
+#define VELLUX_TOOLS_INFO_COMMAND_H
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "host/plugin_library.h"
+#include "tools/vellux/command.h"
+
+namespace vellux::tool {
+
+void AddInfoCommand(CLI::App& app, Action& action);
+
+struct PluginAbout {
+    IFFType type = 0;
+    int32_t version = 0;
+    std::string name;
+    std::string rights;
+    std::vector<std::string> author;                    // the author text split at '|'
+    std::string description;
+    std::vector<std::pair<IFFType, int32_t>> checks;    // command, CHEK's answer (0: supported)
+};
+
+// Sends INFO and the CHEKs; throws std::runtime_error naming the plug-in when INFO fails.
+PluginAbout AskPlugin(const host::PluginLibrary& plugin);
+std::string AboutText(const PluginAbout& about);
+
+// A length-prefixed Mac OS Roman string as UTF-8 (see above).
+std::string RomanText(const unsigned char* pstr);
+
+}  // namespace vellux::tool
+
+#endif  // VELLUX_TOOLS_INFO_COMMAND_H
