@@ -211,6 +211,45 @@ TEST_F(VelluxRender, SettingsAndTablesReachThePlugin) {
     EXPECT_NE(Load(Path("prime.exr")).Sum(), full);
 }
 
+// A uniform float image with `channels` channels, every value `value`.
+void WriteUniform(const fs::path& path, int w, int h, int channels, float value) {
+    OIIO::ImageBuf image(OIIO::ImageSpec(w, h, channels, OIIO::TypeDesc::FLOAT));
+    const std::vector<float> fill(size_t(channels), value);
+    OIIO::ImageBufAlgo::fill(image, fill);
+    image.write(path.string());
+}
+
+TEST_F(VelluxRender, PassesFloatPlatesAndOcclusion) {
+    const ToolRun pass = Vellux("render --size 96x64 -q --mode pass -o " + Quote(Path("pass.exr")));
+    ASSERT_EQ(pass.exitCode, 0) << pass.err;
+    const Picture flare = Load(Path("pass.exr"));
+    ASSERT_EQ(flare.channels, 4);
+    EXPECT_GT(flare.Sum(), 0.0);
+    for (size_t i = 0; i < flare.values.size(); i += 4)
+        ASSERT_FLOAT_EQ(flare.values[i + 3], std::min(1.0f, std::max({flare.values[i], flare.values[i + 1], flare.values[i + 2]})));
+
+    WriteUniform(Path("plate.exr"), 96, 64, 3, 3.0f);   // brighter than white: must survive
+    ASSERT_EQ(Vellux("render -q -i " + Quote(Path("plate.exr")) + " -o " + Quote(Path("lit.exr"))).exitCode, 0);
+    const Picture lit = Load(Path("lit.exr"));
+    EXPECT_EQ(*std::min_element(lit.values.begin(), lit.values.end()), 3.0f);
+    EXPECT_NEAR(lit.Sum() - 3.0 * lit.values.size(), flare.Sum() - [&] {
+        double alpha = 0;
+        for (size_t i = 3; i < flare.values.size(); i += 4) alpha += flare.values[i];
+        return alpha;
+    }(), 1e-2 * flare.Sum());
+
+    const std::string render = "render --size 96x64 -q -o ";
+    WriteUniform(Path("hidden.exr"), 96, 64, 1, 1.0f);
+    WriteUniform(Path("half.exr"), 96, 64, 1, 0.5f);
+    ASSERT_EQ(Vellux(render + Quote(Path("open.exr"))).exitCode, 0);
+    ASSERT_EQ(Vellux(render + Quote(Path("gone.exr")) + " --occlusion " + Quote(Path("hidden.exr"))).exitCode, 0);
+    ASSERT_EQ(Vellux(render + Quote(Path("dim.exr")) + " --occlusion " + Quote(Path("half.exr"))).exitCode, 0);
+    EXPECT_EQ(Load(Path("gone.exr")).Sum(), 0.0);           // a hidden light makes no flare
+    const double open = Load(Path("open.exr")).Sum(), dim = Load(Path("dim.exr")).Sum();
+    EXPECT_GT(dim, 0.0);
+    EXPECT_LT(dim, open);
+}
+
 TEST_F(VelluxRender, ErrorsExitOneNamingTheProblemAndWriteNothing) {
     Write(Path("notes.txt"), "not a flare table");
     Write(Path("keep.png"), "the previous output");

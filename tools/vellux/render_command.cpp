@@ -8,9 +8,11 @@
 #include "host/progress_bar.h"
 #include "host/resource_file.h"
 #include "host/resource_services.h"
+#include "tools/vellux/flare_pass.h"
 #include "tools/vellux/flare_render.h"
 #include "tools/vellux/frame_image.h"
 #include "tools/vellux/interrupt_guard.h"
+#include "tools/vellux/occlusion.h"
 #include "tools/vellux/pending_output.h"
 #include "tools/vellux/plugin_location.h"
 #include "tools/vellux/scene_render.h"
@@ -23,21 +25,24 @@ namespace fs = std::filesystem;
 
 constexpr int16_t kFlareListId = 1001;
 
-FlareLight LightOf(const RenderRequest& request, const FrameImage& image) {
-    FlareLight light;
-    light.x = request.lightIsFraction ? request.lightX * image.width() : request.lightX;
-    light.y = request.lightIsFraction ? request.lightY * image.height() : request.lightY;
-    light.color = request.color;
-    light.intensity = request.intensity;
-    light.radius = request.radius;
-    return light;
-}
-
 [[noreturn]] void Interrupted(const fs::path& output) {
     throw std::runtime_error("interrupted; " + output.string() + " not written");
 }
 
-void Paint(const fs::path& pluginPath, const RenderRequest& request, FrameImage& image) {
+FlareLight LightOf(const RenderRequest& request, FrameSize size) {
+    FlareLight light;
+    light.x = request.lightIsFraction ? request.lightX * size.width : request.lightX;
+    light.y = request.lightIsFraction ? request.lightY * size.height : request.lightY;
+    light.color = request.color;
+    light.intensity = request.intensity;
+    light.radius = request.radius;
+    if (!request.occlusion.empty()) light = OccludedLight(light, OcclusionMask::Read(request.occlusion, size));
+    return light;
+}
+
+// One plug-in instance for one frame: loaded, settings edited, `work` run, finished.
+template <typename Work>
+void WithPlugin(const fs::path& pluginPath, const RenderRequest& request, Work work) {
     const host::PluginLibrary plugin(pluginPath.string());
     host::HostSession host;
     host::ProgressBar bar(std::cerr, !request.quiet && host::StderrIsTerminal());
@@ -45,8 +50,26 @@ void Paint(const fs::path& pluginPath, const RenderRequest& request, FrameImage&
     host.SetInterruptFlag(&InterruptGuard::Flag());
     PluginInstance instance(plugin, host);
     instance.EditSettings(request.settings);
-    PaintFrame(instance, image, LightOf(request, image), request.bandRows);
+    try {
+        work(instance);
+    } catch (const PluginError& error) {
+        throw PluginError(std::string(error.what()) + "; " + request.output.string() + " not written", error.code);
+    }
     instance.Finish();
+}
+
+// The flare alone, or added to a float plate in float so that its values above 1.0 survive.
+void RenderPassOrFloatPlate(const fs::path& pluginPath, const RenderRequest& request) {
+    const bool floatPlate = !request.passMode;
+    const FrameSize size = request.input.empty() ? request.blackFrame : ReadImageSize(request.input);
+    OIIO::ImageBuf pass;
+    WithPlugin(pluginPath, request, [&](PluginInstance& instance) {
+        pass = RenderFlarePass(instance, LightOf(request, size), size, request.bandRows);
+    });
+    if (InterruptGuard::Requested()) Interrupted(request.output);
+    if (!floatPlate) return WriteFlarePass(pass, request.output, request.halfFloat);
+    const OIIO::ImageBuf plate = ReadFloatPlate(request.input);
+    WriteImageFile(CompositeFlarePass(plate, pass), request.output, plate.nativespec().format);
 }
 
 }  // namespace
@@ -96,13 +119,16 @@ void RenderFlareImage(const RenderRequest& request) {
     const fs::path pluginPath = FindPlugin(request.plugin, RunningToolFolder());
     if (!request.table.empty()) UseFlareTable(request.table);
     CheckOutputFormat(request.output);
-    FrameImage image = request.input.empty() ? FrameImage::Black(request.blackFrame) : FrameImage::Read(request.input);
     const InterruptGuard interrupt;
-    try {
-        Paint(pluginPath, request, image);
-    } catch (const PluginError& error) {
-        throw PluginError(std::string(error.what()) + "; " + request.output.string() + " not written", error.code);
-    }
+    if (!request.input.empty() && !fs::exists(request.input))
+        throw std::runtime_error(request.input.string() + ": no such file");
+    if (request.passMode || (!request.input.empty() && IsFloatImage(request.input)))
+        return RenderPassOrFloatPlate(pluginPath, request);
+    FrameImage image = request.input.empty() ? FrameImage::Black(request.blackFrame) : FrameImage::Read(request.input);
+    const FrameSize size{image.width(), image.height()};
+    WithPlugin(pluginPath, request, [&](PluginInstance& instance) {
+        PaintFrame(instance, image, LightOf(request, size), request.bandRows);
+    });
     WriteRenderedImage(image, request.output);
 }
 

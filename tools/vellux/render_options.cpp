@@ -60,6 +60,14 @@ void AddRunOptions(CLI::App& render, RenderOptions& options) {
     render.add_option("--plugin", options.plugin, "The plug-in (default: Vellux.so beside the tool or one folder up)")
         ->type_name("PATH");
     render.add_flag("-q,--quiet", options.quiet, "No progress bar (with --scene, no frame lines either)");
+    render.add_option("--mode", options.mode,
+                      "composite: paint the flare into the frame; pass: the flare alone on black with alpha")
+        ->check(CLI::IsMember({"composite", "pass"}))
+        ->capture_default_str();
+    render.add_flag("--half", options.half, "With --mode pass and an .exr output: half floats instead of floats");
+    render.add_option("--occlusion", options.occlusion,
+                      "Mask image (alpha, else luminance; 1 = hidden): dims the light by the hidden part of its disc")
+        ->type_name("MASK");
 }
 
 void RequireFinite(const char* option, double value, double min) {
@@ -118,6 +126,12 @@ RenderRequest CheckRenderOptions(const RenderOptions& options) {
     request.bandRows = options.bandRows.value_or(0);
     request.plugin = options.plugin;
     request.quiet = options.quiet;
+    request.passMode = options.mode == "pass";
+    request.halfFloat = options.half;
+    if (options.half && !request.passMode) throw std::invalid_argument("--half: only with --mode pass");
+    request.occlusion = options.occlusion;
+    if (!request.scene.empty() && (request.passMode || !request.occlusion.empty()))
+        throw std::invalid_argument("--mode pass and --occlusion: single frames only, not with --scene");
     CheckSettingEdits(options.settings);
     request.settings = options.settings;
     return request;

@@ -33,6 +33,9 @@ struct RenderOptions {
     std::optional<int32_t> bandRows;
     std::string plugin;
     bool quiet = false;
+    std::string mode = "composite";
+    bool half = false;
+    std::string occlusion;
     SettingEdits settings;
 };
 
@@ -53,6 +56,9 @@ struct RenderRequest {
     int32_t bandRows = 0;           // 0: the whole frame in one generate command
     std::filesystem::path plugin;   // empty: searched beside the tool
     bool quiet = false;
+    bool passMode = false;          // the flare alone on black, with alpha, for compositing
+    bool halfFloat = false;         // a pass written as half-float EXR
+    std::filesystem::path occlusion;    // a mask hiding the light: 1 = hidden
     SettingEdits settings;
 };
 
