@@ -226,6 +226,25 @@ TEST_F(SceneTool, ImageSequencesAreReadFrameByFrameBesideTheScene) {
     EXPECT_FALSE(fs::exists(Path("bad.1.png")));
 }
 
+// Passes and occlusion per frame: a mask pattern with a frame field hides the light on frame 2 only.
+TEST_F(SceneTool, SequencesRenderPassesAndFollowOcclusionMasks) {
+    WriteSceneFile(Path("s.json"), RisingScene(3));
+    const ToolRun pass = Vellux("render -q --scene " + Q("s.json") + " --mode pass -o " + Q("pass.#.exr"));
+    ASSERT_EQ(pass.exitCode, 0) << pass.err;
+    EXPECT_EQ(Pixels(Path("pass.2.exr")).size(), 64u * 48u * 4u);
+    for (int frame = 1; frame <= 3; ++frame) {
+        OIIO::ImageBuf mask(OIIO::ImageSpec(64, 48, 1, OIIO::TypeDesc::FLOAT));
+        const float coverage[] = {frame == 2 ? 1.0f : 0.0f};
+        OIIO::ImageBufAlgo::fill(mask, coverage);
+        mask.write(Path("mask." + std::to_string(frame) + ".exr").string());
+    }
+    const ToolRun hidden = Vellux("render -q --scene " + Q("s.json") + " --occlusion " + Q("mask.#.exr") + " -o " + Q("o.#.tif"));
+    ASSERT_EQ(hidden.exitCode, 0) << hidden.err;
+    EXPECT_GT(Sum(Pixels(Path("o.1.tif"))), 0.0);
+    EXPECT_EQ(Sum(Pixels(Path("o.2.tif"))), 0.0);
+    EXPECT_GT(Sum(Pixels(Path("o.3.tif"))), 0.0);
+}
+
 TEST_F(SceneTool, MistakesExitOneNamingTheFileOrFrameAndWriteNothing) {
     WriteSceneFile(Path("s.json"), RisingScene(10));
     const std::string scene = "render -q --scene " + Q("s.json");

@@ -130,8 +130,6 @@ RenderRequest CheckRenderOptions(const RenderOptions& options) {
     request.halfFloat = options.half;
     if (options.half && !request.passMode) throw std::invalid_argument("--half: only with --mode pass");
     request.occlusion = options.occlusion;
-    if (!request.scene.empty() && (request.passMode || !request.occlusion.empty()))
-        throw std::invalid_argument("--mode pass and --occlusion: single frames only, not with --scene");
     CheckSettingEdits(options.settings);
     request.settings = options.settings;
     return request;

@@ -8,8 +8,10 @@
 #include <vector>
 
 #include "host/progress_bar.h"
+#include "tools/vellux/flare_pass.h"
 #include "tools/vellux/frame_image.h"
 #include "tools/vellux/interrupt_guard.h"
+#include "tools/vellux/occlusion.h"
 #include "tools/vellux/plugin_location.h"
 #include "tools/vellux/render_command.h"
 
@@ -78,6 +80,21 @@ FrameRange FramesWithin(const Scene& scene, const std::optional<FrameRange>& req
     return *requested;
 }
 
+// The mask of a frame: a pattern with a frame field names one mask per frame, else one for all.
+std::string MaskFor(const fs::path& mask, int32_t frame) {
+    const FramePattern pattern = FramePattern::Parse(mask.string());
+    return pattern.HasField() ? pattern.For(frame) : mask.string();
+}
+
+// A frame as a flare pass, or a float plate with the pass added in float.
+void RenderPassFrame(PluginInstance& instance, const RenderRequest& request, const FlareLight& light, FrameSize size,
+                     const std::string& plateFile, const std::string& target) {
+    const OIIO::ImageBuf pass = RenderFlarePass(instance, light, size, request.bandRows);
+    if (plateFile.empty()) return WriteFlarePass(pass, target, request.halfFloat);
+    const OIIO::ImageBuf plate = ReadFloatPlate(plateFile);
+    WriteImageFile(CompositeFlarePass(plate, pass), target, plate.nativespec().format);
+}
+
 FlareLight SceneLightAt(const Scene& scene, int32_t frame, int32_t width, int32_t height) {
     const LightState state = LightAt(scene, frame);
     const bool fraction = scene.lightUnits == LightUnits::fraction;
@@ -132,19 +149,29 @@ void RenderSceneSequence(const RenderRequest& request) {
         const std::string target = output.For(frame);
         if (!request.quiet)
             std::cerr << "frame " << frame << " (" << frame - frames.first + 1 << " of " << frames.Count() << ")\n";
-        FrameImage image = input ? FrameImage::Read(input->For(frame)) : FrameImage::Black(size);
-        if (image.width() != size.width || image.height() != size.height)   // changed since the check
-            throw std::runtime_error(input->For(frame) + ": frame " + std::to_string(frame) + " is no longer " + SizeText(size));
+        const bool floatPlate = input && !request.passMode && IsFloatImage(input->For(frame));
+        FlareLight light = SceneLightAt(scene, frame, size.width, size.height);
+        if (!request.occlusion.empty())
+            light = OccludedLight(light, OcclusionMask::Read(MaskFor(request.occlusion, frame), size));
         try {
             session.instance().LoadChannels(all.first, all.last, frame);
-            PaintFrame(session.instance(), image, SceneLightAt(scene, frame, size.width, size.height), request.bandRows);
+            if (request.passMode || floatPlate) {
+                RenderPassFrame(session.instance(), request, light, size, floatPlate ? input->For(frame) : "", target);
+                bar.Finish();
+                continue;
+            }
+            FrameImage image = input ? FrameImage::Read(input->For(frame)) : FrameImage::Black(size);
+            if (image.width() != size.width || image.height() != size.height)   // changed since the check
+                throw std::runtime_error(input->For(frame) + ": frame " + std::to_string(frame) + " is no longer " +
+                                         SizeText(size));
+            PaintFrame(session.instance(), image, light, request.bandRows);
+            bar.Finish();
+            WriteRenderedImage(image, target);
         } catch (const PluginError& error) {
             throw PluginError(std::string(error.what()) + "; frame " + std::to_string(frame) + " (" + target +
                                   ") not written",
                               error.code);
         }
-        bar.Finish();
-        WriteRenderedImage(image, target);
     }
     session.Finish();
 }
