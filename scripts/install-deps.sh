@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(cmake ninja-build g++ g++-multilib libgtest-dev libgmock-dev googletest libbenchmark-dev
           clang libclang-rt-14-dev
           nlohmann-json3-dev libcli11-dev
-          libopenimageio-dev pkgconf)
+          libopenimageio-dev openimageio-tools pkgconf)
 
 missing=()
 for package in "${packages[@]}"; do
