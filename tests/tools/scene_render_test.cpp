@@ -2,6 +2,8 @@
 // in process, `scene key` and `scene show`, and the built tool rendering sequences end to end.
 #include <gtest/gtest.h>
 
+#include "tool_fixture.h"
+
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -72,18 +74,7 @@ SettingsRecord Settings(ByteOrder order, double intensity, int32_t starFilter) {
     return record;
 }
 
-class SceneFiles : public testing::Test {
-protected:
-    void SetUp() override {
-        const auto* test = testing::UnitTest::GetInstance()->current_test_info();
-        dir_ = fs::temp_directory_path() / ("vellux_scene_" + std::to_string(getpid()) + "_" + test->name());
-        fs::create_directories(dir_);
-    }
-    void TearDown() override { fs::remove_all(dir_); }
-    fs::path Path(const std::string& name) const { return dir_ / name; }
-
-    fs::path dir_;
-};
+using SceneFiles = ScratchTest;
 
 TEST_F(SceneFiles, LoadingChannelsBeforePublishingIsOutOfSequence) {
     vellux::host::SetHomeDirectory(VELLUX_COMPILED_TABLES_DIR);
@@ -146,17 +137,6 @@ TEST(SceneShow, DecodesTheSettingsFieldByFieldInEitherByteOrder) {
 
 // ---- The built tool ----
 
-struct ToolRun {
-    int exitCode = -1;
-    std::string out;
-    std::string err;
-};
-
-std::string Slurp(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
 std::vector<float> Pixels(const fs::path& path) {
     OIIO::ImageBuf image(path.string());
     std::vector<float> values;
@@ -171,10 +151,7 @@ double Sum(const std::vector<float>& values) { return std::accumulate(values.beg
 class SceneTool : public SceneFiles {
 protected:
     ToolRun Vellux(const std::string& arguments) const {
-        const std::string command = std::string("'") + VELLUX_TOOL_PATH + "' " + arguments + " >'" + Path("out").string() +
-                                    "' 2>'" + Path("err").string() + "'";
-        const int status = std::system(command.c_str());
-        const ToolRun run{WIFEXITED(status) ? WEXITSTATUS(status) : -1, Slurp(Path("out")), Slurp(Path("err"))};
+        const ToolRun run = RunTool(arguments);
         fs::remove(Path("out"));
         fs::remove(Path("err"));
         return run;

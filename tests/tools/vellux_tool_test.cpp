@@ -2,6 +2,8 @@
 // The render command finds Vellux.so one folder above the tool and the tables beside it.
 #include <gtest/gtest.h>
 
+#include "tool_fixture.h"
+
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,43 +24,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct ToolRun {
-    int exitCode = -1;
-    std::string out;
-    std::string err;
-};
-
-std::string Slurp(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
 void Write(const fs::path& path, const std::string& text) {
     std::ofstream(path, std::ios::binary) << text;
 }
 
-class VelluxTool : public testing::Test {
+class VelluxTool : public ScratchTest {
 protected:
-    void SetUp() override {
-        const auto* test = testing::UnitTest::GetInstance()->current_test_info();
-        dir_ = fs::temp_directory_path() / ("vellux_tool_" + std::to_string(getpid()) + "_" + test->name());
-        fs::create_directories(dir_);
-    }
-    void TearDown() override { fs::remove_all(dir_); }
-
-    fs::path Path(const std::string& name) const { return dir_ / name; }
-
-    // Arguments are quoted as they are; the test paths hold no single quotes.
-    ToolRun Vellux(const std::string& arguments) const {
-        const std::string command = std::string("'") + VELLUX_TOOL_PATH + "' " + arguments + " >'" +
-                                    Path("out").string() + "' 2>'" + Path("err").string() + "'";
-        const int status = std::system(command.c_str());
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Slurp(Path("out")), Slurp(Path("err"))};
-    }
-
+    ToolRun Vellux(const std::string& arguments) const { return RunTool(arguments); }
     static std::string Quote(const fs::path& path) { return "'" + path.string() + "'"; }
-
-    fs::path dir_;
 };
 
 const std::string kDefaultTable = std::string(VELLUX_TABLES_DIR) + "/Vellux.json";
