@@ -5,7 +5,12 @@ set -euo pipefail
 packages=(cmake ninja-build g++ g++-multilib libgtest-dev libgmock-dev googletest libbenchmark-dev
           clang libclang-rt-14-dev
           nlohmann-json3-dev libcli11-dev
-          libopenimageio-dev openimageio-tools pkgconf)
+          libopenimageio-dev openimageio-tools pkgconf
+          libcpp-httplib-dev chromium)
+# Node for the browser test: Debian's, unless a node is installed already (its own npm would
+# conflict with Debian's npm package).
+command -v node >/dev/null || packages+=(nodejs)
+command -v npm >/dev/null || packages+=(npm)
 
 missing=()
 for package in "${packages[@]}"; do
@@ -17,4 +22,14 @@ if [ ${#missing[@]} -gt 0 ]; then
   [ "$(id -u)" -ne 0 ] && sudo_cmd=(sudo)
   "${sudo_cmd[@]}" apt-get update -qq
   DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y -qq "${missing[@]}"
+fi
+
+# The browser test's one npm package, playwright-core, at the version web/package-lock.json pins.
+# It drives the chromium installed above; it never downloads a browser.
+web="$(dirname "$0")/../web"
+pinned=$(sed -n 's/.*"playwright-core": "\(.*\)".*/\1/p' "$web/package.json")
+installed=$(sed -n 's/^  "version": "\(.*\)".*/\1/p' "$web/node_modules/playwright-core/package.json" 2>/dev/null || true)
+if [ "$installed" != "$pinned" ]; then
+  echo "Installing playwright-core $pinned in web/"
+  (cd "$web" && PLAYWRIGHT_SKIP_BROWSER_DOWNLOAD=1 npm ci --no-audit --no-fund --loglevel=error)
 fi

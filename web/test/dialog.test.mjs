@@ -1,0 +1,292 @@
+// The settings dialog in a real browser: `vellux edit` serves it, headless Chromium edits it as an
+// artist would, and the settings file shows what was saved (or that nothing was).
+//
+//   node web/test/dialog.test.mjs build/default/tools/vellux     (or VELLUX_TOOL=...)
+//
+// Builds nothing. Needs node, /usr/bin/chromium and `npm ci` in web/. Exits 77 (skipped) when
+// one of those is missing. Screenshots go to VELLUX_SCREENSHOTS (default: web-screenshots beside
+// the tool's folder, i.e. build/<preset>/web-screenshots); with VELLUX_DOCS_SCREENSHOT set, the
+// screenshot after the drag is also copied there (the README's docs/settings-dialog.png).
+import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { existsSync } from 'node:fs';
+import { copyFile, mkdir, mkdtemp, readFile, rm, stat, writeFile } from 'node:fs/promises';
+import { tmpdir } from 'node:os';
+import { dirname, join, resolve } from 'node:path';
+import { after, before, describe, test } from 'node:test';
+
+const kSkipped = 77;
+const kChromium = '/usr/bin/chromium';
+const kChromiumFlags = ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
+  '--disable-background-networking', '--disable-component-update', '--disable-sync'];
+
+const tool = process.env.VELLUX_TOOL ?? process.argv[2];
+if (!tool || !existsSync(tool)) {
+  console.error(`dialog test skipped: no vellux tool at "${tool ?? ''}" (give its path or VELLUX_TOOL)`);
+  process.exit(kSkipped);
+}
+if (!existsSync(kChromium)) {
+  console.error(`dialog test skipped: ${kChromium} is missing (Debian package chromium)`);
+  process.exit(kSkipped);
+}
+let chromium;
+try {
+  ({ chromium } = await import('playwright-core'));
+} catch {
+  console.error('dialog test skipped: playwright-core is not installed (run npm ci in web/)');
+  process.exit(kSkipped);
+}
+
+const screenshots = resolve(process.env.VELLUX_SCREENSHOTS ?? join(dirname(resolve(tool)), '..', 'web-screenshots'));
+
+// ---- The tool ----
+
+// Starts `vellux edit`, resolves once it printed the dialog's address.
+function startEdit(args) {
+  const child = spawn(tool, ['edit', ...args, '--no-browser'], { stdio: ['ignore', 'pipe', 'pipe'] });
+  const run = { child, out: '', err: '', exit: null };
+  run.exited = new Promise((resolveExit) => {
+    child.on('exit', (code, signal) => {
+      run.exit = code ?? signal;
+      resolveExit(run.exit);
+    });
+  });
+  child.stderr.setEncoding('utf8').on('data', (text) => { run.err += text; });
+  run.address = new Promise((resolveAddress, reject) => {
+    child.stdout.setEncoding('utf8').on('data', (text) => {
+      run.out += text;
+      const found = /^Settings dialog: (http:\/\/127\.0\.0\.1:\d+\/[0-9a-f]{32}\/)$/m.exec(run.out);
+      if (found) resolveAddress(found[1]);
+    });
+    run.exited.then(() => reject(new Error(`vellux edit ended (${run.exit}) before serving:\n${run.out}${run.err}`)));
+    setTimeout(() => reject(new Error(`no address from vellux edit after 60 s:\n${run.out}${run.err}`)), 60000).unref();
+  });
+  return run;
+}
+
+async function waitForExit(run, seconds = 30) {
+  const timer = new Promise((_, reject) => setTimeout(() => reject(new Error('vellux edit did not end')), seconds * 1000).unref());
+  return Promise.race([run.exited, timer]);
+}
+
+// ---- The settings record (include/vellux/plugin_records.h, ControlDataRec) ----
+
+const kAnamorphicStreakBit = 0x04000000;   // flareFlags bit 26
+
+async function readSettings(file) {
+  const json = JSON.parse(await readFile(file, 'utf8'));
+  assert.equal(json.settings.byteOrder, 'little');
+  const bytes = Buffer.from(json.settings.hex, 'hex');
+  assert.equal(bytes.length, 88);
+  return {
+    owner: bytes.toString('latin1', 0, 4),
+    intensity: bytes.readDoubleLE(8),
+    flags: bytes.readUInt32LE(80),
+  };
+}
+
+// ---- The page ----
+
+async function openBrowser() {
+  const profile = await mkdtemp(join(tmpdir(), 'vellux-chromium-'));
+  const context = await chromium.launchPersistentContext(profile, {
+    executablePath: kChromium,
+    headless: true,
+    args: kChromiumFlags,
+    viewport: { width: 820, height: 620 },
+    deviceScaleFactor: 1,
+    colorScheme: 'light',
+  });
+  return { context, profile };
+}
+
+// The page's state as the host reports it, fetched from inside the page (same origin, same token).
+function hostState(page) {
+  return page.evaluate(async () => (await fetch('api/state')).json());
+}
+
+function findControl(state, type, pattern) {
+  const found = state.controls.find((control) => control.type === type && pattern.test(control.label));
+  assert.ok(found, `no control of type ${type} labelled ${pattern}; labels: ${state.controls.map((c) => c.label).join(', ')}`);
+  return found;
+}
+
+// A digest of the canvas as drawn on the page, and how many of its pixels are lit.
+function canvasPixels(page, id) {
+  return page.evaluate((canvasId) => {
+    const canvas = document.getElementById(canvasId);
+    const data = canvas.getContext('2d').getImageData(0, 0, canvas.width, canvas.height).data;
+    let hash = 2166136261;
+    let lit = 0;
+    for (let i = 0; i < data.length; i += 1) {
+      hash = Math.imul(hash ^ data[i], 16777619) >>> 0;
+      if (i % 4 !== 3 && data[i] > 8) lit += 1;
+    }
+    return { hash, lit };
+  }, `control-${id}`);
+}
+
+async function until(what, check, seconds = 20) {
+  const end = Date.now() + seconds * 1000;
+  for (;;) {
+    const value = await check();
+    if (value) return value;
+    if (Date.now() > end) throw new Error(`timed out waiting for ${what}`);
+    await new Promise((wake) => setTimeout(wake, 50));
+  }
+}
+
+async function openDialog(context, address) {
+  const page = await context.newPage();
+  const problems = [];
+  page.on('pageerror', (error) => problems.push(`page error: ${error.message}`));
+  page.on('console', (message) => {
+    if (message.type() === 'error') problems.push(`console: ${message.text()}`);
+  });
+  await page.goto(address);
+  await page.locator('#card').waitFor({ state: 'visible' });
+  const state = await hostState(page);
+  const preview = state.controls.find((control) => control.type === 15);
+  assert.ok(preview, 'the dialog has a preview');
+  // The preview shows the plug-in's drawing once its pixels arrived.
+  await until('the preview to be drawn', async () => (await canvasPixels(page, preview.id)).lit > 0);
+  return { page, state, preview, problems };
+}
+
+// ---- Tests ----
+
+describe('settings dialog in the browser', { timeout: 240000 }, () => {
+  let scratch;
+  let browser;
+
+  before(async () => {
+    scratch = await mkdtemp(join(tmpdir(), 'vellux-dialog-test-'));
+    await mkdir(screenshots, { recursive: true });
+    browser = await openBrowser();
+  });
+
+  after(async () => {
+    await browser?.context.close();
+    if (browser) await rm(browser.profile, { recursive: true, force: true });
+    if (scratch) await rm(scratch, { recursive: true, force: true });
+  });
+
+  test('edits, a drag in the preview and OK save the settings', async () => {
+    const file = join(scratch, 'look.json');
+    const run = startEdit(['--settings', file]);
+    try {
+      const address = await run.address;
+      const { page, state, preview, problems } = await openDialog(browser.context, address);
+
+      // The dialog opens with the key control focused and its text selected.
+      if (state.focus !== null) {
+        const focus = await page.evaluate(() => {
+          const active = document.activeElement;
+          return { id: active.id, selected: active.value?.slice(active.selectionStart, active.selectionEnd), value: active.value };
+        });
+        assert.equal(focus.id, `control-${state.focus}`);
+        if (focus.value !== undefined) assert.equal(focus.selected, focus.value);
+      }
+      await page.screenshot({ path: join(screenshots, 'dialog-open.png') });
+
+      const intensity = findControl(state, 10, /^intensity$/i);
+      const streak = findControl(state, 2, /anamorphic streak/i);
+      assert.equal(streak.value, 0, 'the anamorphic streak starts off');
+
+      // Typed key by key: every keystroke is an edit, the last one wins.
+      const field = page.locator(`#control-${intensity.id}`);
+      await field.click();
+      await field.press('Control+A');
+      await field.pressSequentially('0.8', { delay: 30 });
+      await until('the intensity edit', async () => {
+        const now = await hostState(page);
+        return now.controls.find((control) => control.id === intensity.id).text === '0.8';
+      });
+
+      await page.getByLabel(streak.label).check();
+      await until('the check box edit', async () => {
+        const now = await hostState(page);
+        return now.controls.find((control) => control.id === streak.id).value === 1;
+      });
+
+      // Drag the light across the preview; the preview follows it.
+      const settled = await until('the preview to settle', async () => {
+        const a = await canvasPixels(page, preview.id);
+        await new Promise((wake) => setTimeout(wake, 300));
+        const b = await canvasPixels(page, preview.id);
+        return a.hash === b.hash && b;
+      });
+      const box = await page.locator(`#control-${preview.id}`).boundingBox();
+      await page.mouse.move(box.x + box.width * 0.3, box.y + box.height * 0.35);
+      await page.mouse.down();
+      for (let step = 1; step <= 12; step += 1) {
+        await page.mouse.move(box.x + box.width * (0.3 + 0.4 * step / 12), box.y + box.height * (0.35 + 0.3 * step / 12));
+      }
+      await page.mouse.up();
+      const dragged = await until('the preview to change', async () => {
+        const now = await canvasPixels(page, preview.id);
+        return now.hash !== settled.hash && now.lit > 0 && now;
+      });
+      assert.notEqual(dragged.hash, settled.hash);
+      await until('the preview to settle after the drag', async () => {
+        const a = await canvasPixels(page, preview.id);
+        await new Promise((wake) => setTimeout(wake, 300));
+        return a.hash === (await canvasPixels(page, preview.id)).hash;
+      });
+      await page.screenshot({ path: join(screenshots, 'after-drag.png') });
+      if (process.env.VELLUX_DOCS_SCREENSHOT) await copyFile(join(screenshots, 'after-drag.png'), process.env.VELLUX_DOCS_SCREENSHOT);
+
+      await page.locator('#control-1').click();
+      await page.locator('#notice').waitFor({ state: 'visible' });
+      assert.equal(await waitForExit(run), 0, run.out + run.err);
+      assert.match(run.out, /Settings saved to /);
+      assert.deepEqual(problems, []);
+      await page.close();
+
+      const saved = await readSettings(file);
+      assert.equal(saved.owner, 'VLUX');
+      assert.equal(saved.intensity, 0.8);
+      assert.ok(saved.flags & kAnamorphicStreakBit, 'the anamorphic streak flag is saved');
+    } finally {
+      if (run.exit === null) run.child.kill('SIGINT');
+    }
+  });
+
+  test('Cancel leaves an existing settings file as it was', async () => {
+    const file = join(scratch, 'kept.json');
+    const before = JSON.stringify({ settings: { byteOrder: 'little', hex: await defaultsHex(scratch) } }, null, 2) + '\n';
+    await writeFile(file, before);
+    const beforeStat = await stat(file);
+    const run = startEdit(['--settings', file]);
+    try {
+      const { page, state, problems } = await openDialog(browser.context, await run.address);
+      const intensity = findControl(state, 10, /^intensity$/i);
+      await page.locator(`#control-${intensity.id}`).fill('2.5');
+      await until('the intensity edit', async () => {
+        const now = await hostState(page);
+        return now.controls.find((control) => control.id === intensity.id).text === '2.5';
+      });
+      await page.locator('#control-2').click();
+      await page.locator('#notice').waitFor({ state: 'visible' });
+      assert.equal(await waitForExit(run), 0, run.out + run.err);
+      assert.match(run.out, /Cancelled, nothing saved/);
+      assert.deepEqual(problems, []);
+      await page.close();
+    } finally {
+      if (run.exit === null) run.child.kill('SIGINT');
+    }
+    assert.equal(await readFile(file, 'utf8'), before);
+    assert.equal((await stat(file)).mtimeMs, beforeStat.mtimeMs);
+  });
+});
+
+// The plug-in's default record, as a settings file the tool makes holds it: OK on an untouched
+// dialog through the headless runner.
+async function defaultsHex(folder) {
+  const file = join(folder, 'defaults.json');
+  await new Promise((done, fail) => {
+    const child = spawn(tool, ['settings', 'set', '--settings', file, 'Intensity=0.5'], { stdio: 'ignore' });
+    child.on('exit', (code) => (code === 0 ? done() : fail(new Error(`vellux settings set answered ${code}`))));
+  });
+  return JSON.parse(await readFile(file, 'utf8')).settings.hex;
+}
