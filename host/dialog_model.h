@@ -79,9 +79,15 @@ struct Dialog {
     std::array<uint8_t, 3> foreColor{0x5A, 0x61, 0x6E};   // pen colour of KV_FrameRect
 };
 
-// Builds a live dialog from a template (controls at their initial values, canvas cleared).
-// The dialog is owned by the dialog services' registry once registered (see KV_MakeDialog).
+// Builds a live dialog from a template (controls at their initial values: check boxes and
+// pop-ups from the item's value, edit texts from its title; canvas cleared to transparent).
 void BuildDialog(Dialog& dialog, int dialogID, const DialogTemplate& layout);
+
+// A built dialog registered with the services, which answer only for registered dialogs and their
+// controls. The registry owns it until DestroyDialog (KV_MakeDialog and KV_DestroyDialog use
+// these two).
+Dialog* MakeDialog(int dialogID, const DialogTemplate& layout);
+void DestroyDialog(Dialog* dialog);
 
 // The objects behind handles the services hand out; null for a null, unknown or destroyed one.
 Dialog* DialogOf(const KV_Dialog* handle);
@@ -113,7 +119,7 @@ std::optional<std::string> EditControl(Control& control, std::string_view text);
 void FireHit(Control& control);
 
 // A click at (h, v) in a user control: calls its click function (which may track the mouse
-// through the current runner), then redraws what was invalidated.
+// through the current runner), then FireHit.
 void ClickControl(Control& control, int h, int v);
 
 // Calls the draw function of every user control that asked to be redrawn (or of all of them when

@@ -7,6 +7,8 @@
 #ifndef VELLUX_HOST_DIALOG_RUNNER_H
 #define VELLUX_HOST_DIALOG_RUNNER_H
 
+#include <exception>
+
 #include "host/dialog_model.h"
 
 namespace vellux::host {
@@ -26,6 +28,11 @@ public:
     // position, so a click without a drag still moves what it points at.
     virtual bool TrackMouse(Control& control, int* x, int* y) = 0;
 };
+
+// A runner that fails (throws) inside KV_ExecuteDialog cannot report to the plug-in, which only
+// sees a cancelled dialog; the failure is kept for the program, which takes it after the command
+// (null when there was none) and reports it.
+std::exception_ptr TakeRunnerFailure();
 
 // Installs the runner for the dialogs that follow (nullptr: none). The runner must outlive its
 // use; the caller keeps ownership.

@@ -83,6 +83,7 @@ int32_t HostSession::Answer(IFFType selector, int32_t size, void* record) {
     if (selector == kHostResetChannel) {
         if (As<HostResetChannelRec>(size, record) == nullptr) return kIncompatibleRecord;
         channels_.Reset();
+        ++channelResets_;
         return kNoError;
     }
     return kUnsupportedCommand;

@@ -72,6 +72,7 @@ public:
     // The channels the plug-in has published, with their keys (a scene adds its keys here).
     ChannelStore& Channels() { return channels_; }
     const ChannelStore& Channels() const { return channels_; }
+    int channelResets() const { return channelResets_; }   // RCHN requests so far
 
 private:
     static int32_t Callback(IFFType selector, int32_t size, void* record);
@@ -101,6 +102,7 @@ private:
     int32_t reportTicks_ = kDefaultReportTicks;
     const std::atomic<bool>* interrupt_ = nullptr;
     ChannelStore channels_;
+    int channelResets_ = 0;
     alignas(double) uint8_t channelValue_[8] = {};   // GCHN's answer, until the next call
 };
 

@@ -16,15 +16,8 @@
 
 #include "host/resource_file.h"
 #include "host/resource_services_pvt.h"
+#include "host/service_registry_pvt.h"
 
-// The exported functions must have exactly the signatures the plug-in calls them with.
-namespace vellux::host::signatures {
-#define KV_SERVICE(Result, Name, Params, Args) using Name = Result Params;
-#include "kit/host_services.def"
-#undef KV_SERVICE
-}  // namespace vellux::host::signatures
-#define VELLUX_CHECK_SIGNATURE(Name) \
-    static_assert(std::is_same_v<decltype(::Name), vellux::host::signatures::Name>, #Name " differs from the table")
 VELLUX_CHECK_SIGNATURE(KV_GetHomeDirectory);
 VELLUX_CHECK_SIGNATURE(KV_DestroyDirectoryRef);
 VELLUX_CHECK_SIGNATURE(KV_MakeFileRef);
@@ -33,7 +26,6 @@ VELLUX_CHECK_SIGNATURE(KV_OpenResourceFile);
 VELLUX_CHECK_SIGNATURE(KV_CloseResourceFile);
 VELLUX_CHECK_SIGNATURE(KV_GetResource);
 VELLUX_CHECK_SIGNATURE(KV_ReleaseResource);
-#undef VELLUX_CHECK_SIGNATURE
 
 namespace vellux::host {
 
@@ -54,28 +46,6 @@ struct FileRef {
 struct OpenResourceFile {
     KV_ResourceFile handle{};
     rsc::ResourceFile contents;
-};
-
-// Objects handed out by handle, owned here until the caller releases them.
-template <typename Object, typename Handle>
-class Registry {
-public:
-    Handle* Add(std::unique_ptr<Object> object) {
-        Handle* handle = &object->handle;
-        handle->data = ++serial_;
-        objects_.emplace(handle, std::move(object));
-        return handle;
-    }
-    Object* Find(const Handle* handle) const {
-        const auto found = objects_.find(handle);
-        return found == objects_.end() ? nullptr : found->second.get();
-    }
-    void Remove(const Handle* handle) { objects_.erase(handle); }
-    int Count() const { return int(objects_.size()); }
-
-private:
-    std::unordered_map<const Handle*, std::unique_ptr<Object>> objects_;
-    int serial_ = 0;
 };
 
 struct FreeBytes {

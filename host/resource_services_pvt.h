@@ -9,7 +9,9 @@
 
 #include "kit/host_service_types.h"
 
+#ifndef VELLUX_HOST_EXPORT
 #define VELLUX_HOST_EXPORT __attribute__((visibility("default")))
+#endif
 
 extern "C" {
 VELLUX_HOST_EXPORT KV_DirectoryRef* KV_GetHomeDirectory();

@@ -137,6 +137,11 @@ void PluginInstance::FinishChannels() {
     Check(kCmdFinishChannel, Send(kCmdFinishChannel, block));
 }
 
+int32_t PluginInstance::Interface() {
+    PluginInterfaceRec block{};
+    return Send(kCmdInterface, block);
+}
+
 void PluginInstance::Setup(PluginFlareSetupRec setup) { Check(kCmdSetup, Send(kCmdSetup, setup)); }
 
 void PluginInstance::Generate(PluginPixels& pixels, Band band) {

@@ -68,6 +68,12 @@ public:
     void LoadChannels(int32_t first, int32_t last, int32_t frame);
     void FinishChannels();
 
+    // INTF: the settings dialog, run by the host's current dialog runner. Answers the plug-in's
+    // result as it is (4 when the dialog was cancelled).
+    int32_t Interface();
+    // The plug-in's own description of a failed command, as an exception to throw.
+    PluginError Failure(IFFType command, int32_t result);
+
     void Setup(PluginFlareSetupRec setup);
     void Generate(PluginPixels& pixels, Band band);
     void Finish();
@@ -76,7 +82,6 @@ private:
     template <typename Block>
     int32_t Send(IFFType command, Block& block);
     void Check(IFFType command, int32_t result);
-    PluginError Failure(IFFType command, int32_t result);
 
     const host::PluginLibrary& plugin_;
     host::HostSession& host_;

@@ -12,6 +12,7 @@
 #include "tools/vellux/rsc_command.h"
 #include "tools/vellux/sample_frame.h"
 #include "tools/vellux/scene_command.h"
+#include "tools/vellux/settings_command.h"
 
 namespace {
 
@@ -40,6 +41,7 @@ int main(int argc, char** argv) {
     vellux::tool::AddRscCommands(app, action);
     vellux::tool::AddRenderCommand(app, action);
     vellux::tool::AddSceneCommands(app, action);
+    vellux::tool::AddSettingsCommands(app, action);
     vellux::tool::AddInfoCommand(app, action);
     vellux::tool::AddSampleFrameCommand(app, action);
     try {

@@ -409,18 +409,67 @@ std::vector<std::string> KeyChannels(const Scene& scene, host::ChannelStore& sto
 
 std::string SceneError::Text() const { return path.empty() ? message : path + ": " + message; }
 
-SceneReadResult ReadScene(std::string_view text) {
-    SceneReadResult result;
-    Json root;
+namespace {
+
+// The text as JSON (comments allowed), or the parser's complaint in `errors`.
+std::optional<Json> ParseJson(std::string_view text, std::vector<SceneError>& errors) {
     try {
-        root = Json::parse(text, nullptr, true, true);
+        return Json::parse(text, nullptr, true, true);
     } catch (const Json::exception& error) {
         std::string message = error.what();
         if (const size_t tag = message.find("] "); message.starts_with("[json.exception") && tag != std::string::npos)
             message.erase(0, tag + 2);
-        result.errors.push_back({"", message});
+        errors.push_back({"", message});
+        return std::nullopt;
+    }
+}
+
+std::optional<std::string> ReadText(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    if (file) text << file.rdbuf();
+    if (!file || file.bad()) return std::nullopt;
+    return text.str();
+}
+
+}  // namespace
+
+SettingsReadResult ReadSettingsText(std::string_view text) {
+    SettingsReadResult result;
+    const std::optional<Json> root = ParseJson(text, result.errors);
+    if (!root) return result;
+    Reader in;
+    Scene holder;
+    if (in.Object(*root, "", {"settings"})) {
+        if (!root->contains("settings")) in.Error("", "needs \"settings\"");
+        ReadSettings(in, *root, holder);
+    }
+    result.errors = std::move(in.errors);
+    if (result.errors.empty()) result.settings = std::move(holder.settings);
+    return result;
+}
+
+std::string WriteSettingsText(const SettingsRecord& settings) {
+    const std::string record =
+        Inline(Json{{"byteOrder", OrderName(settings.byteOrder)}, {"hex", Hex(settings.bytes)}});
+    return Lines({{"settings", record}}, "") + "\n";
+}
+
+SettingsReadResult ReadSettingsFile(const std::filesystem::path& path) {
+    const std::optional<std::string> text = ReadText(path);
+    if (!text) {
+        SettingsReadResult result;
+        result.errors.push_back({"", "cannot read " + path.string()});
         return result;
     }
+    return ReadSettingsText(*text);
+}
+
+SceneReadResult ReadScene(std::string_view text) {
+    SceneReadResult result;
+    const std::optional<Json> parsed = ParseJson(text, result.errors);
+    if (!parsed) return result;
+    const Json& root = *parsed;
     Reader in;
     Scene scene;
     if (in.Object(root, "", {"frames", "image", "light", "settings", "channels"})) {
@@ -436,15 +485,13 @@ SceneReadResult ReadScene(std::string_view text) {
 }
 
 SceneReadResult ReadSceneFile(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    if (file) text << file.rdbuf();
-    if (!file || file.bad()) {
+    const std::optional<std::string> text = ReadText(path);
+    if (!text) {
         SceneReadResult result;
         result.errors.push_back({"", "cannot read " + path.string()});
         return result;
     }
-    return ReadScene(text.str());
+    return ReadScene(*text);
 }
 
 std::string WriteScene(const Scene& scene) {

@@ -112,6 +112,16 @@ SceneReadResult ReadScene(std::string_view text);
 SceneReadResult ReadSceneFile(const std::filesystem::path& path);   // an unreadable file is an error
 
 std::string WriteScene(const Scene& scene);
+
+// Settings files: the settings record alone, {"settings": {"byteOrder": ..., "hex": ...}}, read
+// and written by the rules of a scene's "settings".
+struct SettingsReadResult {
+    std::optional<SettingsRecord> settings;   // only when there are no errors
+    std::vector<SceneError> errors;
+};
+SettingsReadResult ReadSettingsText(std::string_view text);
+SettingsReadResult ReadSettingsFile(const std::filesystem::path& path);
+std::string WriteSettingsText(const SettingsRecord& settings);
 // Written under a temporary name and renamed over `path`; throws std::runtime_error on failure.
 void WriteSceneFile(const std::filesystem::path& path, const Scene& scene);
 

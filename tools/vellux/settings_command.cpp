@@ -1,0 +1,143 @@
+// The "settings" command group. See settings_command.h.
+#include "tools/vellux/settings_command.h"
+
+#include <iostream>
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+
+#include <OpenImageIO/imagebuf.h>
+
+#include "host/scripted_dialog_runner.h"
+#include "tools/vellux/dialog_session.h"
+#include "tools/vellux/frame_image.h"
+#include "tools/vellux/option_values.h"
+#include "tools/vellux/pending_output.h"
+
+namespace vellux::tool {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct SettingsOptions {
+    SettingsSource source;
+    std::vector<std::string> assignments;
+    fs::path output;
+    std::string light;   // "X,Y", fractions of the preview
+};
+
+std::vector<host::ScriptStep> EditSteps(const std::vector<std::string>& assignments) {
+    std::vector<host::ScriptStep> steps;
+    for (const std::string& assignment : assignments) steps.push_back(host::ParseAssignment(assignment));
+    return steps;
+}
+
+host::Control* PreviewControl(host::Dialog& dialog) {
+    for (host::Control& control : dialog.controls) {
+        if (control.type() == cKV_UserControl) return &control;
+    }
+    throw std::runtime_error("the settings dialog has no preview");
+}
+
+// A click inside the preview's image (its bounds less the 1-pixel frame) at fractions of its size.
+host::ScriptStep LightClick(host::Dialog& dialog, const std::string& light) {
+    const std::vector<double> at = ParseNumbers("--light", light, 2);
+    const double fx = at[0], fy = at[1];
+    if (!(fx >= 0.0 && fx <= 1.0 && fy >= 0.0 && fy <= 1.0))
+        throw std::invalid_argument("--light: both fractions must lie in 0..1, not " + light);
+    const host::Control& preview = *PreviewControl(dialog);
+    const KV_Rect& b = preview.item.bounds;
+    const int width = b.right - b.left - 2, height = b.bottom - b.top - 2;
+    const int h = b.left + 1 + int(fx * width), v = b.top + 1 + int(fy * height);
+    return host::ScriptStep::Click(std::to_string(preview.id()), {{h, v}});
+}
+
+void WriteRgba(const fs::path& file, int width, int height, const std::vector<uint8_t>& rgba) {
+    CheckOutputFormat(file);
+    OIIO::ImageBuf image(OIIO::ImageSpec(width, height, 4, OIIO::TypeDesc::UINT8));
+    image.set_pixels(OIIO::ROI(0, width, 0, height, 0, 1, 0, 4), OIIO::TypeDesc::UINT8, rgba.data());
+    PendingOutput pending(file);
+    if (!image.write(pending.temporary().string(), OIIO::TypeUnknown, file.string()))
+        throw std::runtime_error(file.string() + ": cannot write the image: " + image.geterror());
+    pending.Commit();
+}
+
+int Show(const SettingsOptions& options) {
+    host::ScriptedDialogRunner runner({}, false);
+    runner.SetInspector([](host::Dialog& dialog) { std::cout << DialogListing(dialog); });
+    RunSettingsDialog(options.source, runner, false);
+    return 0;
+}
+
+int Set(const SettingsOptions& options) {
+    if (!options.source.HasFile()) throw std::invalid_argument("settings set needs --scene or --settings to save into");
+    host::ScriptedDialogRunner runner(EditSteps(options.assignments), true);
+    const DialogOutcome outcome = RunSettingsDialog(options.source, runner, true);
+    const fs::path& file = options.source.scene.empty() ? options.source.settings : options.source.scene;
+    std::cout << "saved " << file.string() << " (" << options.assignments.size()
+              << (options.assignments.size() == 1 ? " setting)\n" : " settings)\n");
+    if (outcome.channelsReset && !options.source.scene.empty())
+        std::cout << "the star filter changed: the plug-in dropped its animation channels, so the scene's channel "
+                     "keys were removed\n";
+    return 0;
+}
+
+int Preview(const SettingsOptions& options) {
+    host::ScriptedDialogRunner runner(EditSteps(options.assignments), false);
+    // The click is played once the dialog is in hand, so that it can be placed from the
+    // preview's own bounds; it goes through the runner, which reports it to the plug-in's drag.
+    runner.SetInspector([&](host::Dialog& dialog) {
+        if (!options.light.empty()) runner.Play(dialog, LightClick(dialog, options.light));
+        const host::Control& preview = *PreviewControl(dialog);
+        const KV_Rect& b = preview.item.bounds;
+        WriteRgba(options.output, b.right - b.left, b.bottom - b.top, dialog.canvas.Copy(b));
+    });
+    RunSettingsDialog(options.source, runner, false);
+    std::cout << "wrote " << options.output.string() << "\n";
+    return 0;
+}
+
+template <typename Work>
+void AddCommand(CLI::App& group, const char* name, const char* help, Action& action, Work work,
+                const std::function<void(CLI::App&, SettingsOptions&)>& extra) {
+    auto options = std::make_shared<SettingsOptions>();
+    CLI::App* command = group.add_subcommand(name, help);
+    AddSettingsSourceOptions(*command, options->source);
+    extra(*command, *options);
+    command->callback([&action, options, work] { action = [options, work] { return work(*options); }; });
+}
+
+}  // namespace
+
+std::string DialogListing(host::Dialog& dialog) {
+    std::ostringstream out;
+    out << dialog.layout.title << "\n";
+    for (const host::Control& control : dialog.controls) {
+        if (!host::IsEditable(control)) continue;
+        std::string label = host::ControlLabel(dialog, control);
+        label.resize(std::max<size_t>(label.size() + 2, 26), ' ');
+        out << "  " << label << host::ValueText(control) << "\n";
+    }
+    return out.str();
+}
+
+void AddSettingsCommands(CLI::App& app, Action& action) {
+    CLI::App* group = app.add_subcommand("settings", "The settings dialog without a display: show, set, preview");
+    group->require_subcommand(1);
+    const auto none = [](CLI::App&, SettingsOptions&) {};
+    AddCommand(*group, "show", "Print every control of the settings dialog with its value", action, Show, none);
+    AddCommand(*group, "set", "Set controls (NAME=VALUE ...), press OK and save", action, Set,
+               [](CLI::App& command, SettingsOptions& options) {
+                   command.add_option("assignments", options.assignments, "NAME=VALUE: a control's label or ID")
+                       ->required();
+               });
+    AddCommand(*group, "preview", "Write the dialog's preview image after the edits", action, Preview,
+               [](CLI::App& command, SettingsOptions& options) {
+                   command.add_option("-o,--output", options.output, "The image to write (PNG, TIFF, ...)")->required();
+                   command.add_option("--light", options.light, "Click the preview at X,Y, fractions of its size");
+                   command.add_option("assignments", options.assignments, "NAME=VALUE edits before the preview");
+               });
+}
+
+}  // namespace vellux::tool
