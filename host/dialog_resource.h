@@ -66,16 +66,38 @@ struct DialogTemplate {
     std::vector<DialogItem> items;   // in the order the host indexes them
 };
 
+// ---- Checking ----
+
+// One broken rule. `where` names the value in the terms of the table source ("width",
+// "items[3].bounds[2]", "items[3].for", "items[3].menu[1].value"; empty for the dialog as a
+// whole); `inputs` names the other values the verdict rests on, so that a caller that could not
+// read one of them can leave the verdict out instead of reporting a consequence.
+struct DialogProblem {
+    std::string where;
+    std::string message;
+    std::vector<std::string> inputs;
+
+    std::string Text() const;   // "items[3].bounds[2]: right (800) is beyond the width (720)"
+};
+
+// Every rule above that the template breaks, in item order; empty for a valid template.
+std::vector<DialogProblem> CheckDialog(const DialogTemplate& dialog);
+
+// ---- Encoding and decoding ----
+
 // Throws std::invalid_argument with the reason when the template breaks a rule above.
 std::vector<uint8_t> EncodeDialog(const DialogTemplate& dialog);
 
 // A template, or the reason the bytes are not one.
 std::variant<DialogTemplate, std::string> DecodeDialog(std::span<const uint8_t> bytes);
 
+// ---- Control types ----
+
 // "check box", "edit text", ... for a KV_ControlType; "type N" for values outside the enumeration.
 std::string ControlTypeName(int type);
 // The short names of the table source ("checkbox", "edit", "popup", "user", ...), both ways;
-// the parser answers cKV_NoControlType for an unknown name.
+// the key of a value outside 1..16 is null, and the parser answers cKV_NoControlType for an
+// unknown name.
 const char* ControlTypeKey(KV_ControlType type);
 KV_ControlType ControlTypeFromKey(std::string_view key);
 

@@ -4,6 +4,7 @@
 
 #include <sstream>
 
+#include "host/dialog_resource.h"
 #include "tools/vellux/flare_records.h"
 #include "tools/vellux/table_export.h"
 #include "tools/vellux/table_source.h"
@@ -74,6 +75,50 @@ TEST(TableExport, RecordsThatWouldNotComeBackTheSameAreWrittenAsHex) {
     file.resources.push_back(Resource("RING", 2002, EncodeRing(foreignName)));
     file.resources.push_back(Resource("RING", 2003, trailing));
     file.resources.push_back(Resource("RING", 2004, {1, 2, 3}));
+    const Json source = ExpectRoundTrip(file);
+    for (const Json& resource : source["resources"]) EXPECT_TRUE(resource.contains("hex")) << resource.dump();
+}
+
+host::DialogTemplate SmallDialog() {
+    host::DialogTemplate dialog;
+    dialog.width = 200;
+    dialog.height = 100;
+    dialog.title = "Small";
+    host::DialogItem label{101, cKV_StaticText, {8, 8, 60, 24}, 0, 22, "Filter", {}};
+    host::DialogItem popup{22, cKV_PopupMenu, {68, 8, 190, 32}, 3, 0, "", {{0, "None"}, {3, "Three"}}};
+    host::DialogItem ok{1, cKV_PushButton, {110, 68, 190, 92}, 0, 0, "OK", {}};
+    dialog.items = {label, popup, ok};
+    return dialog;
+}
+
+TEST(TableExport, DialogsAreWrittenFieldByFieldWithoutTheDefaults) {
+    rsc::ResourceFile file;
+    file.resources.push_back(Resource("DLOG", 16001, host::EncodeDialog(SmallDialog())));
+    file.resources.back().name = "Settings";
+    const Json source = ExpectRoundTrip(file);
+    const Json& dialog = source["resources"][0]["dialog"];
+    EXPECT_EQ(dialog["title"], "Small");
+    EXPECT_EQ(dialog["width"], 200);
+    const Json& items = dialog["items"];
+    ASSERT_EQ(items.size(), 3u);
+    EXPECT_EQ(items[0], Json::parse(R"({"id": 101, "type": "static", "bounds": [8, 8, 60, 24], "title": "Filter", "for": 22})"));
+    EXPECT_EQ(items[1]["type"], "popup");
+    EXPECT_EQ(items[1]["value"], 3);
+    EXPECT_FALSE(items[1].contains("title"));
+    EXPECT_EQ(items[1]["menu"][1], Json::parse(R"({"value": 3, "text": "Three"})"));
+    EXPECT_FALSE(items[2].contains("menu"));
+    EXPECT_FALSE(items[2].contains("value"));
+    EXPECT_FALSE(items[2].contains("for"));
+}
+
+TEST(TableExport, DialogsThatCannotBeTextAreWrittenAsHex) {
+    host::DialogTemplate foreign = SmallDialog();
+    foreign.items[1].menu[0].text = "N\xA9ne";
+    std::vector<uint8_t> trailing = host::EncodeDialog(SmallDialog());
+    trailing.push_back(0);
+    rsc::ResourceFile file;
+    file.resources.push_back(Resource("DLOG", 1, host::EncodeDialog(foreign)));
+    file.resources.push_back(Resource("DLOG", 2, trailing));
     const Json source = ExpectRoundTrip(file);
     for (const Json& resource : source["resources"]) EXPECT_TRUE(resource.contains("hex")) << resource.dump();
 }

@@ -5,6 +5,7 @@
 #include <functional>
 #include <string>
 
+#include "host/dialog_resource.h"
 #include "tools/vellux/flare_records.h"
 #include "tools/vellux/table_source.h"
 
@@ -13,7 +14,7 @@ namespace {
 
 using Severity = Diagnostic::Severity;
 
-// A flare of two rings and a dialog, valid and free of warnings.
+// A flare of two rings, a resource given as hex and a dialog, valid and free of warnings.
 Json ValidSource() {
     return Json::parse(R"({"resources": [
       {"type": "FLAR", "id": 1001, "name": "Flare", "flare": {"elements": [{"type": "RING", "first": 2001, "last": 2002}]}},
@@ -23,11 +24,20 @@ Json ValidSource() {
       {"type": "RING", "id": 2002, "attributes": 32, "ring": {"name": "Disc", "type": 4, "units": 1000, "offset": -500,
         "outside": 40, "stops": [{"position": 0, "red": 6000, "green": 9000, "blue": 5000},
                                  {"position": 40, "red": 0, "green": 0, "blue": 0}]}},
-      {"type": "DLOG", "id": 16001, "hex": "0a0B0c"}
+      {"type": "PICT", "id": 128, "hex": "0a0B0c"},
+      {"type": "DLOG", "id": 16001, "dialog": {"title": "Settings", "width": 320, "height": 200, "items": [
+        {"id": 100, "type": "static", "bounds": [8, 12, 80, 28], "title": "Filter", "for": 22},
+        {"id": 22, "type": "popup", "bounds": [88, 8, 200, 32], "value": 1,
+         "menu": [{"value": 0, "text": "None"}, {"value": 1, "text": "Two"}]},
+        {"id": 5, "type": "checkbox", "bounds": [8, 40, 200, 64], "title": "Glow", "value": 1},
+        {"id": 17, "type": "edit", "bounds": [8, 72, 64, 96]},
+        {"id": 1, "type": "button", "bounds": [232, 168, 312, 192], "title": "OK"}]}}
     ]})");
 }
 
 Json& Ring(Json& source, size_t i) { return source["resources"][i]["ring"]; }
+Json& Dialog(Json& source) { return source["resources"][4]["dialog"]; }
+Json& Item(Json& source, size_t i) { return Dialog(source)["items"][i]; }
 
 std::string Messages(const Diagnostics& diagnostics) {
     std::string text;
@@ -47,13 +57,13 @@ TEST(TableSource, ValidSourceBecomesResourcesInOrderWithTheirBytes) {
     const CompiledTable table = CompileTableSource(ValidSource().dump());
     ASSERT_TRUE(table.diagnostics.All().empty()) << Messages(table.diagnostics);
     const auto& resources = table.file.resources;
-    ASSERT_EQ(resources.size(), 4u);
+    ASSERT_EQ(resources.size(), 5u);
     EXPECT_EQ(resources[0].name, "Flare");
     EXPECT_EQ(resources[0].data, EncodeFlare({{{kRingType, 2001, 2002}}}));
     EXPECT_EQ(resources[1].data.size(), kRingHeaderSize + 2 * kColorStopSize);
     EXPECT_FALSE(resources[1].name.has_value());
     EXPECT_EQ(resources[2].attributes, 32);
-    EXPECT_EQ(resources[3].type, rsc::TypeCode("DLOG"));
+    EXPECT_EQ(resources[3].type, rsc::TypeCode("PICT"));
     EXPECT_EQ(resources[3].data, (std::vector<uint8_t>{0x0a, 0x0b, 0x0c}));
 
     // Left-out fields take their defaults: mode 0, inside 0, alpha 65535.
@@ -62,6 +72,27 @@ TEST(TableSource, ValidSourceBecomesResourcesInOrderWithTheirBytes) {
     EXPECT_EQ(std::get<RingRecord>(disc).mode, 0u);
     EXPECT_EQ(std::get<RingRecord>(disc).inside, 0);
     EXPECT_EQ(std::get<RingRecord>(disc).stops[0].alpha, 0xFFFF);
+
+    // The dialog, field by field; left-out fields are "", 0, 0 and no menu.
+    const auto decoded = host::DecodeDialog(resources[4].data);
+    ASSERT_TRUE(std::holds_alternative<host::DialogTemplate>(decoded)) << std::get<std::string>(decoded);
+    const host::DialogTemplate& dialog = std::get<host::DialogTemplate>(decoded);
+    EXPECT_EQ(dialog.title, "Settings");
+    EXPECT_EQ(dialog.width, 320);
+    EXPECT_EQ(dialog.height, 200);
+    ASSERT_EQ(dialog.items.size(), 5u);
+    EXPECT_EQ(dialog.items[0].type, cKV_StaticText);
+    EXPECT_EQ(dialog.items[0].labelFor, 22);
+    EXPECT_EQ(dialog.items[0].bounds.right, 80);
+    EXPECT_EQ(dialog.items[1].value, 1);
+    ASSERT_EQ(dialog.items[1].menu.size(), 2u);
+    EXPECT_EQ(dialog.items[1].menu[1].text, "Two");
+    EXPECT_EQ(dialog.items[2].value, 1);
+    EXPECT_EQ(dialog.items[3].title, "");
+    EXPECT_EQ(dialog.items[3].value, 0);
+    EXPECT_EQ(dialog.items[3].labelFor, 0);
+    EXPECT_TRUE(dialog.items[3].menu.empty());
+    EXPECT_EQ(dialog.items[4].bounds.bottom, 192);
 }
 
 TEST(TableSource, CommentsAreAllowed) {
@@ -114,7 +145,9 @@ INSTANTIATE_TEST_SUITE_P(Classes, TableSourceError, testing::Values(
     SourceEdit{"MissingOutside", [](Json& s) { Ring(s, 1).erase("outside"); }, "resources[1].ring.outside", "is missing"},
     SourceEdit{"MissingContent", [](Json& s) { s["resources"][1].erase("ring"); }, "resources[1]", "needs \"ring\" or \"hex\""},
     SourceEdit{"RingAndHex", [](Json& s) { s["resources"][1]["hex"] = "00"; }, "resources[1]", "not both"},
-    SourceEdit{"RingOnDialog", [](Json& s) { s["resources"][3]["ring"] = Json::object(); }, "resources[3].ring", "only a RING"},
+    SourceEdit{"RingOnOtherType", [](Json& s) { s["resources"][3]["ring"] = Json::object(); }, "resources[3].ring", "only a RING"},
+    SourceEdit{"DialogOnRing", [](Json& s) { s["resources"][1]["dialog"] = Json::object(); }, "resources[1].dialog", "only a DLOG resource takes \"dialog\""},
+    SourceEdit{"DialogAndHex", [](Json& s) { s["resources"][4]["hex"] = "00"; }, "resources[4]", "not both"},
     // identities
     SourceEdit{"IdAbove16Bits", [](Json& s) { s["resources"][2]["id"] = 32768; }, "resources[2].id", "-32768..32767"},
     SourceEdit{"DuplicateTypeAndId", [](Json& s) { s["resources"][2]["id"] = 2001; }, "resources[2].id", "already defined at resources[1]"},
@@ -147,7 +180,42 @@ INSTANTIATE_TEST_SUITE_P(Classes, TableSourceError, testing::Values(
     SourceEdit{"NoElements", [](Json& s) { s["resources"][0]["flare"]["elements"] = Json::array(); }, "resources[0].flare.elements", "at least one element"},
     // hex
     SourceEdit{"HexOddLength", [](Json& s) { s["resources"][3]["hex"] = "0a0b0"; }, "resources[3].hex", "odd number"},
-    SourceEdit{"HexBadDigit", [](Json& s) { s["resources"][3]["hex"] = "0a0g"; }, "resources[3].hex", "character 3 (\"g\")"}
+    SourceEdit{"HexBadDigit", [](Json& s) { s["resources"][3]["hex"] = "0a0g"; }, "resources[3].hex", "character 3 (\"g\")"},
+    // dialog: structure and JSON types
+    SourceEdit{"DialogUnknownKey", [](Json& s) { Dialog(s)["colour"] = 1; }, "resources[4].dialog.colour", "unknown key"},
+    SourceEdit{"DialogItemUnknownKey", [](Json& s) { Item(s, 3)["label"] = "x"; }, "resources[4].dialog.items[3].label", "unknown key"},
+    SourceEdit{"DialogWidthMissing", [](Json& s) { Dialog(s).erase("width"); }, "resources[4].dialog.width", "is missing"},
+    SourceEdit{"DialogItemsMissing", [](Json& s) { Dialog(s).erase("items"); }, "resources[4].dialog.items", "is missing"},
+    SourceEdit{"DialogItemNotObject", [](Json& s) { Item(s, 2) = 5; }, "resources[4].dialog.items[2]", "must be an object"},
+    SourceEdit{"DialogTypeUnknown", [](Json& s) { Item(s, 0)["type"] = "label"; }, "resources[4].dialog.items[0].type",
+               "unknown control type \"label\"; the types are button, checkbox, radio"},
+    SourceEdit{"DialogTypeNumber", [](Json& s) { Item(s, 0)["type"] = 9; }, "resources[4].dialog.items[0].type", "must be a string"},
+    SourceEdit{"DialogBoundsThree", [](Json& s) { Item(s, 3)["bounds"] = {8, 72, 64}; }, "resources[4].dialog.items[3].bounds", "four integers"},
+    SourceEdit{"DialogBoundsMissing", [](Json& s) { Item(s, 3).erase("bounds"); }, "resources[4].dialog.items[3].bounds", "is missing"},
+    SourceEdit{"DialogBoundsFraction", [](Json& s) { Item(s, 3)["bounds"][2] = 64.5; }, "resources[4].dialog.items[3].bounds[2]", "must be an integer"},
+    SourceEdit{"DialogBoundsBeyond16Bits", [](Json& s) { Item(s, 3)["bounds"][0] = -40000; }, "resources[4].dialog.items[3].bounds[0]", "-32768..32767"},
+    SourceEdit{"DialogMenuTextMissing", [](Json& s) { Item(s, 1)["menu"][0].erase("text"); }, "resources[4].dialog.items[1].menu[0].text", "is missing"},
+    SourceEdit{"DialogMenuNotArray", [](Json& s) { Item(s, 1)["menu"] = "None"; }, "resources[4].dialog.items[1].menu", "must be an array"},
+    SourceEdit{"DialogValueBeyond16Bits", [](Json& s) { Item(s, 1)["value"] = 32768; }, "resources[4].dialog.items[1].value", "-32768..32767"},
+    // dialog: the rules of the resource
+    SourceEdit{"DialogWidthZero", [](Json& s) { Dialog(s)["width"] = 0; }, "resources[4].dialog.width", "must be 1 or more"},
+    SourceEdit{"DialogTitleTooLong", [](Json& s) { Dialog(s)["title"] = std::string(256, 't'); }, "resources[4].dialog.title", "at most 255"},
+    SourceEdit{"DialogItemTitleTooLong", [](Json& s) { Item(s, 4)["title"] = std::string(256, 't'); }, "resources[4].dialog.items[4].title", "at most 255"},
+    SourceEdit{"DialogIdZero", [](Json& s) { Item(s, 3)["id"] = 0; }, "resources[4].dialog.items[3].id", "must be 1 or more"},
+    SourceEdit{"DialogDuplicateId", [](Json& s) { Item(s, 4)["id"] = 5; }, "resources[4].dialog.items[4].id", "5 is also the ID of items[2]"},
+    SourceEdit{"DialogRightBeyondWidth", [](Json& s) { Item(s, 3)["bounds"][2] = 321; }, "resources[4].dialog.items[3].bounds[2]", "beyond the dialog's width (320)"},
+    SourceEdit{"DialogBelowTheBottom", [](Json& s) { Item(s, 4)["bounds"][3] = 201; }, "resources[4].dialog.items[4].bounds[3]", "beyond the dialog's height (200)"},
+    SourceEdit{"DialogLeftOfTheDialog", [](Json& s) { Item(s, 4)["bounds"][0] = -1; }, "resources[4].dialog.items[4].bounds[0]", "outside the dialog"},
+    SourceEdit{"DialogEmptyBounds", [](Json& s) { Item(s, 3)["bounds"][3] = 72; }, "resources[4].dialog.items[3].bounds[3]", "would be empty"},
+    SourceEdit{"DialogLabelForMissing", [](Json& s) { Item(s, 0)["for"] = 99; }, "resources[4].dialog.items[0].for", "names ID 99, which no item has"},
+    SourceEdit{"DialogLabelOnButton", [](Json& s) { Item(s, 4)["for"] = 5; }, "resources[4].dialog.items[4].for", "only a static text labels"},
+    SourceEdit{"DialogMenuOnCheckBox", [](Json& s) { Item(s, 2)["menu"] = Json::parse(R"([{"value": 0, "text": "a"}])"); },
+               "resources[4].dialog.items[2].menu", "only a pop-up menu has menu items, not a check box"},
+    SourceEdit{"DialogPopupWithoutMenu", [](Json& s) { Item(s, 1).erase("menu"); }, "resources[4].dialog.items[1].menu", "at least one item"},
+    SourceEdit{"DialogPopupValue", [](Json& s) { Item(s, 1)["value"] = 7; }, "resources[4].dialog.items[1].value", "7 is not the value of any"},
+    SourceEdit{"DialogDuplicateMenuValue", [](Json& s) { Item(s, 1)["menu"][1]["value"] = 0; }, "resources[4].dialog.items[1].menu[1].value",
+               "0 is also the value of menu[0]"},
+    SourceEdit{"DialogCheckBoxValue", [](Json& s) { Item(s, 2)["value"] = 2; }, "resources[4].dialog.items[2].value", "a check box is 0 or 1, not 2"}
 ), EditName);
 
 TEST(TableSource, KeyGivenTwiceIsAnError) {
@@ -172,11 +240,14 @@ TEST(TableSource, BoundaryValuesAreAccepted) {
     Ring(source, 2)["inside"] = 40;
     source["resources"][3]["id"] = -32768;
     source["resources"][3]["attributes"] = 255;
+    Dialog(source)["width"] = 32767;
+    Item(source, 4)["bounds"] = {0, 0, 32767, 200};
+    Item(source, 4)["title"] = std::string(255, 'o');
     Ring(source, 2)["stops"] = Json::array();
     for (int i = 0; i < 1000; ++i) Ring(source, 2)["stops"].push_back({{"position", i % 41}, {"red", 65535}, {"green", 0}, {"blue", 0}});
     const CompiledTable table = CompileTableSource(source.dump());
     EXPECT_EQ(table.diagnostics.ErrorCount(), 0u) << Messages(table.diagnostics);
-    EXPECT_EQ(table.file.resources.size(), 4u);
+    EXPECT_EQ(table.file.resources.size(), 5u);
 }
 
 // Legal but suspicious: reported as a warning, and the resources are still produced.
@@ -205,7 +276,9 @@ INSTANTIATE_TEST_SUITE_P(Classes, TableSourceWarning, testing::Values(
     SourceEdit{"ShortRingAsHex", [](Json& s) { s["resources"][2].erase("ring"); s["resources"][2]["hex"] = "0000"; },
                 "resources[2].hex", "shorter than the 60-byte"},
     SourceEdit{"ShortFlareAsHex", [](Json& s) { s["resources"][0].erase("flare"); s["resources"][0]["hex"] = "00000000"; },
-                "resources[0].hex", "shorter than 12 bytes"}
+                "resources[0].hex", "shorter than 12 bytes"},
+    SourceEdit{"MalformedDialogAsHex", [](Json& s) { s["resources"][4].erase("dialog"); s["resources"][4]["hex"] = "0002000a000a0000"; },
+                "resources[4].hex", "not a well-formed DLOG: version 2; only version 1 is known"}
 ), EditName);
 
 TEST(TableSource, FlareGivenAsHexIsStillCheckedForMissingRings) {
@@ -223,6 +296,116 @@ TEST(TableSource, HaloStopsAreNotJudged) {
     Ring(source, 2)["stops"] = Json::array();
     const CompiledTable table = CompileTableSource(source.dump());
     EXPECT_TRUE(table.diagnostics.All().empty()) << Messages(table.diagnostics);
+}
+
+// ---- Dialogs ----
+
+// A value that cannot be read is reported once; verdicts that rest on it are left out rather
+// than reported as consequences.
+TEST(TableSource, AnUnreadableDialogValueIsReportedOnce) {
+    const std::vector<std::pair<std::string, std::function<void(Json&)>>> edits = {
+        {"resources[4].dialog.width", [](Json& s) { Dialog(s)["width"] = "wide"; }},
+        {"resources[4].dialog.items[2].id", [](Json& s) { Item(s, 2)["id"] = "five"; Item(s, 0)["for"] = 5; }},
+        {"resources[4].dialog.items[1].menu[1]", [](Json& s) { Item(s, 1)["menu"][1] = "Two"; }},
+        {"resources[4].dialog.items[3].bounds", [](Json& s) { Item(s, 3)["bounds"] = "wide"; }},
+        {"resources[4].dialog.items[0].type", [](Json& s) { Item(s, 0)["type"] = "label"; }},
+        {"resources[4].dialog.items[1].type", [](Json& s) { Item(s, 1)["type"] = "menu"; }},
+        {"resources[4].dialog.items[2]", [](Json& s) { Item(s, 2) = Json::array(); Item(s, 4)["id"] = 5; }},
+    };
+    for (const auto& [path, edit] : edits) {
+        Json source = ValidSource();
+        edit(source);
+        const CompiledTable table = CompileTableSource(source.dump());
+        EXPECT_EQ(table.diagnostics.ErrorCount(), 1u) << Messages(table.diagnostics);
+        ASSERT_FALSE(table.diagnostics.All().empty());
+        EXPECT_EQ(table.diagnostics.All()[0].path, path);
+    }
+}
+
+TEST(TableSource, EveryDialogErrorIsReportedInOneRun) {
+    Json source = ValidSource();
+    Item(source, 0)["for"] = 99;
+    Item(source, 1)["value"] = 7;
+    Item(source, 2)["type"] = "knob";
+    Item(source, 3)["bounds"][2] = 400;
+    Item(source, 4)["id"] = 17;
+    const CompiledTable table = CompileTableSource(source.dump());
+    EXPECT_EQ(table.diagnostics.ErrorCount(), 5u) << Messages(table.diagnostics);
+    EXPECT_TRUE(table.file.resources.empty());
+}
+
+TEST(TableSource, AWellFormedDialogGivenAsHexPassesQuietly) {
+    Json source = ValidSource();
+    const CompiledTable structured = CompileTableSource(source.dump());
+    ASSERT_EQ(structured.file.resources.size(), 5u);
+    std::string hex;
+    for (const uint8_t b : structured.file.resources[4].data) hex += "0123456789abcdef"[b >> 4], hex += "0123456789abcdef"[b & 15];
+    source["resources"][4].erase("dialog");
+    source["resources"][4]["hex"] = hex;
+    const CompiledTable table = CompileTableSource(source.dump());
+    EXPECT_TRUE(table.diagnostics.All().empty()) << Messages(table.diagnostics);
+    ASSERT_EQ(table.file.resources.size(), 5u);
+    EXPECT_EQ(table.file.resources[4].data, structured.file.resources[4].data);
+}
+
+// ---- Several sources ----
+
+// The flare and its rings in one source, the rest in another.
+std::vector<SourceText> TwoSources() {
+    Json flare = ValidSource();
+    Json rest = {{"resources", Json::array()}};
+    for (size_t i = 3; i < 5; ++i) rest["resources"].push_back(flare["resources"][i]);
+    flare["resources"].erase(4);
+    flare["resources"].erase(3);
+    return {{"flare.json", flare.dump()}, {"dialogs.json", rest.dump()}};
+}
+
+TEST(TableSource, SeveralSourcesAreMergedInOrder) {
+    const CompiledTable merged = CompileTableSources(TwoSources());
+    EXPECT_TRUE(merged.diagnostics.All().empty()) << Messages(merged.diagnostics);
+    const CompiledTable whole = CompileTableSource(ValidSource().dump());
+    EXPECT_EQ(rsc::SerializeResourceFile(merged.file), rsc::SerializeResourceFile(whole.file));
+
+    // What is about the merged file as a whole names no one source.
+    const CompiledTable alone = CompileTableSources({TwoSources()[1]});
+    const Diagnostic* noFlare = Find(alone.diagnostics, "resources", "no FLAR 1001");
+    ASSERT_NE(noFlare, nullptr) << Messages(alone.diagnostics);
+    EXPECT_EQ(noFlare->source, "");
+}
+
+TEST(TableSource, ATypeAndIdGivenInTwoSourcesNamesBothPlaces) {
+    std::vector<SourceText> sources = TwoSources();
+    Json rest = Json::parse(sources[1].text);
+    rest["resources"][1]["type"] = "RING";
+    rest["resources"][1]["id"] = 2002;
+    rest["resources"][1].erase("dialog");
+    rest["resources"][1]["hex"] = "";
+    sources[1].text = rest.dump();
+    const CompiledTable table = CompileTableSources(sources);
+    const Diagnostic* found = Find(table.diagnostics, "resources[1].id", "RING 2002 is already defined at flare.json: resources[2]");
+    ASSERT_NE(found, nullptr) << Messages(table.diagnostics);
+    EXPECT_EQ(found->source, "dialogs.json");
+    EXPECT_TRUE(table.file.resources.empty());
+}
+
+TEST(TableSource, EachDiagnosticNamesItsSourceAndNoSourceHidesAnother) {
+    std::vector<SourceText> sources = TwoSources();
+    Json flare = Json::parse(sources[0].text);
+    Ring(flare, 1)["units"] = 0;
+    sources[0].text = flare.dump();
+    Json rest = Json::parse(sources[1].text);
+    rest["resources"][1]["dialog"]["items"][3]["id"] = 0;
+    sources[1].text = rest.dump();
+    sources.push_back({"broken.json", "{\"resources\": ["});
+    const CompiledTable table = CompileTableSources(sources);
+    EXPECT_EQ(table.diagnostics.ErrorCount(), 3u) << Messages(table.diagnostics);
+    const Diagnostic* units = Find(table.diagnostics, "resources[1].ring.units", "must not be 0");
+    const Diagnostic* id = Find(table.diagnostics, "resources[1].dialog.items[3].id", "1 or more");
+    ASSERT_NE(units, nullptr);
+    ASSERT_NE(id, nullptr);
+    EXPECT_EQ(units->source, "flare.json");
+    EXPECT_EQ(id->source, "dialogs.json");
+    EXPECT_EQ(table.diagnostics.All().back().source, "broken.json");
 }
 
 }  // namespace

@@ -73,6 +73,47 @@ TEST_F(VelluxTool, FailedCompileReportsEveryErrorAndLeavesTheOutputUntouched) {
     EXPECT_EQ(Slurp(output), "the previous table");
 }
 
+const std::string kDialogSource = std::string(VELLUX_TABLES_DIR) + "/dialogs/settings.json";
+
+TEST_F(VelluxTool, CompilesSeveralSourcesIntoOneFileAndDumpsTheDialogs) {
+    const fs::path rsc = Path("Vellux.rsc");
+    const ToolRun compile = Vellux("rsc compile '" + kDefaultTable + "' '" + kDialogSource + "' -o " + Quote(rsc));
+    ASSERT_EQ(compile.exitCode, 0) << compile.err;
+    EXPECT_EQ(compile.err, "");
+    const vellux::rsc::ResourceFile file = vellux::rsc::ReadResourceFile(rsc);
+    EXPECT_NE(file.Find(vellux::rsc::TypeCode("FLAR"), 1001), nullptr);
+    EXPECT_NE(file.Find(vellux::rsc::TypeCode("DLOG"), 16001), nullptr);
+    EXPECT_EQ(file.resources.back().id, 9004);   // the second source's resources come last
+
+    const ToolRun listing = Vellux("rsc dump " + Quote(rsc));
+    ASSERT_EQ(listing.exitCode, 0) << listing.err;
+    EXPECT_NE(listing.out.find("  title     \"Vellux Lens Flare\"\n  size      720 x 460\n"), std::string::npos) << listing.out;
+    EXPECT_NE(listing.out.find("ID 22  pop-up menu"), std::string::npos);
+    EXPECT_NE(listing.out.find("menu     10  \"10 points + 10 minor\""), std::string::npos);
+
+    const ToolRun json = Vellux("rsc dump --json " + Quote(rsc));
+    ASSERT_EQ(json.exitCode, 0) << json.err;
+    EXPECT_NE(json.out.find("\"dialog\": {"), std::string::npos);
+    Write(Path("again.json"), json.out);
+    const ToolRun again = Vellux("rsc compile " + Quote(Path("again.json")) + " -o " + Quote(Path("again.rsc")));
+    ASSERT_EQ(again.exitCode, 0) << again.err;
+    EXPECT_EQ(again.err, "");
+    EXPECT_EQ(Slurp(Path("again.rsc")), Slurp(rsc));
+}
+
+TEST_F(VelluxTool, AResourceInTwoSourcesIsAnErrorNamingBoth) {
+    Write(Path("extra.json"), R"({"resources": [{"type": "DLOG", "id": 9003, "hex": ""}]})");
+    const fs::path output = Path("out.rsc");
+    const ToolRun run = Vellux("rsc compile '" + kDialogSource + "' " + Quote(Path("extra.json")) + " -o " + Quote(output));
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_NE(run.err.find(Path("extra.json").string() + ": error: resources[0].id: DLOG 9003 is already defined at " +
+                           kDialogSource + ": resources[3]"), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find(Path("extra.json").string() + ": warning: resources[0].hex: not a well-formed DLOG"),
+              std::string::npos) << run.err;
+    EXPECT_NE(run.err.find(kDialogSource + ", " + Path("extra.json").string() + ": 1 error; "), std::string::npos) << run.err;
+    EXPECT_FALSE(fs::exists(output));
+}
+
 TEST_F(VelluxTool, UnreadableInputsExitOneNamingTheFile) {
     const ToolRun missing = Vellux("rsc compile " + Quote(Path("none.json")) + " -o " + Quote(Path("x.rsc")));
     EXPECT_EQ(missing.exitCode, 1);
@@ -92,6 +133,9 @@ TEST_F(VelluxTool, UsageErrorsExitTwoAndHelpZero) {
     const ToolRun help = Vellux("rsc --help");
     EXPECT_EQ(help.exitCode, 0);
     EXPECT_NE(help.out.find("compile"), std::string::npos);
+    const ToolRun compileHelp = Vellux("rsc compile --help");
+    EXPECT_EQ(compileHelp.exitCode, 0);
+    EXPECT_NE(compileHelp.out.find("several sources are merged in order"), std::string::npos) << compileHelp.out;
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "host/resource_file.h"
 #include "tools/vellux/rsc_listing.h"
@@ -26,13 +27,15 @@ std::string ReadText(const std::filesystem::path& path) {
     return text;
 }
 
-void Report(std::ostream& messages, const std::filesystem::path& source, const Diagnostic& diagnostic) {
+// `all` names the sources together, for what is about the merged file rather than one source.
+void Report(std::ostream& messages, const std::string& all, const Diagnostic& diagnostic) {
     const char* severity = diagnostic.severity == Diagnostic::Severity::error ? "error" : "warning";
-    messages << source.string() << ": " << severity << ": " << diagnostic.Text() << "\n";
+    messages << (diagnostic.source.empty() ? all : diagnostic.source) << ": " << severity << ": "
+             << diagnostic.Text() << "\n";
 }
 
 struct CompileOptions {
-    std::string source;
+    std::vector<std::string> sources;
     std::string output;
 };
 
@@ -43,11 +46,14 @@ struct DumpOptions {
 
 void AddCompile(CLI::App& rsc, Action& action) {
     auto options = std::make_shared<CompileOptions>();
-    CLI::App* compile = rsc.add_subcommand("compile", "Compile table source (JSON) into a resource file");
-    compile->add_option("source", options->source, "Table source, JSON")->required();
+    CLI::App* compile = rsc.add_subcommand(
+        "compile", "Compile table source (JSON) into a resource file; several sources are merged in order");
+    compile->add_option("sources", options->sources, "Table sources, JSON")->required();
     compile->add_option("-o,--output", options->output, "Resource file to write")->required();
     compile->callback([options, &action] {
-        action = [options] { return CompileTableFile(options->source, options->output, std::cerr); };
+        action = [options] {
+            return CompileTableFiles({options->sources.begin(), options->sources.end()}, options->output, std::cerr);
+        };
     });
 }
 
@@ -70,13 +76,19 @@ void AddRscCommands(CLI::App& app, Action& action) {
     AddDump(*rsc, action);
 }
 
-int CompileTableFile(const std::filesystem::path& source, const std::filesystem::path& output,
-                     std::ostream& messages) {
-    const CompiledTable table = CompileTableSource(ReadText(source));
-    for (const Diagnostic& diagnostic : table.diagnostics.All()) Report(messages, source, diagnostic);
+int CompileTableFiles(const std::vector<std::filesystem::path>& sources, const std::filesystem::path& output,
+                      std::ostream& messages) {
+    std::vector<SourceText> texts;
+    std::string all;
+    for (const std::filesystem::path& source : sources) {
+        texts.push_back({source.string(), ReadText(source)});
+        all += (all.empty() ? "" : ", ") + source.string();
+    }
+    const CompiledTable table = CompileTableSources(texts);
+    for (const Diagnostic& diagnostic : table.diagnostics.All()) Report(messages, all, diagnostic);
     if (const size_t errors = table.diagnostics.ErrorCount(); errors > 0) {
-        messages << source.string() << ": " << errors << (errors == 1 ? " error; " : " errors; ")
-                 << output.string() << " not written\n";
+        messages << all << ": " << errors << (errors == 1 ? " error; " : " errors; ") << output.string()
+                 << " not written\n";
         return kExitFailure;
     }
     rsc::WriteResourceFile(output, table.file);

@@ -1,7 +1,9 @@
 // The "rsc" command group: flare table files.
 //
-//   vellux rsc compile SOURCE.json -o FILE.rsc   table source to resource file (written atomically;
-//                                                nothing is written when the source has an error)
+//   vellux rsc compile SOURCE.json... -o FILE.rsc
+//                                                table sources, merged in order, to a resource file
+//                                                (written atomically; nothing is written when a
+//                                                source has an error)
 //   vellux rsc dump FILE.rsc                     human-readable listing
 //   vellux rsc dump --json FILE.rsc              table source that compiles to the same bytes
 //
@@ -12,6 +14,7 @@
 
 #include <filesystem>
 #include <ostream>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -22,7 +25,8 @@ namespace vellux::tool {
 void AddRscCommands(CLI::App& app, Action& action);
 
 // The work of the subcommands; each returns the exit code.
-int CompileTableFile(const std::filesystem::path& source, const std::filesystem::path& output, std::ostream& messages);
+int CompileTableFiles(const std::vector<std::filesystem::path>& sources, const std::filesystem::path& output,
+                      std::ostream& messages);
 int DumpTableFile(const std::filesystem::path& file, bool json, std::ostream& out);
 
 }  // namespace vellux::tool

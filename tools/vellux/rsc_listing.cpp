@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <variant>
 
+#include "host/dialog_resource.h"
 #include "tools/vellux/flare_records.h"
 
 namespace vellux::tool {
@@ -100,10 +101,30 @@ void WriteRing(std::ostream& out, const RingRecord& ring) {
     WriteStops(out, ring);
 }
 
+// ---- DLOG ----
+
+void WriteDialogItem(std::ostream& out, size_t index, const host::DialogItem& item) {
+    const KV_Rect& r = item.bounds;
+    out << Printf("    [%zu] ID %d  %s  %d,%d..%d,%d (%d x %d)  value %d", index, item.id,
+                  host::ControlTypeName(item.type).c_str(), r.left, r.top, r.right, r.bottom, r.right - r.left,
+                  r.bottom - r.top, item.value);
+    if (item.labelFor != 0) out << "  labels ID " << item.labelFor;
+    out << "  " << Quoted(item.title) << "\n";
+    for (const host::DialogMenuItem& entry : item.menu)
+        out << Printf("          menu %6d  ", entry.value) << Quoted(entry.text) << "\n";
+}
+
+void WriteDialog(std::ostream& out, const host::DialogTemplate& dialog) {
+    out << "  title     " << Quoted(dialog.title) << "\n";
+    out << "  size      " << dialog.width << " x " << dialog.height << "\n";
+    out << "  items     " << dialog.items.size() << "\n";
+    for (size_t i = 0; i < dialog.items.size(); ++i) WriteDialogItem(out, i, dialog.items[i]);
+}
+
 // ---- Any resource ----
 
 template <typename Record, typename Writer>
-void WriteDecoded(std::ostream& out, const rsc::Resource& resource, const Decoded<Record>& decoded,
+void WriteDecoded(std::ostream& out, const rsc::Resource& resource, const std::variant<Record, std::string>& decoded,
                   const char* what, Writer write) {
     if (const auto* record = std::get_if<Record>(&decoded)) {
         write(out, *record);
@@ -119,6 +140,8 @@ void WriteResource(std::ostream& out, const rsc::Resource& resource) {
         WriteDecoded(out, resource, DecodeFlare(resource.data), "FLAR", WriteFlare);
     else if (resource.type == kRingType)
         WriteDecoded(out, resource, DecodeRing(resource.data), "RING", WriteRing);
+    else if (resource.type == host::kDialogResourceType)
+        WriteDecoded(out, resource, host::DecodeDialog(resource.data), "DLOG", WriteDialog);
     else
         WriteHex(out, resource.data);
 }

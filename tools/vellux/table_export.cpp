@@ -5,6 +5,7 @@
 #include <utility>
 #include <variant>
 
+#include "host/dialog_resource.h"
 #include "tools/vellux/flare_records.h"
 
 namespace vellux::tool {
@@ -48,6 +49,38 @@ bool IsJsonText(const std::string& text) {
     }
 }
 
+// Left-out fields are those at their source defaults, so that the common items stay one line.
+Json DialogItemJson(const host::DialogItem& item) {
+    const KV_Rect& r = item.bounds;
+    Json json = {{"id", item.id}, {"type", host::ControlTypeKey(item.type)},
+                 {"bounds", {r.left, r.top, r.right, r.bottom}}};
+    if (!item.title.empty()) json["title"] = item.title;
+    if (item.value != 0) json["value"] = item.value;
+    if (item.labelFor != 0) json["for"] = item.labelFor;
+    if (!item.menu.empty()) {
+        Json menu = Json::array();
+        for (const host::DialogMenuItem& entry : item.menu) menu.push_back({{"value", entry.value}, {"text", entry.text}});
+        json["menu"] = std::move(menu);
+    }
+    return json;
+}
+
+bool DialogTextsAreText(const host::DialogTemplate& dialog) {
+    if (!IsJsonText(dialog.title)) return false;
+    for (const host::DialogItem& item : dialog.items) {
+        if (!IsJsonText(item.title)) return false;
+        for (const host::DialogMenuItem& entry : item.menu)
+            if (!IsJsonText(entry.text)) return false;
+    }
+    return true;
+}
+
+Json DialogJson(const host::DialogTemplate& dialog) {
+    Json items = Json::array();
+    for (const host::DialogItem& item : dialog.items) items.push_back(DialogItemJson(item));
+    return {{"title", dialog.title}, {"width", dialog.width}, {"height", dialog.height}, {"items", std::move(items)}};
+}
+
 std::string Label(const rsc::Resource& resource) {
     return rsc::TypeText(resource.type) + " " + std::to_string(resource.id);
 }
@@ -58,7 +91,7 @@ bool RunTypesAreText(const FlareRecord& flare) {
     return true;
 }
 
-// The key and field-by-field form of a FLAR or RING, or nothing when the bytes are not one.
+// The key and field-by-field form of a FLAR, RING or DLOG, or nothing when the bytes are not one.
 std::optional<std::pair<const char*, Json>> StructuredContent(const rsc::Resource& resource) {
     if (resource.type == kFlareType) {
         const Decoded<FlareRecord> flare = DecodeFlare(resource.data);
@@ -68,6 +101,10 @@ std::optional<std::pair<const char*, Json>> StructuredContent(const rsc::Resourc
         const Decoded<RingRecord> ring = DecodeRing(resource.data);
         if (const auto* record = std::get_if<RingRecord>(&ring); record && IsJsonText(record->name))
             return std::pair("ring", RingJson(*record));
+    } else if (resource.type == host::kDialogResourceType) {
+        const auto dialog = host::DecodeDialog(resource.data);
+        if (const auto* record = std::get_if<host::DialogTemplate>(&dialog); record && DialogTextsAreText(*record))
+            return std::pair("dialog", DialogJson(*record));
     }
     return std::nullopt;
 }

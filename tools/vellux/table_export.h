@@ -1,7 +1,7 @@
 // The way back from resources to table source, and the layout of source text.
 //
-// FLAR and RING resources that decode and pass the compiler's own checks are written field by
-// field; every other resource, and any FLAR or RING that would not come back the same, is
+// FLAR, RING and DLOG resources that decode and pass the compiler's own checks are written field
+// by field; every other resource, and any of these that would not come back the same, is
 // written as hex. Compiling the result therefore gives back the same bytes.
 #ifndef VELLUX_TOOLS_TABLE_EXPORT_H
 #define VELLUX_TOOLS_TABLE_EXPORT_H

@@ -7,6 +7,7 @@
 #include <set>
 #include <utility>
 
+#include "host/dialog_resource.h"
 #include "tools/vellux/flare_records.h"
 
 namespace vellux::tool {
@@ -20,11 +21,11 @@ std::string Diagnostic::Text() const {
 }
 
 void Diagnostics::Error(std::string path, std::string message) {
-    all_.push_back({Severity::error, std::move(path), std::move(message)});
+    all_.push_back({Severity::error, std::move(path), std::move(message), source_});
 }
 
 void Diagnostics::Warning(std::string path, std::string message) {
-    all_.push_back({Severity::warning, std::move(path), std::move(message)});
+    all_.push_back({Severity::warning, std::move(path), std::move(message), source_});
 }
 
 size_t Diagnostics::ErrorCount() const {
@@ -129,6 +130,24 @@ constexpr IntRange kUInt32Range{0, std::numeric_limits<uint32_t>::max()};
 constexpr IntRange kUInt16Range{0, std::numeric_limits<uint16_t>::max()};
 constexpr IntRange kByteRange{0, 255};
 
+// A whole number within `range`, or nothing with the reason reported at `path`.
+std::optional<int64_t> ReadInteger(const Json& value, const std::string& path, IntRange range,
+                                   Diagnostics& diagnostics) {
+    if (!value.is_number_integer()) {
+        diagnostics.Error(path, "must be an integer");
+        return std::nullopt;
+    }
+    const bool tooLarge = value.is_number_unsigned() &&
+                          value.get<uint64_t>() > uint64_t(std::numeric_limits<int64_t>::max());
+    const int64_t number = tooLarge ? 0 : value.get<int64_t>();
+    if (tooLarge || number < range.low || number > range.high) {
+        diagnostics.Error(path, "must be in " + std::to_string(range.low) + ".." + std::to_string(range.high) +
+                                    ", not " + value.dump());
+        return std::nullopt;
+    }
+    return number;
+}
+
 // Reads the members of one JSON object, reporting each problem under the member's path.
 class ObjectReader {
 public:
@@ -157,20 +176,7 @@ public:
             if (required) diagnostics_.Error(Path(key), "is missing");
             return std::nullopt;
         }
-        const Json& value = At(key);
-        if (!value.is_number_integer()) {
-            diagnostics_.Error(Path(key), "must be an integer");
-            return std::nullopt;
-        }
-        const bool tooLarge = value.is_number_unsigned() &&
-                              value.get<uint64_t>() > uint64_t(std::numeric_limits<int64_t>::max());
-        const int64_t number = tooLarge ? 0 : value.get<int64_t>();
-        if (tooLarge || number < range.low || number > range.high) {
-            diagnostics_.Error(Path(key), "must be in " + std::to_string(range.low) + ".." +
-                                              std::to_string(range.high) + ", not " + value.dump());
-            return std::nullopt;
-        }
-        return number;
+        return ReadInteger(At(key), Path(key), range, diagnostics_);
     }
 
     std::optional<std::string> String(std::string_view key, bool required = true) {
@@ -379,11 +385,120 @@ std::optional<FlareRecord> ReadFlare(const Json& value, const std::string& path,
     return flare;
 }
 
+// ---- DLOG ----
+
+// The dialog's rules live with its codec (host/dialog_resource.h): this reader only turns the
+// JSON into a template and reports the codec's verdicts at the paths of the values concerned.
+
+// `path` is `outer` or lies inside it ("items[3].bounds[2]" inside "items[3]").
+bool IsWithin(const std::string& path, const std::string& outer) {
+    if (!path.starts_with(outer)) return false;
+    return path.size() == outer.size() || path[outer.size()] == '.' || path[outer.size()] == '[';
+}
+
+bool Related(const std::string& a, const std::string& b) { return IsWithin(a, b) || IsWithin(b, a); }
+
+std::string ControlTypeKeys() {
+    std::string keys;
+    for (int type = cKV_PushButton; type <= cKV_OpenGLControl; ++type)
+        keys += std::string(keys.empty() ? "" : ", ") + host::ControlTypeKey(KV_ControlType(type));
+    return keys;
+}
+
+void ReadBounds(ObjectReader& in, KV_Rect& bounds, Diagnostics& diagnostics) {
+    if (!in.Has("bounds")) {
+        diagnostics.Error(in.Path("bounds"), "is missing");
+        return;
+    }
+    const Json& value = in.At("bounds");
+    if (!value.is_array() || value.size() != 4) {
+        diagnostics.Error(in.Path("bounds"), "must be four integers: [left, top, right, bottom]");
+        return;
+    }
+    int* const sides[] = {&bounds.left, &bounds.top, &bounds.right, &bounds.bottom};
+    for (size_t k = 0; k < 4; ++k)
+        if (const auto side = ReadInteger(value[k], Index(in.Path("bounds"), k), kInt16Range, diagnostics))
+            *sides[k] = int(*side);
+}
+
+void ReadMenuItem(const Json& value, const std::string& path, host::DialogMenuItem& entry,
+                  Diagnostics& diagnostics) {
+    ObjectReader in(value, path, diagnostics);
+    if (!in.Check({"value", "text"})) return;
+    entry.value = int16_t(in.Integer("value", kInt16Range).value_or(0));
+    entry.text = in.String("text").value_or("");
+}
+
+void ReadDialogItem(const Json& value, const std::string& path, host::DialogItem& item,
+                    Diagnostics& diagnostics) {
+    ObjectReader in(value, path, diagnostics);
+    if (!in.Check({"id", "type", "bounds", "title", "value", "for", "menu"})) return;
+    item.id = int16_t(in.Integer("id", kInt16Range).value_or(0));
+    if (const auto type = in.String("type")) {
+        item.type = host::ControlTypeFromKey(*type);
+        if (item.type == cKV_NoControlType)
+            diagnostics.Error(in.Path("type"), "unknown control type " + Quoted(*type) + "; the types are " +
+                                                   ControlTypeKeys());
+    }
+    ReadBounds(in, item.bounds, diagnostics);
+    item.title = in.String("title", false).value_or("");
+    item.value = int16_t(in.Integer("value", kInt16Range, false).value_or(0));
+    item.labelFor = int16_t(in.Integer("for", kInt16Range, false).value_or(0));
+    if (!in.Has("menu")) return;
+    const Json* menu = in.Array("menu");
+    if (!menu) return;
+    item.menu.resize(menu->size());
+    for (size_t k = 0; k < menu->size(); ++k)
+        ReadMenuItem((*menu)[k], Index(in.Path("menu"), k), item.menu[k], diagnostics);
+}
+
+// The template's problems, except those that rest on a value already reported as unreadable
+// (`failed`, relative to the dialog): those would only repeat the first error in other words.
+void ReportDialogProblems(const host::DialogTemplate& dialog, const std::string& path,
+                          const std::vector<std::string>& failed, Diagnostics& diagnostics) {
+    auto rests_on_failed = [&](const host::DialogProblem& problem) {
+        return std::any_of(failed.begin(), failed.end(), [&](const std::string& bad) {
+            return Related(problem.where, bad) ||
+                   std::any_of(problem.inputs.begin(), problem.inputs.end(),
+                               [&](const std::string& input) { return Related(input, bad); });
+        });
+    };
+    for (const host::DialogProblem& problem : host::CheckDialog(dialog))
+        if (!rests_on_failed(problem)) diagnostics.Error(Key(path, problem.where), problem.message);
+}
+
+std::optional<std::vector<uint8_t>> ReadDialog(const Json& value, const std::string& path,
+                                               Diagnostics& diagnostics) {
+    const size_t reportedBefore = diagnostics.All().size();
+    const size_t errorsBefore = diagnostics.ErrorCount();
+    ObjectReader in(value, path, diagnostics);
+    if (!in.Check({"title", "width", "height", "items"})) return std::nullopt;
+    host::DialogTemplate dialog;
+    dialog.title = in.String("title", false).value_or("");
+    dialog.width = int16_t(in.Integer("width", kInt16Range).value_or(0));
+    dialog.height = int16_t(in.Integer("height", kInt16Range).value_or(0));
+    if (const Json* items = in.Array("items")) {
+        dialog.items.resize(items->size());
+        for (size_t i = 0; i < items->size(); ++i)
+            ReadDialogItem((*items)[i], Index(in.Path("items"), i), dialog.items[i], diagnostics);
+    }
+    std::vector<std::string> failed;
+    for (size_t k = reportedBefore; k < diagnostics.All().size(); ++k) {
+        const Diagnostic& reported = diagnostics.All()[k];
+        if (reported.severity == Severity::error && IsWithin(reported.path, path) && reported.path != path)
+            failed.push_back(reported.path.substr(path.size() + 1));
+    }
+    ReportDialogProblems(dialog, path, failed, diagnostics);
+    if (diagnostics.ErrorCount() != errorsBefore) return std::nullopt;
+    return host::EncodeDialog(dialog);
+}
+
 // ---- Resource entries ----
 
 // What one entry contributes: its identity even when its content is wrong (so that references
 // to it are not reported as missing too), and for a flare its runs for the cross-checks.
 struct Entry {
+    size_t source = 0;                   // index of the source text it came from
     std::string path;
     std::optional<uint32_t> type;
     std::optional<int16_t> id;
@@ -412,12 +527,25 @@ void InspectHexRecord(Entry& entry, const std::vector<uint8_t>& bytes, const std
         const Decoded<RingRecord> decoded = DecodeRing(bytes);
         if (const auto* problem = std::get_if<std::string>(&decoded))
             diagnostics.Warning(path, "not a well-formed RING: " + *problem);
+    } else if (entry.type == host::kDialogResourceType) {
+        const auto decoded = host::DecodeDialog(bytes);
+        if (const auto* problem = std::get_if<std::string>(&decoded))
+            diagnostics.Warning(path, "not a well-formed DLOG: " + *problem);
     }
 }
 
+// The types that may be written field by field, under which key.
+struct StructuredForm {
+    uint32_t type;
+    const char* key;
+};
+
+constexpr StructuredForm kStructuredForms[] = {
+    {kFlareType, "flare"}, {kRingType, "ring"}, {host::kDialogResourceType, "dialog"}};
+
 const char* StructuredKey(std::optional<uint32_t> type) {
-    if (type == kFlareType) return "flare";
-    if (type == kRingType) return "ring";
+    for (const StructuredForm& form : kStructuredForms)
+        if (type == form.type) return form.key;
     return nullptr;
 }
 
@@ -428,21 +556,22 @@ std::optional<std::vector<uint8_t>> ReadStructured(ObjectReader& in, Entry& entr
         if (entry.flare) return EncodeFlare(*entry.flare);
         return std::nullopt;
     }
+    if (entry.type == host::kDialogResourceType) return ReadDialog(in.At("dialog"), in.Path("dialog"), diagnostics);
     if (const auto ring = ReadRing(in.At("ring"), in.Path("ring"), diagnostics)) return EncodeRing(*ring);
     return std::nullopt;
 }
 
-// The resource's bytes: from "flare", "ring" or "hex", whichever the type allows and the entry gives.
+// The resource's bytes: from "flare", "ring", "dialog" or "hex", whichever the type allows and the entry gives.
 std::optional<std::vector<uint8_t>> ReadContent(ObjectReader& in, Entry& entry, Diagnostics& diagnostics) {
     if (!entry.type) {   // still check the bytes, so that one run reports everything
         if (in.Has("hex") && in.At("hex").is_string()) ReadHex(in.At("hex").get<std::string>(), in.Path("hex"), diagnostics);
         return std::nullopt;
     }
     const char* structured = StructuredKey(entry.type);
-    for (const char* key : {"flare", "ring"})
-        if (in.Has(key) && (!structured || std::string_view(key) != structured))
-            diagnostics.Error(in.Path(key), std::string("only a ") + (key[0] == 'f' ? "FLAR" : "RING") +
-                                                " resource takes \"" + key + "\"");
+    for (const StructuredForm& form : kStructuredForms)
+        if (in.Has(form.key) && form.type != entry.type)
+            diagnostics.Error(in.Path(form.key), "only a " + rsc::TypeText(form.type) + " resource takes \"" +
+                                                     form.key + "\"");
     const bool hasStructured = structured && in.Has(structured);
     if (hasStructured && in.Has("hex")) {
         diagnostics.Error(in.path(), std::string("give either \"") + structured + "\" or \"hex\", not both");
@@ -466,7 +595,7 @@ Entry ReadEntry(const Json& value, const std::string& path, Diagnostics& diagnos
     Entry entry;
     entry.path = path;
     ObjectReader in(value, path, diagnostics);
-    if (!in.Check({"type", "id", "name", "attributes", "flare", "ring", "hex"})) return entry;
+    if (!in.Check({"type", "id", "name", "attributes", "flare", "ring", "dialog", "hex"})) return entry;
     entry.type = in.TypeCode("type");
     if (const auto id = in.Integer("id", kInt16Range)) entry.id = int16_t(*id);
     const std::optional<std::string> name = in.String("name", false);
@@ -481,14 +610,40 @@ Entry ReadEntry(const Json& value, const std::string& path, Diagnostics& diagnos
 
 // ---- Cross-checks ----
 
-void CheckDuplicates(const std::vector<Entry>& entries, Diagnostics& diagnostics) {
+// The sources' names, and which one the diagnostics being made are about.
+class Sources {
+public:
+    Sources(const std::vector<SourceText>& texts, Diagnostics& diagnostics) : diagnostics_(diagnostics) {
+        for (const SourceText& text : texts) names_.push_back(text.name);
+    }
+    Diagnostics& About(const Entry& entry) {
+        diagnostics_.SetSource(names_[entry.source]);
+        return diagnostics_;
+    }
+    Diagnostics& AboutAll() {
+        diagnostics_.SetSource("");
+        return diagnostics_;
+    }
+    // Where an entry is, as seen from another entry: its path, with its source's name when the
+    // two come from different sources.
+    std::string Place(const Entry& entry, const Entry& from) const {
+        return entry.source == from.source ? entry.path : names_[entry.source] + ": " + entry.path;
+    }
+
+private:
+    std::vector<std::string> names_;
+    Diagnostics& diagnostics_;
+};
+
+void CheckDuplicates(const std::vector<Entry>& entries, Sources& sources) {
     std::map<std::pair<uint32_t, int16_t>, const Entry*> seen;
     for (const Entry& entry : entries) {
         if (!entry.type || !entry.id) continue;
         const auto [at, inserted] = seen.emplace(std::pair(*entry.type, *entry.id), &entry);
         if (!inserted)
-            diagnostics.Error(Key(entry.path, "id"), ResourceLabel(*entry.type, *entry.id) +
-                                                         " is already defined at " + at->second->path);
+            sources.About(entry).Error(Key(entry.path, "id"), ResourceLabel(*entry.type, *entry.id) +
+                                                                  " is already defined at " +
+                                                                  sources.Place(*at->second, entry));
     }
 }
 
@@ -523,7 +678,7 @@ std::set<int16_t> NamedRings(const FlareRecord& flare) {
     return named;
 }
 
-void CheckReferences(const std::vector<Entry>& entries, Diagnostics& diagnostics) {
+void CheckReferences(const std::vector<Entry>& entries, Sources& sources) {
     std::set<int16_t> rings;
     for (const Entry& entry : entries)
         if (entry.type == kRingType && entry.id) rings.insert(*entry.id);
@@ -533,18 +688,33 @@ void CheckReferences(const std::vector<Entry>& entries, Diagnostics& diagnostics
         if (!entry.flare) continue;
         for (size_t i = 0; i < entry.flare->elements.size(); ++i)
             CheckRun(entry.flare->elements[i], entry.runsFromHex ? entry.runsPath : Index(entry.runsPath, i),
-                     rings, diagnostics);
+                     rings, sources.About(entry));
     }
     if (!mainFlare) {
-        diagnostics.Warning("resources", "no FLAR 1001: the plug-in finds no flare in this file");
+        sources.AboutAll().Warning("resources", "no FLAR 1001: the plug-in finds no flare in this file");
         return;
     }
     if (!mainFlare->flare) return;
     const std::set<int16_t> named = NamedRings(*mainFlare->flare);
     for (const Entry& entry : entries)
         if (entry.type == kRingType && entry.id && !named.contains(*entry.id))
-            diagnostics.Warning(entry.path, "RING " + std::to_string(*entry.id) +
-                                                " is not named by FLAR 1001 and is never loaded");
+            sources.About(entry).Warning(entry.path, "RING " + std::to_string(*entry.id) +
+                                                         " is not named by FLAR 1001 and is never loaded");
+}
+
+// Reads one source's entries into `entries`; a source that does not parse contributes none.
+void ReadSource(const SourceText& text, size_t index, std::vector<Entry>& entries, Diagnostics& diagnostics) {
+    diagnostics.SetSource(text.name);
+    const std::optional<Json> source = ParseSource(text.text, diagnostics);
+    if (!source) return;
+    ObjectReader root(*source, "", diagnostics);
+    if (!root.Check({"resources"})) return;
+    const Json* resources = root.Array("resources");
+    if (!resources) return;
+    for (size_t i = 0; i < resources->size(); ++i) {
+        entries.push_back(ReadEntry((*resources)[i], Index("resources", i), diagnostics));
+        entries.back().source = index;
+    }
 }
 
 }  // namespace
@@ -556,23 +726,22 @@ std::optional<rsc::Resource> CompileResourceEntry(const Json& entry, const std::
     return ReadEntry(entry, path, diagnostics).resource;
 }
 
-CompiledTable CompileTableSource(std::string_view text) {
+CompiledTable CompileTableSources(const std::vector<SourceText>& texts) {
     CompiledTable table;
     Diagnostics& diagnostics = table.diagnostics;
-    const std::optional<Json> source = ParseSource(text, diagnostics);
-    if (!source) return table;
-    ObjectReader root(*source, "", diagnostics);
-    if (!root.Check({"resources"})) return table;
-    const Json* resources = root.Array("resources");
-    if (!resources) return table;
     std::vector<Entry> entries;
-    for (size_t i = 0; i < resources->size(); ++i)
-        entries.push_back(ReadEntry((*resources)[i], Index("resources", i), diagnostics));
-    CheckDuplicates(entries, diagnostics);
-    CheckReferences(entries, diagnostics);
+    for (size_t i = 0; i < texts.size(); ++i) ReadSource(texts[i], i, entries, diagnostics);
+    Sources sources(texts, diagnostics);
+    CheckDuplicates(entries, sources);
+    CheckReferences(entries, sources);
+    diagnostics.SetSource("");
     if (diagnostics.HasErrors()) return table;
     for (Entry& entry : entries) table.file.resources.push_back(std::move(*entry.resource));
     return table;
+}
+
+CompiledTable CompileTableSource(std::string_view text) {
+    return CompileTableSources({SourceText{"", std::string(text)}});
 }
 
 }  // namespace vellux::tool

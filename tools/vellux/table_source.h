@@ -6,10 +6,21 @@
 //     {"type": "RING", "id": 2001, "ring": {"name": "Glow", "type": 1, "mode": 0, "units": 1000,
 //      "offset": 1000, "inside": 0, "outside": 350,
 //      "stops": [{"position": 0, "alpha": 65535, "red": 65535, "green": 65535, "blue": 65535}]}},
-//     {"type": "DLOG", "id": 16001, "hex": "0a0b0c"}]}
+//     {"type": "DLOG", "id": 16001, "dialog": {"title": "Settings", "width": 720, "height": 460,
+//      "items": [{"id": 1, "type": "button", "bounds": [616, 420, 704, 444], "title": "OK"},
+//                {"id": 22, "type": "popup", "bounds": [92, 408, 226, 432], "value": 0,
+//                 "menu": [{"value": 0, "text": "None"}]},
+//                {"id": 106, "type": "static", "bounds": [28, 412, 84, 428], "title": "Star filter",
+//                 "for": 22}]}},
+//     {"type": "PICT", "id": 128, "hex": "0a0b0c"}]}
 //
-// A FLAR takes "flare" and a RING takes "ring"; any resource may instead give its bytes as "hex".
-// A stop's alpha may be left out (65535). Comments (// and /* */) are allowed.
+// A FLAR takes "flare", a RING "ring" and a DLOG "dialog" (host/dialog_resource.h; an item's
+// "title", "value", "for" and "menu" may be left out: "", 0, 0, none); any resource may instead
+// give its bytes as "hex". A stop's alpha may be left out (65535). Comments (// and /* */) are
+// allowed.
+//
+// Several sources may be compiled into one file: their resources are merged in order, and a type
+// and ID given twice, in one source or in two, is an error that names both places.
 //
 // Compilation reads the whole source and reports every problem it finds, each with the JSON
 // path of the value concerned ("resources[3].ring.units"). Errors are what the plug-in would
@@ -23,6 +34,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -42,6 +54,7 @@ struct Diagnostic {
     Severity severity = Severity::error;
     std::string path;      // "resources[3].ring.units"; empty for the text as a whole
     std::string message;   // "must not be 0"
+    std::string source;    // the name of the source it is about; empty for all of them together
 
     std::string Text() const;   // "resources[3].ring.units: must not be 0"
 };
@@ -55,8 +68,12 @@ public:
     size_t ErrorCount() const;
     bool HasErrors() const { return ErrorCount() > 0; }
 
+    // The source that the diagnostics made from now on are about.
+    void SetSource(std::string source) { source_ = std::move(source); }
+
 private:
     std::vector<Diagnostic> all_;
+    std::string source_;
 };
 
 // ---- Compilation ----
@@ -66,7 +83,14 @@ struct CompiledTable {
     Diagnostics diagnostics;
 };
 
-CompiledTable CompileTableSource(std::string_view text);
+struct SourceText {
+    std::string name;      // for the diagnostics, usually the file's name
+    std::string text;
+};
+
+// The sources' resources merged in order, checked as one file.
+CompiledTable CompileTableSources(const std::vector<SourceText>& texts);
+CompiledTable CompileTableSource(std::string_view text);   // one source without a name
 
 // One resource entry of an already parsed source, checked on its own (no cross-references):
 // the resource, or nothing with the reasons in `diagnostics`.
