@@ -194,6 +194,24 @@ function build(state) {
   page.built = true;
   document.getElementById('loading').hidden = true;
   document.getElementById('card').hidden = false;
+  fitTexts();
+  document.fonts.ready.then(fitTexts);
+}
+
+// Texts were laid out for the dialog's own font; where this browser's is wider, a text shrinks a
+// little to stay inside its bounds rather than run into the next control.
+function fitTexts() {
+  const kSmallest = 10;
+  for (const { box } of page.controls.values()) {
+    if (!box.classList.contains('static-text') && !box.classList.contains('check-box')) continue;
+    box.style.fontSize = '';
+    let size = parseFloat(getComputedStyle(box).fontSize);
+    while (box.scrollWidth > box.clientWidth && size > kSmallest) {
+      size -= 0.5;
+      box.style.fontSize = `${size}px`;
+    }
+    if (box.scrollWidth > box.clientWidth) box.title = box.textContent;
+  }
 }
 
 function makeControl(info, hasLabel) {

@@ -1,12 +1,14 @@
 // vellux: the command-line tool for Vellux: flare tables (rsc), rendering a frame or a scene's
-// sequence (render), scene files (scene), the plug-in's own description (info), and the sample
-// frame (sample-frame). See command.h for how commands plug in.
+// sequence (render), scene files (scene), the plug-in's settings dialog without a display
+// (settings) or in a browser (edit), the plug-in's own description (info), and the sample frame
+// (sample-frame). See command.h for how commands plug in.
 #include <exception>
 #include <iostream>
 
 #include <CLI/CLI.hpp>
 
 #include "tools/vellux/command.h"
+#include "tools/vellux/edit_command.h"
 #include "tools/vellux/info_command.h"
 #include "tools/vellux/render_command.h"
 #include "tools/vellux/rsc_command.h"
@@ -42,6 +44,7 @@ int main(int argc, char** argv) {
     vellux::tool::AddRenderCommand(app, action);
     vellux::tool::AddSceneCommands(app, action);
     vellux::tool::AddSettingsCommands(app, action);
+    vellux::tool::AddEditCommand(app, action);
     vellux::tool::AddInfoCommand(app, action);
     vellux::tool::AddSampleFrameCommand(app, action);
     try {

@@ -79,7 +79,7 @@ async function readSettings(file) {
   const bytes = Buffer.from(json.settings.hex, 'hex');
   assert.equal(bytes.length, 88);
   return {
-    owner: bytes.toString('latin1', 0, 4),
+    owner: bytes.readUInt32LE(0),       // IFFType, 'VLUX' as a number
     intensity: bytes.readDoubleLE(8),
     flags: bytes.readUInt32LE(80),
   };
@@ -93,7 +93,7 @@ async function openBrowser() {
     executablePath: kChromium,
     headless: true,
     args: kChromiumFlags,
-    viewport: { width: 820, height: 620 },
+    viewport: { width: 860, height: 640 },
     deviceScaleFactor: 1,
     colorScheme: 'light',
   });
@@ -244,7 +244,7 @@ describe('settings dialog in the browser', { timeout: 240000 }, () => {
       await page.close();
 
       const saved = await readSettings(file);
-      assert.equal(saved.owner, 'VLUX');
+      assert.equal(saved.owner, 0x564c5558);
       assert.equal(saved.intensity, 0.8);
       assert.ok(saved.flags & kAnamorphicStreakBit, 'the anamorphic streak flag is saved');
     } finally {

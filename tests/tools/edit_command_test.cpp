@@ -1,0 +1,203 @@
+// `vellux edit` end to end without a browser: the built tool serves the plug-in's dialog, the test
+// plays the page over HTTP, and the settings file shows what was saved.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "kit/host_service_types.h"
+#include "tool_fixture.h"
+#include "tools/vellux/scene.h"
+#include "tools/vellux/scene_command.h"
+
+namespace {
+
+using json = nlohmann::json;
+namespace fs = std::filesystem;
+
+// The tool running `edit`, its standard output read through a pipe as it comes.
+class EditProcess {
+public:
+    explicit EditProcess(const std::vector<std::string>& arguments) {
+        int out[2];
+        if (pipe(out) != 0) throw std::runtime_error("pipe");
+        std::vector<std::string> words{VELLUX_TOOL_PATH, "edit", "--no-browser"};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        pid_ = fork();
+        if (pid_ == 0) {
+            dup2(out[1], STDOUT_FILENO);
+            const int null = open("/dev/null", O_WRONLY);
+            dup2(null, STDERR_FILENO);
+            close(out[0]);
+            close(out[1]);
+            std::vector<char*> argv;
+            for (std::string& word : words) argv.push_back(word.data());
+            argv.push_back(nullptr);
+            execv(argv[0], argv.data());
+            _exit(127);
+        }
+        close(out[1]);
+        out_ = out[0];
+    }
+    ~EditProcess() {
+        if (pid_ > 0 && exitCode_ < 0) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, nullptr, 0);
+        }
+        close(out_);
+    }
+
+    // The address the tool printed, or empty when it ended or stayed silent for 30 s.
+    std::string Address() {
+        static const std::regex line("Settings dialog: (http://127\\.0\\.0\\.1:\\d+/[0-9a-f]{32}/)\n");
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        std::smatch found;
+        while (!std::regex_search(output_, found, line)) {
+            if (std::chrono::steady_clock::now() > deadline || !ReadSome(100)) return {};
+        }
+        return found[1];
+    }
+
+    // Waits for the end; the exit code, all of the output read.
+    int Wait() {
+        while (ReadSome(-1)) {}
+        int status = 0;
+        waitpid(pid_, &status, 0);
+        exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        return exitCode_;
+    }
+
+    void Interrupt() const { kill(pid_, SIGINT); }
+    const std::string& output() const { return output_; }
+
+private:
+    bool ReadSome(int milliseconds) {
+        pollfd wanted{out_, POLLIN, 0};
+        if (poll(&wanted, 1, milliseconds) <= 0) return milliseconds >= 0 && !(wanted.revents & POLLHUP);
+        char buffer[4096];
+        const ssize_t got = read(out_, buffer, sizeof(buffer));
+        if (got <= 0) return false;
+        output_.append(buffer, size_t(got));
+        return true;
+    }
+
+    pid_t pid_ = -1;
+    int out_ = -1;
+    int exitCode_ = -1;
+    std::string output_;
+};
+
+// The page's side of the dialog at `address`.
+struct DialogClient {
+    explicit DialogClient(const std::string& address) {
+        const std::string rest = address.substr(std::string("http://127.0.0.1:").size());
+        client = std::make_unique<httplib::Client>("127.0.0.1", std::stoi(rest.substr(0, rest.find('/'))));
+        client->set_read_timeout(30);
+        root = rest.substr(rest.find('/'));   // "/TOKEN/"
+    }
+    json State() const {
+        const auto reply = client->Get((root + "api/state").c_str());
+        return reply ? json::parse(reply->body) : json();
+    }
+    int Post(const std::string& name, const json& body) const {
+        const auto reply = client->Post((root + "api/" + name).c_str(), body.dump(), "application/json");
+        return reply ? reply->status : 0;
+    }
+    int IdOf(const json& state, int type, const std::string& label) const {
+        for (const json& control : state["controls"])
+            if (control["type"] == type && control["label"] == label) return control["id"];
+        return 0;
+    }
+
+    std::unique_ptr<httplib::Client> client;
+    std::string root;
+};
+
+double SavedIntensity(const fs::path& file) {
+    const auto read = vellux::tool::ReadSettingsFile(file);
+    EXPECT_TRUE(read.errors.empty());
+    return vellux::tool::DecodeSettings(*read.settings).flareIntensity;
+}
+
+class EditCommandTest : public ScratchTest {};
+
+TEST_F(EditCommandTest, OkSavesTheEditedSettingsIntoANewFile) {
+    const fs::path file = Path("look.json");
+    EditProcess tool({"--settings", file.string()});
+    const std::string address = tool.Address();
+    ASSERT_FALSE(address.empty()) << tool.output();
+    const DialogClient page(address);
+    const json state = page.State();
+    const int intensity = page.IdOf(state, cKV_EditText, "Intensity");
+    ASSERT_NE(intensity, 0) << state.dump();
+    EXPECT_EQ(page.Post("edit", {{"id", intensity}, {"value", "0.9"}}), 200);
+    EXPECT_EQ(page.Post("close", {{"accept", true}}), 200);
+    EXPECT_EQ(tool.Wait(), 0) << tool.output();
+    EXPECT_NE(tool.output().find("Settings saved to " + file.string()), std::string::npos) << tool.output();
+    EXPECT_EQ(SavedIntensity(file), 0.9);
+}
+
+TEST_F(EditCommandTest, CancelAndCtrlCLeaveTheFileAsItWas) {
+    const fs::path file = Path("kept.json");
+    {
+        EditProcess tool({"--settings", file.string()});
+        const DialogClient page(tool.Address());
+        page.Post("edit", {{"id", page.IdOf(page.State(), cKV_EditText, "Intensity")}, {"value", "1.5"}});
+        page.Post("close", {{"accept", true}});
+        ASSERT_EQ(tool.Wait(), 0);
+    }
+    const std::string before = Slurp(file);
+    {
+        EditProcess tool({"--settings", file.string()});
+        const DialogClient page(tool.Address());
+        EXPECT_EQ(page.Post("edit", {{"id", page.IdOf(page.State(), cKV_EditText, "Intensity")}, {"value", "3"}}), 200);
+        EXPECT_EQ(page.Post("close", {{"accept", false}}), 200);
+        EXPECT_EQ(tool.Wait(), 0);
+        EXPECT_NE(tool.output().find("Cancelled, nothing saved"), std::string::npos) << tool.output();
+    }
+    {
+        EditProcess tool({"--settings", file.string()});
+        const DialogClient page(tool.Address());
+        EXPECT_EQ(page.Post("edit", {{"id", page.IdOf(page.State(), cKV_EditText, "Intensity")}, {"value", "3"}}), 200);
+        tool.Interrupt();
+        EXPECT_EQ(tool.Wait(), 130);
+        EXPECT_NE(tool.output().find("Interrupted: cancelled, nothing saved"), std::string::npos) << tool.output();
+        EXPECT_EQ(page.State(), json());   // the port is closed
+    }
+    EXPECT_EQ(Slurp(file), before);
+    EXPECT_EQ(SavedIntensity(file), 1.5);
+}
+
+TEST_F(EditCommandTest, ABusyPortIsAnErrorAndSavesNothing) {
+    const int busy = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof(address);
+    ASSERT_EQ(bind(busy, reinterpret_cast<sockaddr*>(&address), size), 0);
+    ASSERT_EQ(listen(busy, 1), 0);
+    getsockname(busy, reinterpret_cast<sockaddr*>(&address), &size);
+    const std::string port = std::to_string(ntohs(address.sin_port));
+
+    const ToolRun run = RunTool("edit --no-browser --port " + port + " --settings '" + Path("look.json").string() + "'");
+    close(busy);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_NE(run.err.find("cannot listen on 127.0.0.1:" + port), std::string::npos) << run.err;
+    EXPECT_FALSE(fs::exists(Path("look.json")));
+    EXPECT_EQ(RunTool("edit --no-browser --port 70000").exitCode, 2);
+}
+
+}  // namespace

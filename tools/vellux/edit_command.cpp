@@ -1,0 +1,121 @@
+// The "edit" command. See edit_command.h.
+#include "tools/vellux/edit_command.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+
+#include "host/web_dialog_runner.h"
+#include "tools/vellux/dialog_session.h"
+#include "tools/vellux/interrupt_guard.h"
+#include "vellux/plugin_records.h"
+
+extern char** environ;
+
+namespace vellux::tool {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct EditOptions {
+    SettingsSource source;
+    int port = 0;
+    bool noBrowser = false;
+};
+
+// The opener runs in a session of its own with its output discarded, so that neither Ctrl-C in
+// the terminal nor the browser's messages reach it; it is not waited for (a browser may keep it).
+pid_t StartOpener(const fs::path& opener, const std::string& address) {
+    const std::string program = opener.string();
+    std::string argument = address;
+    char* argv[] = {const_cast<char*>(program.c_str()), argument.data(), nullptr};
+    posix_spawn_file_actions_t actions;
+    posix_spawnattr_t attributes;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
+    pid_t pid = -1;
+    if (posix_spawn(&pid, program.c_str(), &actions, &attributes, argv, environ) != 0) pid = -1;
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&actions);
+    return pid;
+}
+
+int Edit(const EditOptions& options) {
+    const std::optional<fs::path> opener = options.noBrowser ? std::nullopt : BrowserOpener();
+    pid_t openerProcess = -1;
+    InterruptGuard interrupt;
+
+    host::WebDialogOptions web;
+    web.port = options.port;
+    web.interrupted = [] { return InterruptGuard::Requested(); };
+    web.ready = [&](const std::string& address) {
+        std::cout << "Settings dialog: " << address << std::endl;
+        if (opener) openerProcess = StartOpener(*opener, address);
+        std::cerr << (openerProcess > 0 ? "Opened in the browser. " : "Open it in a browser on this machine. ")
+                  << "OK or Cancel there ends the command; Ctrl-C cancels." << std::endl;
+    };
+    host::WebDialogRunner runner(web);
+    const DialogOutcome outcome = RunSettingsDialog(options.source, runner, true);
+    if (openerProcess > 0) waitpid(openerProcess, nullptr, WNOHANG);   // reaped if done; else left to init
+
+    const fs::path& file = options.source.scene.empty() ? options.source.settings : options.source.scene;
+    if (InterruptGuard::Requested()) {
+        std::cout << "Interrupted: cancelled, nothing saved" << std::endl;
+        return kExitInterrupted;
+    }
+    if (!outcome.accepted || outcome.result != kNoError) {
+        std::cout << "Cancelled, nothing saved" << std::endl;
+        return 0;
+    }
+    if (!outcome.saved) {
+        std::cout << "Accepted; nothing saved (no --scene or --settings given)" << std::endl;
+        return 0;
+    }
+    std::cout << "Settings saved to " << file.string() << std::endl;
+    if (outcome.channelsReset && !options.source.scene.empty())
+        std::cout << "The star filter changed: the plug-in dropped its animation channels, so the scene's channel "
+                     "keys were removed"
+                  << std::endl;
+    return 0;
+}
+
+}  // namespace
+
+std::optional<fs::path> BrowserOpener() {
+    const char* display = std::getenv("DISPLAY");
+    const char* wayland = std::getenv("WAYLAND_DISPLAY");
+    if ((display == nullptr || *display == '\0') && (wayland == nullptr || *wayland == '\0')) return std::nullopt;
+    const char* path = std::getenv("PATH");
+    std::string_view folders = path != nullptr ? path : "";
+    while (!folders.empty()) {
+        const size_t colon = folders.find(':');
+        const std::string_view folder = folders.substr(0, colon);
+        folders = colon == std::string_view::npos ? std::string_view() : folders.substr(colon + 1);
+        if (folder.empty()) continue;
+        const fs::path candidate = fs::path(folder) / "xdg-open";
+        if (access(candidate.c_str(), X_OK) == 0) return candidate;
+    }
+    return std::nullopt;
+}
+
+void AddEditCommand(CLI::App& app, Action& action) {
+    auto options = std::make_shared<EditOptions>();
+    CLI::App* edit = app.add_subcommand("edit", "Edit the plug-in's settings in its dialog, in a browser");
+    AddSettingsSourceOptions(*edit, options->source);
+    edit->add_option("--port", options->port, "Port on 127.0.0.1 to serve the dialog on (default: any free one)")
+        ->check(CLI::Range(1, 65535));
+    edit->add_flag("--no-browser", options->noBrowser, "Only print the address; do not open a browser");
+    edit->callback([options, &action] { action = [options] { return Edit(*options); }; });
+}
+
+}  // namespace vellux::tool

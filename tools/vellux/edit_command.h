@@ -1,0 +1,36 @@
+// The "edit" command: the plug-in's settings dialog in a browser.
+//
+//   vellux edit [--scene S | --settings F] [--port N] [--no-browser] [--plugin P] [--table T]
+//
+// Serves the dialog on 127.0.0.1 (host/web_dialog_runner.h), prints its address on one line
+// ("Settings dialog: http://127.0.0.1:PORT/TOKEN/") and opens it in the desktop's browser when
+// there is one (a display and xdg-open), then waits for OK or Cancel on the page. OK saves the
+// edited settings into the scene or settings file (a settings file that does not exist yet is
+// made); Cancel, or Ctrl-C in the terminal, saves nothing. The last line says which.
+//
+// Exit codes: 0 after OK or Cancel, 130 after Ctrl-C, 1 for an error (the port is taken, the
+// source cannot be read or written, the plug-in fails), 2 for a wrong command line.
+#ifndef VELLUX_TOOLS_EDIT_COMMAND_H
+#define VELLUX_TOOLS_EDIT_COMMAND_H
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "tools/vellux/command.h"
+
+namespace vellux::tool {
+
+inline constexpr int kExitInterrupted = 130;
+
+void AddEditCommand(CLI::App& app, Action& action);
+
+// The program that opens an address in the desktop's browser (xdg-open on the PATH), or nothing
+// when there is no display to show a browser on.
+std::optional<std::filesystem::path> BrowserOpener();
+
+}  // namespace vellux::tool
+
+#endif  // VELLUX_TOOLS_EDIT_COMMAND_H
