@@ -17,25 +17,28 @@ const kMostCoordinate = 32767;
 
 const page = {
   built: false,
+  closing: false,           // OK or Cancel was sent
   closed: false,
   controls: new Map(),      // id -> {info, element (the input), box (the positioned element)}
   canvasVersion: -1,        // of the pixels shown
   latestVersion: -1,        // the newest the host reported
-  fetchingCanvas: false,
+  canvasFetch: Promise.resolve(),
+  waitingEdits: new Map(),  // id -> edits queued but not sent; the page shows those, not the host's
   drag: null,               // {id, pointerId} while the mouse is down in a user control
 };
 
 // ---- Requests ----
 
-const waiting = [];   // {key, run, resolve, reject}
+const waiting = [];   // {key, run, dropped, resolve, reject}
 let busy = false;
 
 // Queues a request; a waiting one with the same key is dropped for it (its promise gets null).
-function enqueue(key, run) {
+function enqueue(key, run, dropped = () => {}) {
   return new Promise((resolve, reject) => {
     const index = key === null ? -1 : waiting.findIndex((entry) => entry.key === key);
-    const entry = { key, run, resolve, reject };
+    const entry = { key, run, dropped, resolve, reject };
     if (index >= 0) {
+      waiting[index].dropped();
       waiting[index].resolve(null);
       waiting[index] = entry;
     } else {
@@ -98,11 +101,24 @@ async function receive(response) {
 }
 
 function send(name, body, key = null) {
-  if (page.closed) return Promise.resolve(null);
+  if (page.closed || page.closing) return Promise.resolve(null);
   return enqueue(key, () => post(name, body));
 }
 
+// An edit waits its turn behind earlier requests, whose replies must not undo on the page what
+// the artist just did; once it is sent, its own reply shows what the host made of it.
+function edit(id, value) {
+  if (page.closed || page.closing) return Promise.resolve(null);
+  const sent = () => page.waitingEdits.set(id, page.waitingEdits.get(id) - 1);
+  page.waitingEdits.set(id, (page.waitingEdits.get(id) ?? 0) + 1);
+  return enqueue(`edit:${id}`, () => {
+    sent();
+    return post('edit', { id, value });
+  }, sent);
+}
+
 function refreshState() {
+  if (page.closed || page.closing) return Promise.resolve(null);
   return enqueue('state', async () => {
     try {
       return receive(await fetch('api/state'));
@@ -115,11 +131,15 @@ function refreshState() {
 
 // ---- Canvases ----
 
-async function refreshCanvases() {
-  if (page.fetchingCanvas || page.closed) return;
+function refreshCanvases() {
+  if (page.fetchingCanvas || page.closed || page.closing) return;
+  page.canvasFetch = fetchCanvases();
+}
+
+async function fetchCanvases() {
   page.fetchingCanvas = true;
   try {
-    while (page.latestVersion > page.canvasVersion && !page.closed) {
+    while (page.latestVersion > page.canvasVersion && !page.closed && !page.closing) {
       const wanted = page.latestVersion;
       for (const [id, control] of page.controls) {
         if (control.info.type !== Type.userControl) continue;
@@ -245,7 +265,7 @@ function makeControl(info, hasLabel) {
     case Type.checkBox: {
       const box = element('label', 'check-box');
       const input = element('input', '', { type: 'checkbox', id });
-      input.addEventListener('input', () => send('edit', { id: info.id, value: input.checked }, `edit:${info.id}`));
+      input.addEventListener('input', () => edit(info.id, input.checked));
       box.append(input, element('span', '', { textContent: info.title }));
       return { box, element: input };
     }
@@ -256,7 +276,7 @@ function makeControl(info, hasLabel) {
         input.classList.add('numeric');
       }
       if (!hasLabel) input.setAttribute('aria-label', info.label);
-      input.addEventListener('input', () => send('edit', { id: info.id, value: input.value }, `edit:${info.id}`));
+      input.addEventListener('input', () => edit(info.id, input.value));
       // While the artist types the field shows what was typed; once it loses focus, what the
       // plug-in made of it.
       input.addEventListener('blur', () => refreshState());
@@ -266,13 +286,13 @@ function makeControl(info, hasLabel) {
       const select = element('select', 'popup-menu', { id });
       for (const item of info.menu) select.append(element('option', '', { value: String(item.value), textContent: item.text }));
       if (!hasLabel) select.setAttribute('aria-label', info.label);
-      select.addEventListener('input', () => send('edit', { id: info.id, value: Number(select.value) }, `edit:${info.id}`));
+      select.addEventListener('input', () => edit(info.id, Number(select.value)));
       return { box: select, element: select };
     }
     case Type.colorButton: {
       const input = element('input', 'color-button', { type: 'color', id });
       if (!hasLabel) input.setAttribute('aria-label', info.label);
-      input.addEventListener('input', () => send('edit', { id: info.id, value: input.value }, `edit:${info.id}`));
+      input.addEventListener('input', () => edit(info.id, input.value));
       return { box: input, element: input };
     }
     case Type.userControl:
@@ -329,7 +349,7 @@ function applyState(state) {
   if (!page.built) build(state);
   for (const info of state.controls) {
     const control = page.controls.get(info.id);
-    if (!control) continue;
+    if (!control || page.waitingEdits.get(info.id) > 0) continue;
     control.info = info;
     const { box, element: input } = control;
     box.hidden = !info.visible;
@@ -372,7 +392,16 @@ function focusKeyControl(state) {
 
 function press(id) {
   if (id === kAccept || id === kCancel) {
-    send('close', { accept: id === kAccept });
+    if (page.closing || page.closed) return;
+    // After the edits before it, and once no canvas is on its way, so that nothing asks the
+    // host for anything after it closed.
+    enqueue(null, async () => {
+      page.closing = true;
+      await page.canvasFetch;
+      const state = await post('close', { accept: id === kAccept });
+      if (!state) page.closing = false;
+      return state;
+    });
   } else {
     send('press', { id });
   }

@@ -278,6 +278,27 @@ describe('settings dialog in the browser', { timeout: 240000 }, () => {
     assert.equal(await readFile(file, 'utf8'), before);
     assert.equal((await stat(file)).mtimeMs, beforeStat.mtimeMs);
   });
+
+  test('Enter accepts and Escape cancels', async () => {
+    for (const [key, saved] of [['Enter', true], ['Escape', false]]) {
+      const file = join(scratch, `${key}.json`);
+      const run = startEdit(['--settings', file]);
+      try {
+        const { page, state, problems } = await openDialog(browser.context, await run.address);
+        const density = findControl(state, 10, /^streak density$/i);
+        await page.locator(`#control-${density.id}`).fill('75');
+        await page.keyboard.press(key);
+        await page.locator('#notice').waitFor({ state: 'visible' });
+        assert.equal(await waitForExit(run), 0, run.out + run.err);
+        assert.deepEqual(problems, []);
+        await page.close();
+      } finally {
+        if (run.exit === null) run.child.kill('SIGINT');
+      }
+      assert.equal(existsSync(file), saved, `${key}: ${run.out}`);
+      if (saved) assert.equal(JSON.parse(await readFile(file, 'utf8')).settings.hex.length, 176);
+    }
+  });
 });
 
 // The plug-in's default record, as a settings file the tool makes holds it: OK on an untouched
