@@ -31,11 +31,21 @@ namespace fs = std::filesystem;
 // The tool running `edit`, its standard output read through a pipe as it comes.
 class EditProcess {
 public:
-    explicit EditProcess(const std::vector<std::string>& arguments) {
+    // `environment`: NAME=VALUE settings on top of the test's own.
+    explicit EditProcess(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {}) {
         int out[2];
         if (pipe(out) != 0) throw std::runtime_error("pipe");
-        std::vector<std::string> words{VELLUX_TOOL_PATH, "edit", "--no-browser"};
+        std::vector<std::string> words{VELLUX_TOOL_PATH, "edit"};
+        if (environment.empty()) words.push_back("--no-browser");
         words.insert(words.end(), arguments.begin(), arguments.end());
+        std::vector<std::string> settings = environment;
+        for (char** entry = environ; *entry != nullptr; ++entry) settings.emplace_back(*entry);   // the first of a name wins
+        std::vector<char*> envp;
+        for (std::string& entry : settings) envp.push_back(entry.data());
+        envp.push_back(nullptr);
+        std::vector<char*> argv;
+        for (std::string& word : words) argv.push_back(word.data());
+        argv.push_back(nullptr);
         pid_ = fork();
         if (pid_ == 0) {
             dup2(out[1], STDOUT_FILENO);
@@ -43,10 +53,7 @@ public:
             dup2(null, STDERR_FILENO);
             close(out[0]);
             close(out[1]);
-            std::vector<char*> argv;
-            for (std::string& word : words) argv.push_back(word.data());
-            argv.push_back(nullptr);
-            execv(argv[0], argv.data());
+            execve(argv[0], argv.data(), envp.data());
             _exit(127);
         }
         close(out[1]);
@@ -179,6 +186,25 @@ TEST_F(EditCommandTest, CancelAndCtrlCLeaveTheFileAsItWas) {
     }
     EXPECT_EQ(Slurp(file), before);
     EXPECT_EQ(SavedIntensity(file), 1.5);
+}
+
+TEST_F(EditCommandTest, WithADisplayTheAddressGoesToXdgOpen) {
+    // A stand-in opener on the PATH that notes what it was asked to open.
+    const fs::path opened = Path("opened");
+    {
+        std::ofstream script(Path("xdg-open"));
+        script << "#!/bin/sh\nprintf '%s' \"$1\" > '" << opened.string() << ".tmp' && mv '" << opened.string() << ".tmp' '"
+               << opened.string() << "'\n";
+    }
+    fs::permissions(Path("xdg-open"), fs::perms::owner_all);
+    const char* path = std::getenv("PATH");
+    EditProcess tool({}, {"DISPLAY=:99", "PATH=" + dir_.string() + ":" + (path != nullptr ? path : "/usr/bin:/bin")});
+    const std::string address = tool.Address();
+    ASSERT_FALSE(address.empty()) << tool.output();
+    for (int wait = 0; wait < 200 && !fs::exists(opened); ++wait) usleep(10000);
+    EXPECT_EQ(Slurp(opened), address);
+    EXPECT_EQ(DialogClient(address).Post("close", {{"accept", false}}), 200);
+    EXPECT_EQ(tool.Wait(), 0);
 }
 
 TEST_F(EditCommandTest, ABusyPortIsAnErrorAndSavesNothing) {
