@@ -1,5 +1,6 @@
 // Dialog resources: the bytes of the layout, the round trip, and every class of damaged or
 // rule-breaking bytes refused with a reason, never read past their end.
+#include "dialog_test_support.h"
 #include "host/dialog_resource.h"
 
 #include <gtest/gtest.h>
@@ -49,14 +50,7 @@ Bytes RawBytes(const DialogTemplate& dialog) {
     return out;
 }
 
-DialogItem Item(int16_t id, KV_ControlType type, KV_Rect bounds, std::string title = "") {
-    DialogItem item;
-    item.id = id;
-    item.type = type;
-    item.bounds = bounds;
-    item.title = std::move(title);
-    return item;
-}
+using dialog_test::Item;
 
 // A small dialog with every field in use: a labelled pop-up, a set check box, strings of odd
 // and even lengths (with and without a pad byte) and an empty one.

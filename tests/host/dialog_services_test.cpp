@@ -5,6 +5,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "dialog_test_support.h"
 #include "host/dialog_model.h"
 #include "host/dialog_runner.h"
 #include "host/dialog_services_pvt.h"
@@ -16,15 +17,7 @@ namespace {
 
 using namespace vellux::host;
 
-DialogItem Item(int16_t id, KV_ControlType type, KV_Rect bounds, std::string title = "", int16_t value = 0) {
-    DialogItem item;
-    item.id = id;
-    item.type = type;
-    item.bounds = bounds;
-    item.title = std::move(title);
-    item.value = value;
-    return item;
-}
+using dialog_test::Item;
 
 DialogTemplate SampleLayout() {
     DialogTemplate layout;

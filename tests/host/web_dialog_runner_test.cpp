@@ -17,6 +17,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "dialog_test_support.h"
 #include "host/dialog_runner.h"
 #include "host/web_dialog_runner.h"
 
@@ -35,16 +36,7 @@ constexpr int kDisabled = 10;
 constexpr int kDefaults = 11;
 constexpr KV_Rect kPreviewBounds{10, 10, 110, 70};
 
-DialogItem Item(int id, KV_ControlType type, KV_Rect bounds, std::string title = {}, int value = 0, int labelFor = 0) {
-    DialogItem item;
-    item.id = int16_t(id);
-    item.type = type;
-    item.bounds = bounds;
-    item.title = std::move(title);
-    item.value = int16_t(value);
-    item.labelFor = int16_t(labelFor);
-    return item;
-}
+using dialog_test::Item;
 
 DialogTemplate TestTemplate() {
     DialogTemplate layout;
