@@ -9,6 +9,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "host/big_endian.h"
+
 namespace vellux::host {
 
 namespace {
@@ -160,61 +162,36 @@ private:
 
 // ---- Big-endian fields ----
 
-class Writer {
-public:
-    void U8(uint8_t v) { bytes_.push_back(v); }
-    void U16(uint16_t v) { U8(uint8_t(v >> 8)); U8(uint8_t(v)); }
-    void I16(int16_t v) { U16(uint16_t(v)); }
-    // A length byte and the bytes, padded with a zero to an even whole.
-    void String(const std::string& text) {
-        assert(text.size() <= kMaxString);
-        U8(uint8_t(text.size()));
-        bytes_.insert(bytes_.end(), text.begin(), text.end());
-        if (text.size() % 2 == 0) U8(0);
-    }
-    std::vector<uint8_t> Take() { return std::move(bytes_); }
-
-private:
-    std::vector<uint8_t> bytes_;
-};
+// A length byte and the bytes, padded with a zero to an even whole.
+void WriteString(BigEndianWriter& out, const std::string& text) {
+    assert(text.size() <= kMaxString);
+    out.U8(uint8_t(text.size()));
+    out.Bytes().insert(out.Bytes().end(), text.begin(), text.end());
+    if (text.size() % 2 == 0) out.U8(0);
+}
 
 // Every read is preceded by a check of what is left; a failed check names what was cut off.
-class Reader {
-public:
-    explicit Reader(std::span<const uint8_t> bytes) : bytes_(bytes) {}
-
-    size_t Left() const { return bytes_.size() - at_; }
-    bool Has(size_t n) const { return Left() >= n; }
-    uint8_t U8() { assert(Has(1)); return bytes_[at_++]; }
-    uint16_t U16() { const uint16_t high = U8(); return uint16_t(high << 8 | U8()); }
-    int16_t I16() { return int16_t(U16()); }
-
-    // Reads a string into `text`; the reason when it cannot, in words about `what`.
-    std::optional<std::string> String(const std::string& what, std::string& text) {
-        if (!Has(1)) return "the resource ends before " + what;
-        const size_t length = U8();
-        const size_t padded = length + (length % 2 == 0 ? 1 : 0);
-        if (!Has(padded))
-            return "the resource ends inside " + what + " (" + std::to_string(length) + " bytes long)";
-        text.assign(reinterpret_cast<const char*>(bytes_.data() + at_), length);
-        at_ += length;
-        if (length % 2 == 0) {
-            if (const uint8_t pad = U8(); pad != 0) {
-                char hex[8];
-                std::snprintf(hex, sizeof hex, "0x%02x", pad);
-                return "the pad byte after " + what + " is " + hex + ", not 0";
-            }
+// Reads a string into `text`; the reason when it cannot, in words about `what`.
+std::optional<std::string> ReadString(BigEndianReader& in, const std::string& what, std::string& text) {
+    if (!in.Has(1)) return "the resource ends before " + what;
+    const size_t length = in.U8();
+    const size_t padded = length + (length % 2 == 0 ? 1 : 0);
+    if (!in.Has(padded)) return "the resource ends inside " + what + " (" + std::to_string(length) + " bytes long)";
+    const std::span<const uint8_t> bytes = in.Peek(length);
+    text.assign(reinterpret_cast<const char*>(bytes.data()), length);
+    in.Skip(length);
+    if (length % 2 == 0) {
+        if (const uint8_t pad = in.U8(); pad != 0) {
+            char hex[8];
+            std::snprintf(hex, sizeof hex, "0x%02x", pad);
+            return "the pad byte after " + what + " is " + hex + ", not 0";
         }
-        return std::nullopt;
     }
-
-private:
-    std::span<const uint8_t> bytes_;
-    size_t at_ = 0;
-};
+    return std::nullopt;
+}
 
 // Reads one item's fields; the reason when the bytes end or a pad byte is wrong.
-std::optional<std::string> ReadItem(Reader& in, size_t i, size_t count, DialogItem& item) {
+std::optional<std::string> ReadItem(BigEndianReader& in, size_t i, size_t count, DialogItem& item) {
     const std::string words = "item " + std::to_string(i) + " of " + std::to_string(count);
     if (!in.Has(kItemFieldsSize)) return "the resource ends inside the fields of " + words;
     item.id = in.I16();
@@ -225,7 +202,7 @@ std::optional<std::string> ReadItem(Reader& in, size_t i, size_t count, DialogIt
     item.bounds.bottom = in.I16();
     item.value = in.I16();
     item.labelFor = in.I16();
-    if (auto problem = in.String("the title of " + words, item.title)) return problem;
+    if (auto problem = ReadString(in, "the title of " + words, item.title)) return problem;
     if (!in.Has(2)) return "the resource ends before the menu count of " + words;
     const size_t entries = in.U16();
     for (size_t k = 0; k < entries; ++k) {
@@ -234,7 +211,7 @@ std::optional<std::string> ReadItem(Reader& in, size_t i, size_t count, DialogIt
         if (!in.Has(2)) return "the resource ends before " + entryWords;
         DialogMenuItem entry;
         entry.value = in.I16();
-        if (auto problem = in.String("the text of " + entryWords, entry.text)) return problem;
+        if (auto problem = ReadString(in, "the text of " + entryWords, entry.text)) return problem;
         item.menu.push_back(std::move(entry));
     }
     return std::nullopt;
@@ -256,11 +233,11 @@ std::vector<uint8_t> EncodeDialog(const DialogTemplate& dialog) {
         if (problems.size() > 1) reason += " (and " + std::to_string(problems.size() - 1) + " more)";
         throw std::invalid_argument("not a valid dialog: " + reason);
     }
-    Writer out;
+    BigEndianWriter out;
     out.U16(kDialogResourceVersion);
     out.I16(dialog.width);
     out.I16(dialog.height);
-    out.String(dialog.title);
+    WriteString(out, dialog.title);
     out.U16(uint16_t(dialog.items.size()));
     for (const DialogItem& item : dialog.items) {
         out.I16(item.id);
@@ -271,18 +248,18 @@ std::vector<uint8_t> EncodeDialog(const DialogTemplate& dialog) {
         out.I16(int16_t(item.bounds.bottom));
         out.I16(item.value);
         out.I16(item.labelFor);
-        out.String(item.title);
+        WriteString(out, item.title);
         out.U16(uint16_t(item.menu.size()));
         for (const DialogMenuItem& entry : item.menu) {
             out.I16(entry.value);
-            out.String(entry.text);
+            WriteString(out, entry.text);
         }
     }
     return out.Take();
 }
 
 std::variant<DialogTemplate, std::string> DecodeDialog(std::span<const uint8_t> bytes) {
-    Reader in(bytes);
+    BigEndianReader in(bytes);
     if (!in.Has(kHeaderSize))
         return std::to_string(bytes.size()) + (bytes.size() == 1 ? " byte" : " bytes") +
                ", too short for the version, width and height";
@@ -291,7 +268,7 @@ std::variant<DialogTemplate, std::string> DecodeDialog(std::span<const uint8_t> 
     DialogTemplate dialog;
     dialog.width = in.I16();
     dialog.height = in.I16();
-    if (auto problem = in.String("the title", dialog.title)) return *problem;
+    if (auto problem = ReadString(in, "the title", dialog.title)) return *problem;
     if (!in.Has(2)) return "the resource ends before the item count";
     const size_t count = in.U16();
     for (size_t i = 0; i < count; ++i) {

@@ -3,41 +3,16 @@
 #include <algorithm>
 #include <cassert>
 
+#include "host/big_endian.h"
+
 namespace vellux::tool {
 
 namespace {
 
 // ---- Big-endian fields ----
 
-class Writer {
-public:
-    void U8(uint8_t v) { bytes_.push_back(v); }
-    void U16(uint16_t v) { U8(uint8_t(v >> 8)); U8(uint8_t(v)); }
-    void U32(uint32_t v) { U16(uint16_t(v >> 16)); U16(uint16_t(v)); }
-    void I16(int16_t v) { U16(uint16_t(v)); }
-    void I32(int32_t v) { U32(uint32_t(v)); }
-    std::vector<uint8_t> Take() { return std::move(bytes_); }
-    std::vector<uint8_t>& Bytes() { return bytes_; }
-
-private:
-    std::vector<uint8_t> bytes_;
-};
-
-// Reads fields at increasing offsets; callers check the size before reading.
-class Reader {
-public:
-    explicit Reader(std::span<const uint8_t> bytes) : bytes_(bytes) {}
-    uint8_t U8() { assert(at_ < bytes_.size()); return bytes_[at_++]; }
-    uint16_t U16() { const uint16_t high = U8(); return uint16_t(high << 8 | U8()); }
-    uint32_t U32() { const uint32_t high = U16(); return high << 16 | U16(); }
-    int16_t I16() { return int16_t(U16()); }
-    int32_t I32() { return int32_t(U32()); }
-    void Skip(size_t n) { at_ += n; }
-
-private:
-    std::span<const uint8_t> bytes_;
-    size_t at_ = 0;
-};
+using Writer = host::BigEndianWriter;
+using Reader = host::BigEndianReader;
 
 std::string Plural(size_t n, const char* word) {
     return std::to_string(n) + " " + word + (n == 1 ? "" : "s");
