@@ -7,6 +7,9 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
+#include <initializer_list>
+#include <string>
 #include <iostream>
 #include <memory>
 
@@ -29,12 +32,22 @@ struct EditOptions {
     bool noBrowser = false;
 };
 
-// The opener runs in a session of its own with its output discarded, so that neither Ctrl-C in
-// the terminal nor the browser's messages reach it; it is not waited for (a browser may keep it).
-pid_t StartOpener(const fs::path& opener, const std::string& address) {
-    const std::string program = opener.string();
+// A browser can be shown only where there is a display.
+bool HasDisplay() {
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY"}) {
+        const char* value = std::getenv(name);
+        if (value != nullptr && *value != '\0') return true;
+    }
+    return false;
+}
+
+// Opens the address with the desktop's opener, xdg-open, looked up on the PATH; -1 when there is
+// none. The opener runs in a session of its own with its output discarded, so that neither Ctrl-C
+// in the terminal nor the browser's messages reach it; it is not waited for (a browser may keep it).
+pid_t StartOpener(const std::string& address) {
+    std::string program = "xdg-open";
     std::string argument = address;
-    char* argv[] = {const_cast<char*>(program.c_str()), argument.data(), nullptr};
+    char* argv[] = {program.data(), argument.data(), nullptr};
     posix_spawn_file_actions_t actions;
     posix_spawnattr_t attributes;
     posix_spawn_file_actions_init(&actions);
@@ -44,14 +57,14 @@ pid_t StartOpener(const fs::path& opener, const std::string& address) {
     posix_spawnattr_init(&attributes);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
     pid_t pid = -1;
-    if (posix_spawn(&pid, program.c_str(), &actions, &attributes, argv, environ) != 0) pid = -1;
+    if (posix_spawnp(&pid, program.c_str(), &actions, &attributes, argv, environ) != 0) pid = -1;
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     return pid;
 }
 
 int Edit(const EditOptions& options) {
-    const std::optional<fs::path> opener = options.noBrowser ? std::nullopt : BrowserOpener();
+    const bool openBrowser = !options.noBrowser && HasDisplay();
     pid_t openerProcess = -1;
     InterruptGuard interrupt;
 
@@ -60,7 +73,7 @@ int Edit(const EditOptions& options) {
     web.interrupted = [] { return InterruptGuard::Requested(); };
     web.ready = [&](const std::string& address) {
         std::cout << "Settings dialog: " << address << std::endl;
-        if (opener) openerProcess = StartOpener(*opener, address);
+        if (openBrowser) openerProcess = StartOpener(address);
         std::cerr << (openerProcess > 0 ? "Opened in the browser. " : "Open it in a browser on this machine. ")
                   << "OK or Cancel there ends the command; Ctrl-C cancels." << std::endl;
     };
@@ -90,23 +103,6 @@ int Edit(const EditOptions& options) {
 }
 
 }  // namespace
-
-std::optional<fs::path> BrowserOpener() {
-    const char* display = std::getenv("DISPLAY");
-    const char* wayland = std::getenv("WAYLAND_DISPLAY");
-    if ((display == nullptr || *display == '\0') && (wayland == nullptr || *wayland == '\0')) return std::nullopt;
-    const char* path = std::getenv("PATH");
-    std::string_view folders = path != nullptr ? path : "";
-    while (!folders.empty()) {
-        const size_t colon = folders.find(':');
-        const std::string_view folder = folders.substr(0, colon);
-        folders = colon == std::string_view::npos ? std::string_view() : folders.substr(colon + 1);
-        if (folder.empty()) continue;
-        const fs::path candidate = fs::path(folder) / "xdg-open";
-        if (access(candidate.c_str(), X_OK) == 0) return candidate;
-    }
-    return std::nullopt;
-}
 
 void AddEditCommand(CLI::App& app, Action& action) {
     auto options = std::make_shared<EditOptions>();

@@ -13,10 +13,6 @@
 #ifndef VELLUX_TOOLS_EDIT_COMMAND_H
 #define VELLUX_TOOLS_EDIT_COMMAND_H
 
-#include <filesystem>
-#include <optional>
-#include <string>
-
 #include <CLI/CLI.hpp>
 
 #include "tools/vellux/command.h"
@@ -26,10 +22,6 @@ namespace vellux::tool {
 inline constexpr int kExitInterrupted = 130;
 
 void AddEditCommand(CLI::App& app, Action& action);
-
-// The program that opens an address in the desktop's browser (xdg-open on the PATH), or nothing
-// when there is no display to show a browser on.
-std::optional<std::filesystem::path> BrowserOpener();
 
 }  // namespace vellux::tool
 
