@@ -106,15 +106,18 @@ void Canvas::Resize(int newWidth, int newHeight) {
     ++version;
 }
 
+KV_Rect Canvas::Clip(const KV_Rect& rect) const {
+    return {std::max(rect.left, 0), std::max(rect.top, 0), std::min(rect.right, width), std::min(rect.bottom, height)};
+}
+
 std::vector<uint8_t> Canvas::Copy(const KV_Rect& rect) const {
-    const int left = std::max(rect.left, 0), top = std::max(rect.top, 0);
-    const int right = std::min(rect.right, width), bottom = std::min(rect.bottom, height);
+    const KV_Rect on = Clip(rect);
     std::vector<uint8_t> pixels;
-    if (left >= right || top >= bottom) return pixels;
-    const size_t rowBytes = size_t(right - left) * 4;
-    pixels.reserve(rowBytes * size_t(bottom - top));
-    for (int y = top; y < bottom; ++y) {
-        const uint8_t* row = rgba.data() + (size_t(y) * size_t(width) + size_t(left)) * 4;
+    if (on.left >= on.right || on.top >= on.bottom) return pixels;
+    const size_t rowBytes = size_t(on.right - on.left) * 4;
+    pixels.reserve(rowBytes * size_t(on.bottom - on.top));
+    for (int y = on.top; y < on.bottom; ++y) {
+        const uint8_t* row = rgba.data() + (size_t(y) * size_t(width) + size_t(on.left)) * 4;
         pixels.insert(pixels.end(), row, row + rowBytes);
     }
     return pixels;

@@ -40,6 +40,8 @@ struct Canvas {
 
     void Resize(int newWidth, int newHeight);   // clears to transparent black
     uint8_t* Pixel(int x, int y) { return rgba.data() + (size_t(y) * size_t(width) + size_t(x)) * 4; }
+    // The part of `rect` on the canvas; empty (right <= left or bottom <= top) when none is.
+    KV_Rect Clip(const KV_Rect& rect) const;
     // The pixels inside `rect` (clipped to the canvas), RGBA rows; empty when nothing is inside.
     std::vector<uint8_t> Copy(const KV_Rect& rect) const;
 };

@@ -44,13 +44,6 @@ Registry<ImageBuffer, KV_ImageBuffer>& Images() {
     return images;
 }
 
-struct Span {
-    int first = 0;
-    int last = 0;   // exclusive
-};
-
-Span Clip(int from, int to, int size) { return {std::max(from, 0), std::min(to, size)}; }
-
 void PutPixel(Canvas& canvas, int x, int y, const std::array<uint8_t, 3>& color) {
     uint8_t* pixel = canvas.Pixel(x, y);
     pixel[0] = color[0];
@@ -60,9 +53,9 @@ void PutPixel(Canvas& canvas, int x, int y, const std::array<uint8_t, 3>& color)
 }
 
 void FillRect(Canvas& canvas, const KV_Rect& rect, const std::array<uint8_t, 3>& color) {
-    const Span xs = Clip(rect.left, rect.right, canvas.width), ys = Clip(rect.top, rect.bottom, canvas.height);
-    for (int y = ys.first; y < ys.last; ++y) {
-        for (int x = xs.first; x < xs.last; ++x) PutPixel(canvas, x, y, color);
+    const KV_Rect on = canvas.Clip(rect);
+    for (int y = on.top; y < on.bottom; ++y) {
+        for (int x = on.left; x < on.right; ++x) PutPixel(canvas, x, y, color);
     }
 }
 
@@ -107,12 +100,12 @@ void KV_DrawImage(KV_DrawContext* ioContext, const KV_ImageBuffer* iImage, const
     const int64_t destWidth = int64_t(dest.right) - dest.left, destHeight = int64_t(dest.bottom) - dest.top;
     if (sourceWidth <= 0 || sourceHeight <= 0 || destWidth <= 0 || destHeight <= 0) return;
     Canvas& canvas = dialog->canvas;
-    const Span xs = Clip(dest.left, dest.right, canvas.width), ys = Clip(dest.top, dest.bottom, canvas.height);
-    for (int y = ys.first; y < ys.last; ++y) {
+    const KV_Rect on = canvas.Clip(dest);
+    for (int y = on.top; y < on.bottom; ++y) {
         const int64_t sy = source.top + (int64_t(y) - dest.top) * sourceHeight / destHeight;
         if (sy < image->bounds.top || sy >= image->bounds.bottom) continue;
         const uint8_t* row = image->pixels.data() + size_t(sy - image->bounds.top) * size_t(image->rowBytes);
-        for (int x = xs.first; x < xs.last; ++x) {
+        for (int x = on.left; x < on.right; ++x) {
             const int64_t sx = source.left + (int64_t(x) - dest.left) * sourceWidth / destWidth;
             if (sx < image->bounds.left || sx >= image->bounds.right) continue;
             const uint8_t* argb = row + size_t(sx - image->bounds.left) * 4;

@@ -424,10 +424,9 @@ Reply WebDialogRunner::Session::Canvas(int id) const {
     if (control == nullptr || control->type() != cKV_UserControl)
         return ErrorReply(404, "no user control with ID " + std::to_string(id));
     const host::Canvas& canvas = dialog_.canvas;
-    const KV_Rect& bounds = control->item.bounds;
-    const int width = std::max(0, std::min(bounds.right, canvas.width) - std::max(bounds.left, 0));
-    const int height = std::max(0, std::min(bounds.bottom, canvas.height) - std::max(bounds.top, 0));
-    const std::vector<uint8_t> pixels = canvas.Copy(bounds);
+    const KV_Rect on = canvas.Clip(control->item.bounds);
+    const int width = std::max(0, on.right - on.left), height = std::max(0, on.bottom - on.top);
+    const std::vector<uint8_t> pixels = canvas.Copy(on);
     Reply reply{200, "application/octet-stream", std::string(pixels.begin(), pixels.end()), {}};
     reply.headers.emplace("X-Canvas-Width", std::to_string(pixels.empty() ? 0 : width));
     reply.headers.emplace("X-Canvas-Height", std::to_string(pixels.empty() ? 0 : height));
