@@ -19,6 +19,26 @@ Record* As(int32_t size, void* record) {
 std::string Text(const PStr255& pstr) { return std::string(reinterpret_cast<const char*>(pstr + 1), pstr[0]); }
 }  // namespace
 
+namespace {
+thread_local const HostSession* tActiveSession = nullptr;
+}  // namespace
+
+ActiveSessionScope::ActiveSessionScope(const HostSession& session) : previous_(tActiveSession) {
+    tActiveSession = &session;
+}
+ActiveSessionScope::~ActiveSessionScope() { tActiveSession = previous_; }
+const HostSession* ActiveSession() { return tActiveSession; }
+
+void HostSession::SetFileSubstitute(const std::string& name, const std::filesystem::path& file) {
+    if (file.empty()) substitutes_.erase(name);
+    else substitutes_[name] = file;
+}
+
+const std::filesystem::path* HostSession::FileSubstitute(const std::string& name) const {
+    const auto found = substitutes_.find(name);
+    return found == substitutes_.end() ? nullptr : &found->second;
+}
+
 uint32_t HostTickCount() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);

@@ -21,6 +21,8 @@
 
 #include <atomic>
 #include <cstdint>
+#include <filesystem>
+#include <map>
 #include <functional>
 #include <memory>
 #include <span>
@@ -69,6 +71,11 @@ public:
     void SetReportTicks(int32_t ticks) { reportTicks_ = ticks; }
     void SetInterruptFlag(const std::atomic<bool>* flag) { interrupt_ = flag; }
 
+    // The file that answers the plug-in's request for `name` in the home folder while this
+    // session's commands run (the flare table chosen for this instance); an empty path: none.
+    void SetFileSubstitute(const std::string& name, const std::filesystem::path& file);
+    const std::filesystem::path* FileSubstitute(const std::string& name) const;
+
     // The channels the plug-in has published, with their keys (a scene adds its keys here).
     ChannelStore& Channels() { return channels_; }
     const ChannelStore& Channels() const { return channels_; }
@@ -102,9 +109,25 @@ private:
     int32_t reportTicks_ = kDefaultReportTicks;
     const std::atomic<bool>* interrupt_ = nullptr;
     ChannelStore channels_;
+    std::map<std::string, std::filesystem::path> substitutes_;
     int channelResets_ = 0;
     alignas(double) uint8_t channelValue_[8] = {};   // GCHN's answer, until the next call
 };
+
+// The session whose plug-in command runs on this thread: the host's named services, which the
+// plug-in calls without saying for whom, answer for it. Set around every command a host sends;
+// each thread has its own, so instances on several threads keep their own tables.
+class ActiveSessionScope {
+public:
+    explicit ActiveSessionScope(const HostSession& session);
+    ~ActiveSessionScope();
+    ActiveSessionScope(const ActiveSessionScope&) = delete;
+    ActiveSessionScope& operator=(const ActiveSessionScope&) = delete;
+
+private:
+    const HostSession* previous_;
+};
+const HostSession* ActiveSession();   // null outside a command
 
 }  // namespace vellux::host
 

@@ -11,9 +11,11 @@
 #include <limits>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <type_traits>
 #include <unordered_map>
 
+#include "host/host_session.h"
 #include "host/resource_file.h"
 #include "host/resource_services_pvt.h"
 #include "host/service_registry_pvt.h"
@@ -59,8 +61,16 @@ struct ServiceState {
     Registry<FileRef, KV_FileRef> files;
     Registry<OpenResourceFile, KV_ResourceFile> resourceFiles;
     std::unordered_map<void*, std::unique_ptr<void, FreeBytes>> copies;   // handed out by KV_GetResource
-    std::string lastError;
 };
+
+// Plug-in instances on several threads call these services at once: every service holds this
+// lock while it touches the shared state. The last open error is each thread's own.
+std::mutex& StateMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+using Guard = std::lock_guard<std::mutex>;
+thread_local std::string tLastError;
 
 // Constructed on first use, so loading the library runs no code that could fail.
 ServiceState& State() {
@@ -86,55 +96,71 @@ bool IsPlainFileName(const char* name) {
 }  // namespace
 
 void SetHomeDirectory(const std::filesystem::path& directory) {
+    const Guard guard(StateMutex());
     State().home = directory.empty() ? directory : std::filesystem::absolute(directory);
 }
 
 std::filesystem::path HomeDirectory() {
+    const Guard guard(StateMutex());
     const ServiceState& state = State();
     return state.home.empty() ? ProgramFolder() : state.home;
 }
 
 void SetFileSubstitute(const std::string& name, const std::filesystem::path& file) {
+    const Guard guard(StateMutex());
     if (file.empty()) State().substitutes.erase(name);
     else State().substitutes[name] = file;
 }
 
 ServiceCounts LiveServiceObjects() {
+    const Guard guard(StateMutex());
     const ServiceState& state = State();
     return {state.directories.Count(), state.files.Count(), state.resourceFiles.Count(), int(state.copies.size())};
 }
 
-std::string LastResourceFileError() { return State().lastError; }
+std::string LastResourceFileError() { return tLastError; }
 
 }  // namespace vellux::host
 
 // ---- The exported services ----
 
+using vellux::host::Guard;
 using vellux::host::State;
+using vellux::host::StateMutex;
+using vellux::host::tLastError;
 
 KV_DirectoryRef* KV_GetHomeDirectory() {
     try {
         auto ref = std::make_unique<vellux::host::DirectoryRef>();
         ref->path = vellux::host::HomeDirectory();
+        const Guard guard(StateMutex());
         return State().directories.Add(std::move(ref));
     } catch (...) {
         return nullptr;
     }
 }
 
-void KV_DestroyDirectoryRef(KV_DirectoryRef* iDirectoryRef) { State().directories.Remove(iDirectoryRef); }
+void KV_DestroyDirectoryRef(KV_DirectoryRef* iDirectoryRef) {
+    const Guard guard(StateMutex());
+    State().directories.Remove(iDirectoryRef);
+}
 
 // Every directory reference designates the home folder (the only directory service offered), so
-// a substitute is chosen by the name alone.
+// a substitute is chosen by the name alone: the calling session's own first, then the process's.
 KV_FileRef* KV_MakeFileRef(const KV_DirectoryRef* iDirectoryRef, const char* iNameString, uint32_t iFileType,
                            const char* iExtensionString) {
     try {
+        const Guard guard(StateMutex());
         auto& state = State();
         const auto* directory = state.directories.Find(iDirectoryRef);
         if (directory == nullptr || !vellux::host::IsPlainFileName(iNameString)) return nullptr;
         auto ref = std::make_unique<vellux::host::FileRef>();
+        const vellux::host::HostSession* session = vellux::host::ActiveSession();
+        const std::filesystem::path* own = session != nullptr ? session->FileSubstitute(iNameString) : nullptr;
         const auto substitute = state.substitutes.find(iNameString);
-        ref->path = substitute != state.substitutes.end() ? substitute->second : directory->path / iNameString;
+        ref->path = own != nullptr                          ? *own
+                    : substitute != state.substitutes.end() ? substitute->second
+                                                            : directory->path / iNameString;
         ref->type = iFileType;
         ref->extension = iExtensionString != nullptr ? iExtensionString : "";
         return state.files.Add(std::move(ref));
@@ -143,36 +169,48 @@ KV_FileRef* KV_MakeFileRef(const KV_DirectoryRef* iDirectoryRef, const char* iNa
     }
 }
 
-void KV_DestroyFileRef(KV_FileRef* iFileRef) { State().files.Remove(iFileRef); }
+void KV_DestroyFileRef(KV_FileRef* iFileRef) {
+    const Guard guard(StateMutex());
+    State().files.Remove(iFileRef);
+}
 
 KV_ResourceFile* KV_OpenResourceFile(const KV_FileRef* iFileRef) {
-    auto& state = State();
     try {
-        const auto* file = state.files.Find(iFileRef);
-        if (file == nullptr) {
-            state.lastError = "not a file reference of this host";
-            return nullptr;
+        std::filesystem::path path;
+        {
+            const Guard guard(StateMutex());
+            const auto* file = State().files.Find(iFileRef);
+            if (file == nullptr) {
+                tLastError = "not a file reference of this host";
+                return nullptr;
+            }
+            path = file->path;
         }
         auto open = std::make_unique<vellux::host::OpenResourceFile>();
-        open->contents = vellux::rsc::ReadResourceFile(file->path);
-        KV_ResourceFile* handle = state.resourceFiles.Add(std::move(open));
-        state.lastError.clear();
+        open->contents = vellux::rsc::ReadResourceFile(path);   // outside the lock: the slow part
+        const Guard guard(StateMutex());
+        KV_ResourceFile* handle = State().resourceFiles.Add(std::move(open));
+        tLastError.clear();
         return handle;
     } catch (const std::exception& error) {
-        state.lastError = error.what();
+        tLastError = error.what();
     } catch (...) {
-        state.lastError = "unknown error";
+        tLastError = "unknown error";
     }
     return nullptr;
 }
 
-void KV_CloseResourceFile(KV_ResourceFile* iResourceFile) { State().resourceFiles.Remove(iResourceFile); }
+void KV_CloseResourceFile(KV_ResourceFile* iResourceFile) {
+    const Guard guard(StateMutex());
+    State().resourceFiles.Remove(iResourceFile);
+}
 
 // The plug-in converts what it gets in place, so each call hands out a private copy.
 void* KV_GetResource(KV_ResourceFile* iResourceFile, uint32_t iResourceType, int iResourceID,
                      int32_t* oResourceSize) {
     if (oResourceSize != nullptr) *oResourceSize = 0;
     try {
+        const Guard guard(StateMutex());
         auto& state = State();
         const auto* file = state.resourceFiles.Find(iResourceFile);
         if (file == nullptr || iResourceID < std::numeric_limits<int16_t>::min() ||
@@ -193,4 +231,7 @@ void* KV_GetResource(KV_ResourceFile* iResourceFile, uint32_t iResourceType, int
     }
 }
 
-void KV_ReleaseResource(void* iResource) { State().copies.erase(iResource); }
+void KV_ReleaseResource(void* iResource) {
+    const Guard guard(StateMutex());
+    State().copies.erase(iResource);
+}

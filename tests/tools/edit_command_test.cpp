@@ -20,7 +20,7 @@
 
 #include "kit/host_service_types.h"
 #include "tool_fixture.h"
-#include "tools/vellux/scene.h"
+#include "engine/scene.h"
 #include "tools/vellux/scene_command.h"
 
 namespace {

@@ -17,9 +17,9 @@
 #include <OpenImageIO/imagebufalgo.h>
 
 #include "host/resource_services.h"
-#include "tools/vellux/frame_sequence.h"
+#include "engine/frame_sequence.h"
 #include "tools/vellux/scene_command.h"
-#include "tools/vellux/scene_render.h"
+#include "engine/scene_render.h"
 
 namespace {
 
@@ -229,8 +229,12 @@ TEST_F(SceneTool, MistakesExitOneNamingTheFileOrFrameAndWriteNothing) {
         std::string arguments;
         std::string message;
     } cases[] = {
-        {scene + " --frames 5-3 -o " + Q("f.#.tif"), "--frames: '5-3': the last frame is before the first"},
-        {scene + " --frames 8-11 -o " + Q("f.#.tif"), "--frames: 8-11 is outside the scene's frames 1-10"},
+        {scene + " --frames 5-x -o " + Q("f.#.tif"), "--frames: '5-x' is not a frame list"},
+        {scene + " --frames 1,3,1 -o " + Q("f.#.tif"), "--frames: '1,3,1' names frame 1 twice"},
+        {scene + " --frames 3-99999999 -o " + Q("f.#.tif"), "has a frame number above 9999999"},
+        {scene + " --frames 8-11 -o " + Q("f.#.tif"), "--frames: frame 11 is outside the scene's frames 1-10"},
+        {scene + " --jobs 0 -o " + Q("f.#.tif"), "--jobs: 0 must be at least 1"},
+        {scene + " --colorspace nonsense -o " + Q("f.#.tif"), "--colorspace: 'nonsense' is not a colour space"},
         {scene + " --frames 2-3 -o " + Q("f.tif"), "-o: '" + Path("f.tif").string() + "' has no frame number field"},
         {scene + " -o " + Q("missing/f.#.tif"), Path("missing/f.1.tif").string() + ": cannot create a temporary file"},
         {"render -q --scene " + Q("none.json") + " -o " + Q("f.#.tif"), Path("none.json").string() + ": cannot read"},

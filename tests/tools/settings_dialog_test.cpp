@@ -11,7 +11,7 @@
 #include "host/resource_file.h"
 #include "host/scripted_dialog_runner.h"
 #include "plugin/plugin_data.h"
-#include "tools/vellux/flare_render.h"
+#include "engine/flare.h"
 #include "tools/vellux/render_command.h"
 #include "tools/vellux/settings_command.h"
 #include "tool_fixture.h"
@@ -33,7 +33,8 @@ protected:
 
     void UseTable(const fs::path& table) {
         instance_.reset();
-        UseFlareTable(table);
+        CheckFlareTable(table);
+        host_.SetFileSubstitute("Vellux.rsc", fs::absolute(table));
         instance_.emplace(plugin_, host_);
     }
 

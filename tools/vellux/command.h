@@ -7,7 +7,14 @@
 
 #include <functional>
 
+namespace vellux::engine {}
+namespace vellux::rsc {}
+
 namespace vellux::tool {
+
+// The tool is a front end: the engine's and the resource compiler's names are used as they are.
+using namespace vellux::engine;
+using namespace vellux::rsc;
 
 using Action = std::function<int()>;   // returns the process exit code
 

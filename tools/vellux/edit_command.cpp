@@ -14,8 +14,9 @@
 #include <memory>
 
 #include "host/web_dialog_runner.h"
-#include "tools/vellux/dialog_session.h"
+#include "engine/dialog_session.h"
 #include "tools/vellux/interrupt_guard.h"
+#include "tools/vellux/settings_command.h"
 #include "vellux/plugin_records.h"
 
 extern char** environ;

@@ -16,6 +16,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "engine/plugin_about.h"
 #include "host/plugin_library.h"
 #include "tools/vellux/command.h"
 
@@ -23,22 +24,8 @@ namespace vellux::tool {
 
 void AddInfoCommand(CLI::App& app, Action& action);
 
-struct PluginAbout {
-    IFFType type = 0;
-    int32_t version = 0;
-    std::string name;
-    std::string rights;
-    std::vector<std::string> author;                    // the author text split at '|'
-    std::string description;
-    std::vector<std::pair<IFFType, int32_t>> checks;    // command, CHEK's answer (0: supported)
-};
-
-// Sends INFO and the CHEKs; throws std::runtime_error naming the plug-in when INFO fails.
-PluginAbout AskPlugin(const host::PluginLibrary& plugin);
 std::string AboutText(const PluginAbout& about);
 
-// A length-prefixed Mac OS Roman string as UTF-8 (see above).
-std::string RomanText(const unsigned char* pstr);
 
 }  // namespace vellux::tool
 

@@ -12,7 +12,7 @@
 #include "tools/vellux/info_command.h"
 #include "tools/vellux/render_command.h"
 #include "tools/vellux/rsc_command.h"
-#include "tools/vellux/sample_frame.h"
+#include "tools/vellux/sample_frame_command.h"
 #include "tools/vellux/scene_command.h"
 #include "tools/vellux/settings_command.h"
 

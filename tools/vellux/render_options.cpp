@@ -1,7 +1,9 @@
 #include "tools/vellux/render_options.h"
 
 #include <cmath>
+#include <algorithm>
 #include <stdexcept>
+#include <thread>
 
 namespace vellux::tool {
 
@@ -17,8 +19,12 @@ CLI::Option* AddFrameOptions(CLI::App& render, RenderOptions& options) {
     CLI::Option* scene = frame->add_option("--scene", options.scene, "A scene: render its frames as a sequence")
         ->type_name("SCENE.json");
     frame->require_option(1);
-    render.add_option("--frames", options.frames, "With --scene: only these frames, A-B or N (default: all)")
-        ->type_name("A-B")
+    render.add_option("--frames", options.frames,
+                      "With --scene: only these frames, e.g. 1-48, 1-48x2, 1,5,10-20 (default: all)")
+        ->type_name("LIST")
+        ->needs(scene);
+    render.add_option("--jobs", options.jobs, "With --scene: frames rendered at once (default: the number of cores)")
+        ->type_name("N")
         ->needs(scene);
     render.add_option("-o,--output", options.output,
                       "Image to write; its extension picks the format. With --scene a frame pattern: ####, %04d or %d")
@@ -65,6 +71,10 @@ void AddRunOptions(CLI::App& render, RenderOptions& options) {
         ->check(CLI::IsMember({"composite", "pass"}))
         ->capture_default_str();
     render.add_flag("--half", options.half, "With --mode pass and an .exr output: half floats instead of floats");
+    render.add_option("--colorspace", options.colorspace,
+                      "The plate's colour space (default: linear for float images, sRGB for others); "
+                      "a pass is written in it (default: linear for .exr)")
+        ->type_name("NAME");
     render.add_option("--occlusion", options.occlusion,
                       "Mask image (alpha, else luminance; 1 = hidden): dims the light by the hidden part of its disc")
         ->type_name("MASK");
@@ -111,7 +121,11 @@ RenderRequest CheckRenderOptions(const RenderOptions& options) {
     RenderRequest request;
     request.input = options.input;
     request.scene = options.scene;
-    if (!options.frames.empty()) request.frames = ParseFrameRange("--frames", options.frames);
+    if (!options.frames.empty()) request.frames = ParseFrameList("--frames", options.frames);
+    if (options.jobs && *options.jobs < 1)
+        throw std::invalid_argument("--jobs: " + std::to_string(*options.jobs) + " must be at least 1");
+    request.jobs = options.jobs.value_or(int32_t(std::max(1u, std::thread::hardware_concurrency())));
+    request.colorspace = options.colorspace;
     if (options.input.empty() && options.scene.empty()) request.blackFrame = ParseFrameSize("--size", options.size);
     request.output = options.output;
     TakeLight(options, request);
@@ -125,7 +139,6 @@ RenderRequest CheckRenderOptions(const RenderOptions& options) {
         throw std::invalid_argument("--band-rows: " + std::to_string(*options.bandRows) + " must be at least 1");
     request.bandRows = options.bandRows.value_or(0);
     request.plugin = options.plugin;
-    request.quiet = options.quiet;
     request.passMode = options.mode == "pass";
     request.halfFloat = options.half;
     if (options.half && !request.passMode) throw std::invalid_argument("--half: only with --mode pass");

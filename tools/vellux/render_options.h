@@ -11,11 +11,14 @@
 
 #include <CLI/CLI.hpp>
 
-#include "tools/vellux/frame_sequence.h"
-#include "tools/vellux/option_values.h"
-#include "tools/vellux/plugin_settings.h"
+#include "engine/frame_sequence.h"
+#include "engine/option_values.h"
+#include "engine/plugin_settings.h"
+#include "engine/render_request.h"
 
 namespace vellux::tool {
+
+using namespace vellux::engine;   // the tool is a front end of the engine
 
 // The options as typed.
 struct RenderOptions {
@@ -36,29 +39,8 @@ struct RenderOptions {
     std::string mode = "composite";
     bool half = false;
     std::string occlusion;
-    SettingEdits settings;
-};
-
-// What to render, checked.
-struct RenderRequest {
-    std::filesystem::path input;    // empty: a black frame of blackFrame's size
-    FrameSize blackFrame;
-    std::filesystem::path scene;    // a scene to render as a sequence instead (no input, no light)
-    std::optional<FrameRange> frames;   // with a scene: these of its frames; none: all
-    std::filesystem::path output;   // with a scene: a frame pattern (frame_sequence.h)
-    bool lightIsFraction = true;
-    double lightX = 0.3;            // pixels, or a fraction of the width
-    double lightY = 0.35;           // pixels, or a fraction of the height
-    LightColor color;
-    double intensity = 1.0;
-    double radius = 0.0;            // the light's radius on the frame, pixels
-    std::filesystem::path table;    // empty: the plug-in's own Vellux.rsc
-    int32_t bandRows = 0;           // 0: the whole frame in one generate command
-    std::filesystem::path plugin;   // empty: searched beside the tool
-    bool quiet = false;
-    bool passMode = false;          // the flare alone on black, with alpha, for compositing
-    bool halfFloat = false;         // a pass written as half-float EXR
-    std::filesystem::path occlusion;    // a mask hiding the light: 1 = hidden
+    std::string colorspace;
+    std::optional<int32_t> jobs;
     SettingEdits settings;
 };
 

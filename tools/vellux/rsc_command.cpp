@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "host/resource_file.h"
-#include "tools/vellux/rsc_listing.h"
-#include "tools/vellux/table_export.h"
-#include "tools/vellux/table_source.h"
+#include "host/rsc_listing.h"
+#include "host/table_export.h"
+#include "host/table_source.h"
 
 namespace vellux::tool {
 

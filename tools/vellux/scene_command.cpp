@@ -9,9 +9,9 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "tools/vellux/plugin_location.h"
+#include "engine/plugin_location.h"
 #include "tools/vellux/render_command.h"
-#include "tools/vellux/scene_render.h"
+#include "engine/scene_render.h"
 
 namespace vellux::tool {
 
@@ -132,28 +132,6 @@ void AddSceneCommands(CLI::App& app, Action& action) {
     AddKey(*scene, action);
 }
 
-ControlDataRec DecodeSettings(const SettingsRecord& record) {
-    if (record.bytes.size() != sizeof(ControlDataRec))
-        throw std::runtime_error("the settings record has " + std::to_string(record.bytes.size()) + " bytes, not " +
-                                 std::to_string(sizeof(ControlDataRec)));
-    const bool reverse = record.byteOrder != NativeByteOrder();
-    ControlDataRec c{};
-    auto* out = reinterpret_cast<uint8_t*>(&c);
-    const auto take = [&](size_t offset, size_t size) {
-        std::memcpy(out + offset, record.bytes.data() + offset, size);
-        if (reverse) std::reverse(out + offset, out + offset + size);
-    };
-    take(offsetof(ControlDataRec, ownerType), 4);
-    take(offsetof(ControlDataRec, ownerVersion), 4);
-    for (size_t offset = offsetof(ControlDataRec, flareIntensity); offset <= offsetof(ControlDataRec, flareStreakSharpness);
-         offset += 8)
-        take(offset, 8);
-    for (size_t i = 0; i < 4; ++i) take(offsetof(ControlDataRec, flareRingColor) + 2 * i, 2);
-    take(offsetof(ControlDataRec, flareFlags), 4);
-    take(offsetof(ControlDataRec, flareStarFilter), 4);
-    return c;
-}
-
 std::string SceneListing(const Scene& scene) {
     std::ostringstream out;
     out << "frames    " << scene.firstFrame << "-" << scene.lastFrame << " (" << (int64_t(scene.lastFrame) - scene.firstFrame + 1)
@@ -181,43 +159,6 @@ std::string SceneListing(const Scene& scene) {
     if (scene.settings) ListSettings(*scene.settings, out);
     else out << "settings  none (the plug-in's defaults)\n";
     return out.str();
-}
-
-std::map<std::string, ChannelKeys> ChannelKeysOf(const host::ChannelStore& store) {
-    std::map<std::string, ChannelKeys> channels;
-    for (const SceneChannel& known : SceneChannels()) {
-        for (const host::Channel& channel : store.All()) {
-            if (channel.name != known.name || channel.type != known.type || channel.keys.empty()) continue;
-            ChannelKeys& keys = channels[channel.name];
-            for (const auto& [frame, bytes] : channel.keys) {
-                if (known.type == kChannelReal) {
-                    double value = 0.0;
-                    std::memcpy(&value, bytes.data(), sizeof(value));
-                    keys[frame] = value;
-                } else {
-                    std::array<int16_t, 3> rgb{};
-                    std::memcpy(rgb.data(), bytes.data(), sizeof(rgb));
-                    keys[frame] = rgb;
-                }
-            }
-        }
-    }
-    return channels;
-}
-
-Scene KeySceneFrames(const KeyRequest& request) {
-    const fs::path pluginPath = FindPlugin(request.plugin, RunningToolFolder());
-    if (!request.table.empty()) UseFlareTable(request.table);
-    Scene scene = LoadScene(request.scene);
-    const FrameRange frames = FramesWithin(scene, request.frames, "--frames");
-    SceneSession session(pluginPath, request.scene, scene, {});
-    if (session.host().Channels().All().empty())
-        throw std::runtime_error(request.scene.string() + ": the plug-in published no channels to key (its flare has no elements)");
-    session.instance().UpdateChannels(frames.first, frames.last);
-    scene.channels = ChannelKeysOf(session.host().Channels());
-    session.Finish();
-    WriteSceneFile(request.scene, scene);
-    return scene;
 }
 
 }  // namespace vellux::tool

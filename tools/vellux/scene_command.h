@@ -21,8 +21,9 @@
 
 #include "host/channel_store.h"
 #include "tools/vellux/command.h"
-#include "tools/vellux/frame_sequence.h"
-#include "tools/vellux/scene.h"
+#include "engine/frame_sequence.h"
+#include "engine/scene.h"
+#include "engine/scene_keys.h"
 
 namespace vellux::tool {
 
@@ -30,22 +31,6 @@ void AddSceneCommands(CLI::App& app, Action& action);
 
 // The listing of `scene show`.
 std::string SceneListing(const Scene& scene);
-
-// The settings record's fields in the record's own byte order (reversed when it is not this
-// machine's); throws std::runtime_error for a record of the wrong size.
-ControlDataRec DecodeSettings(const SettingsRecord& record);
-
-// Every key of the plug-in's value channels in `store`, as scene channel keys.
-std::map<std::string, ChannelKeys> ChannelKeysOf(const host::ChannelStore& store);
-
-struct KeyRequest {
-    std::filesystem::path scene;
-    FrameRange frames;
-    std::filesystem::path plugin;   // empty: searched beside the tool
-    std::filesystem::path table;    // empty: the plug-in's own Vellux.rsc
-};
-// The work of `scene key`; returns the keyed scene as written.
-Scene KeySceneFrames(const KeyRequest& request);
 
 }  // namespace vellux::tool
 

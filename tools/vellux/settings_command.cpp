@@ -9,10 +9,10 @@
 #include <OpenImageIO/imagebuf.h>
 
 #include "host/scripted_dialog_runner.h"
-#include "tools/vellux/dialog_session.h"
-#include "tools/vellux/frame_image.h"
-#include "tools/vellux/option_values.h"
-#include "tools/vellux/pending_output.h"
+#include "engine/dialog_session.h"
+#include "engine/frame_image.h"
+#include "engine/option_values.h"
+#include "engine/pending_output.h"
 
 namespace vellux::tool {
 
@@ -109,6 +109,16 @@ void AddCommand(CLI::App& group, const char* name, const char* help, Action& act
 }
 
 }  // namespace
+
+void AddSettingsSourceOptions(CLI::App& command, SettingsSource& source) {
+    CLI::Option* scene = command.add_option("--scene", source.scene, "Scene file whose settings are used (and saved)");
+    CLI::Option* settings =
+        command.add_option("--settings", source.settings, "Settings file used (and saved); made when it does not exist");
+    scene->excludes(settings);
+    command.add_option("--plugin", source.plugin, "The plug-in library (default: Vellux.so beside the tool)");
+    command.add_option("--table", source.table, "Flare table file to use instead of the plug-in's Vellux.rsc");
+}
+
 
 std::string DialogListing(host::Dialog& dialog) {
     std::ostringstream out;

@@ -22,11 +22,15 @@
 #include <CLI/CLI.hpp>
 
 #include "host/dialog_model.h"
+#include "engine/dialog_session.h"
 #include "tools/vellux/command.h"
 
 namespace vellux::tool {
 
 void AddSettingsCommands(CLI::App& app, Action& action);
+
+// --scene, --settings (exclusive), --plugin, --table: where `settings` and `edit` take the record.
+void AddSettingsSourceOptions(CLI::App& command, SettingsSource& source);
 
 // The listing of `settings show`: the dialog's title, then one line per control a person edits.
 std::string DialogListing(host::Dialog& dialog);

@@ -1,0 +1,36 @@
+// Colour spaces of plates and passes, by name, through the image library's colour management
+// (OpenColorIO: the configuration $OCIO names, or the library's built-in one with "linear",
+// "sRGB" and "Rec709").
+//
+// The plug-in paints display-referred levels (16320 is a full 8-bit level). They are right as
+// they are for a display image; for a scene-linear plate the flare is converted from sRGB to the
+// plate's space before it is added, so that it looks the same once the plate is viewed through
+// an sRGB display transform.
+#ifndef VELLUX_ENGINE_COLOUR_H
+#define VELLUX_ENGINE_COLOUR_H
+
+#include <string>
+
+#include <OpenImageIO/imagebuf.h>
+
+namespace vellux::engine {
+
+inline constexpr const char* kDisplaySpace = "sRGB";     // what the plug-in's levels mean
+inline constexpr const char* kLinearSpace = "linear";
+
+// The colour space to use: `requested` when given (throws std::invalid_argument naming `option`
+// and the known spaces unless the configuration knows it), else linear for float pixels and sRGB
+// for integer pixels.
+std::string ChooseColorspace(const std::string& option, const std::string& requested, bool floatPixels);
+
+// Whether a space is the plug-in's own display space, so that its levels need no conversion.
+bool IsDisplaySpace(const std::string& name);
+
+// Converts a float RGBA flare pass from the plug-in's display space to `name`, in place, and
+// recomputes its alpha as max(red, green, blue) clamped to 1; records the space as the image's
+// "oiio:ColorSpace". Throws std::runtime_error with the library's reason.
+void ConvertPass(OIIO::ImageBuf& pass, const std::string& name);
+
+}  // namespace vellux::engine
+
+#endif  // VELLUX_ENGINE_COLOUR_H

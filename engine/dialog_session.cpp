@@ -1,0 +1,109 @@
+// The settings dialog for a scene or a settings file. See dialog_session.h.
+#include "engine/dialog_session.h"
+
+#include <optional>
+#include <stdexcept>
+
+#include "host/host_session.h"
+#include "host/plugin_library.h"
+#include "host/resource_file.h"
+#include "engine/flare_instance.h"
+#include "engine/plugin_location.h"
+#include "engine/flare.h"
+#include "engine/scene.h"
+#include "engine/scene_render.h"
+
+namespace vellux::engine {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Passes everything to the runner it wraps, noting that a dialog was shown at all.
+class ShownTracker : public host::DialogRunner {
+public:
+    explicit ShownTracker(host::DialogRunner& runner) : runner_(runner) {}
+    bool Run(host::Dialog& dialog) override {
+        shown = true;
+        return accepted = runner_.Run(dialog);
+    }
+    bool TrackMouse(host::Control& control, int* x, int* y) override { return runner_.TrackMouse(control, x, y); }
+
+    bool shown = false;
+    bool accepted = false;
+
+private:
+    host::DialogRunner& runner_;
+};
+
+std::optional<SettingsRecord> LoadSettingsFile(const fs::path& path) {
+    std::error_code error;
+    if (!fs::exists(path, error)) return std::nullopt;   // created when the dialog is accepted
+    const SettingsReadResult read = ReadSettingsFile(path);
+    if (!read.errors.empty()) {
+        std::string message = path.string() + ":";
+        for (const SceneError& problem : read.errors) message += "\n  " + problem.Text();
+        throw std::runtime_error(message);
+    }
+    return read.settings;
+}
+
+void SaveSettings(const SettingsSource& source, std::optional<Scene>& scene, const DialogOutcome& outcome) {
+    const SettingsRecord record{NativeByteOrder(), outcome.record};
+    if (scene) {
+        scene->settings = record;
+        if (outcome.channelsReset) scene->channels.clear();
+        WriteSceneFile(source.scene, *scene);
+        return;
+    }
+    const std::string text = WriteSettingsText(record);
+    rsc::WriteFileAtomically(source.settings, std::span(reinterpret_cast<const uint8_t*>(text.data()), text.size()));
+}
+
+}  // namespace
+
+DialogOutcome RunSettingsDialog(const SettingsSource& source, host::DialogRunner& runner, bool save) {
+    FlareSetup setup;
+    setup.plugin = FindPlugin(source.plugin);
+    setup.table = source.table;
+    // The dialog runs on this thread inside the plug-in's call; the one shared copy serves it.
+    setup.copy = host::PluginCopy::shared;
+    std::optional<Scene> scene;
+    std::optional<SettingsRecord> settings;
+    if (!source.scene.empty()) {
+        scene = LoadScene(source.scene);
+        settings = scene->settings;
+    } else if (!source.settings.empty()) {
+        settings = LoadSettingsFile(source.settings);
+    }
+
+    setup.settings = settings;
+    Flare flare(setup);
+    host::HostSession& host = flare.host();
+    PluginInstance& instance = flare.instance();
+    ShownTracker tracker(runner);
+    DialogOutcome outcome;
+    const int resetsBefore = host.channelResets();   // INIT resets them when it defaulted the record
+    {
+        host::ScopedDialogRunner installed(tracker);
+        outcome.result = instance.Interface();
+    }
+    if (const std::exception_ptr failure = host::TakeRunnerFailure()) std::rethrow_exception(failure);
+    outcome.shown = tracker.shown;
+    outcome.accepted = tracker.accepted;
+    outcome.channelsReset = host.channelResets() > resetsBefore;
+    outcome.record = host.controlData();
+    if (!outcome.shown && outcome.result == kNoError)
+        throw std::runtime_error("the flare table file holds no settings dialog (DLOG 16001); the tables built with "
+                                 "the tool carry it");
+    if (outcome.result != kNoError && outcome.result != kUserCanceled)
+        throw instance.Failure(kCmdInterface, outcome.result);
+    instance.Finish();
+    if (save && outcome.accepted && outcome.result == kNoError && source.HasFile()) {
+        SaveSettings(source, scene, outcome);
+        outcome.saved = true;
+    }
+    return outcome;
+}
+
+}  // namespace vellux::engine

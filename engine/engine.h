@@ -1,0 +1,84 @@
+// The Vellux engine: the rendering pipeline behind every front end (the vellux tool, the frei0r
+// filter, the Python module). A front end includes this header and calls what it lists; each
+// section names the header that declares its entries.
+//
+// Common principles
+//   Errors     every failure throws: PluginError (a std::runtime_error with the plug-in's result
+//              code) for a command the plug-in refused, in its own words; std::invalid_argument for
+//              a value out of range, naming the option or field; std::runtime_error for the rest,
+//              naming the file. A front end shows what() as it is.
+//   Threads    a Flare serves one thread at a time; Flares on different threads render at once,
+//              each with its own private copy of the plug-in (the plug-in keeps process statics).
+//   Loading    the engine works however it was loaded: into a program's global scope (the tool)
+//              or a local one (a video host's filter, a Python module); the host's services are
+//              made global before the plug-in is loaded.
+//   Images     OpenImageIO ImageBufs. 8-bit plates go through the plug-in's 32-bit path, 16-bit
+//              ones through its 48-bit path; float plates, and plates in a colour space other than
+//              sRGB, get the flare pass converted into their space and added in float.
+//   Colour     the plug-in paints display-referred (sRGB) levels; a linear plate receives them
+//              converted to linear (OpenColorIO through OpenImageIO).
+#ifndef VELLUX_ENGINE_ENGINE_H
+#define VELLUX_ENGINE_ENGINE_H
+
+// ---- Finding things ----------------------------------------------------------------------------
+#include "engine/plugin_location.h"
+//   FindPlugin(path)                      the plug-in: the path given, else beside the program or this library
+//   PluginFolders()                       where FindPlugin looks
+
+// ---- A flare instance --------------------------------------------------------------------------
+#include "engine/flare.h"
+//   FlareSetup                            plug-in, table, settings record, setting edits, private or shared copy
+//   Flare(setup)                          loads the plug-in, INIT, the edits
+//   Flare::Composite(plate, light, opts)  the plate with the flare, in the plate's pixel type
+//   Flare::Pass(size, light, bands)       the flare alone on black, float RGBA, display-referred
+//   Flare::SetProgress / SetCancel        the plug-in's reports; the flag that stops it
+//   CheckFlareTable(path)                 throws unless the file is a flare table
+#include "engine/flare_instance.h"
+//   FlareLight                            position (pixels), colour, intensity, radius
+//   PluginInstance                        the commands themselves: channels, SETF, GENF, INTF
+#include "engine/plugin_settings.h"
+//   SettingEdits, CheckSettingEdits       changes to the plug-in's settings record, checked
+
+// ---- Images and colour -------------------------------------------------------------------------
+#include "engine/frame_image.h"
+//   FrameImage::Read / Black / FromImage  a plate in the plug-in's terms
+//   CheckFrameMemory(size, bytes, what)   says how much memory a frame needs when there is not enough
+//   CheckOutputFormat(path)               throws unless the image library writes this extension
+#include "engine/flare_pass.h"
+//   RenderFlarePass, CompositeFlarePass   the pass, and plate + pass in float
+//   PassFileType, IsFloatImage, ReadFloatPlate
+#include "engine/colour.h"
+//   ChooseColorspace(option, name, float) the plate's space, by name or by pixel type
+//   ConvertPass(pass, space)              the pass into a colour space, tagged oiio:ColorSpace
+
+// ---- Occlusion ---------------------------------------------------------------------------------
+#include "engine/occlusion.h"
+//   OcclusionMask::Read, OccludedLight    a mask's coverage of the light's disc dims the light
+
+// ---- Scenes ------------------------------------------------------------------------------------
+#include "engine/scene.h"
+//   Scene, ReadSceneFile, WriteSceneFile  a shot: frames, image, light keys, settings, channel keys
+//   LightAt, KeyChannels                  the light at a frame; the scene's keys into the channels
+#include "engine/scene_keys.h"
+//   KeySceneFrames(request)               the settings keyed into the scene's channels
+//   DecodeSettings, ChannelKeysOf         a settings record field by field; keys from the store
+
+// ---- Frames and sequences ----------------------------------------------------------------------
+#include "engine/frame_sequence.h"
+//   FramePattern                          ####, %04d and %d file patterns
+//   ParseFrameList(option, text)          1-48, 1-48x2, 1,5,10-20
+#include "engine/render_request.h"
+//   RenderRequest, RenderReporting        what to render; progress, finished frames, cancel
+#include "engine/frame_render.h"
+//   RenderFlareImage(request, reporting)  one frame from files to a file, written atomically
+#include "engine/scene_render.h"
+//   RenderSceneSequence(request, rep.)    a scene's frames on request.jobs workers, bit-identical to one
+//   SceneSession                          a Flare set up for a scene (channels keyed)
+
+// ---- Settings dialog and the plug-in's description ---------------------------------------------
+#include "engine/dialog_session.h"
+//   RunSettingsDialog(source, runner)     INTF on a scene's or settings file's record, saved on OK
+#include "engine/plugin_about.h"
+//   AskPlugin(library)                    INFO and CHEK
+
+#endif  // VELLUX_ENGINE_ENGINE_H

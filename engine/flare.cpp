@@ -1,0 +1,74 @@
+#include "engine/flare.h"
+
+#include <stdexcept>
+
+#include <OpenImageIO/imagebufalgo.h>
+
+#include "engine/colour.h"
+#include "engine/flare_pass.h"
+#include "host/resource_file.h"
+
+namespace vellux::engine {
+
+namespace {
+
+constexpr int16_t kFlareListId = 1001;
+
+bool IsFloat(const OIIO::ImageSpec& spec) {
+    const auto type = OIIO::TypeDesc::BASETYPE(spec.format.basetype);
+    return type == OIIO::TypeDesc::HALF || type == OIIO::TypeDesc::FLOAT || type == OIIO::TypeDesc::DOUBLE;
+}
+
+}  // namespace
+
+void CheckFlareTable(const std::filesystem::path& table) {
+    const rsc::ResourceFile file = rsc::ReadResourceFile(table);
+    if (file.Find(rsc::TypeCode("FLAR"), kFlareListId) == nullptr)
+        throw std::runtime_error(table.string() + ": not a flare table: it has no FLAR " + std::to_string(kFlareListId));
+}
+
+// The plug-in still asks for Vellux.rsc; this instance's host answers with the chosen table,
+// checked first so that a wrong file gets a message about the file rather than the plug-in's
+// "missing resource".
+Flare::Flare(const FlareSetup& setup) : plugin_(setup.plugin.string(), setup.copy) {
+    if (!setup.table.empty()) {
+        CheckFlareTable(setup.table);
+        host_.SetFileSubstitute("Vellux.rsc", std::filesystem::absolute(setup.table));
+    }
+    if (setup.settings) host_.SetControlData(setup.settings->bytes);
+    instance_.emplace(plugin_, host_);
+    instance_->EditSettings(setup.edits);
+}
+
+void Flare::Paint(FrameImage& image, const FlareLight& light, int32_t bandRows) {
+    PluginPixels pixels = image.ToPlugin();
+    RenderFrame(*instance_, light, pixels, bandRows);
+    image.TakeFromPlugin(pixels);
+}
+
+OIIO::ImageBuf Flare::Pass(FrameSize size, const FlareLight& light, int32_t bandRows) {
+    return RenderFlarePass(*instance_, light, size, bandRows);
+}
+
+OIIO::ImageBuf Flare::Composite(const OIIO::ImageBuf& plate, const FlareLight& light, const FrameOptions& options) {
+    const bool floatPixels = IsFloat(plate.spec());
+    const std::string space = ChooseColorspace("colorspace", options.colorspace, floatPixels);
+    if (!floatPixels && IsDisplaySpace(space)) {
+        FrameImage image = FrameImage::FromImage(plate);
+        Paint(image, light, options.bandRows);
+        return image.image();
+    }
+    OIIO::ImageBuf pass = Pass({plate.spec().width, plate.spec().height}, light, options.bandRows);
+    ConvertPass(pass, space);
+    OIIO::ImageBuf composite = CompositeFlarePass(plate, pass);
+    composite.specmod().attribute("oiio:ColorSpace", space);
+    if (plate.spec().format == OIIO::TypeFloat) return composite;
+    OIIO::ImageBuf typed;
+    if (!OIIO::ImageBufAlgo::copy(typed, composite, plate.spec().format))
+        throw std::runtime_error("cannot convert the composite back: " + typed.geterror());
+    return typed;
+}
+
+void Flare::Finish() { instance_->Finish(); }
+
+}  // namespace vellux::engine

@@ -1,0 +1,81 @@
+// A flare instance: a private copy of the plug-in with its own host session (the two records,
+// the channels, the flare table), started with INIT and the settings asked for. Every front end
+// renders through one; an instance serves one thread at a time, and instances on different
+// threads render at once (each has its own copy of the plug-in's process statics).
+//
+// Errors throw: PluginError (flare_instance.h) for the plug-in's refusals in its own words,
+// std::runtime_error naming the file for everything else.
+#ifndef VELLUX_ENGINE_FLARE_H
+#define VELLUX_ENGINE_FLARE_H
+
+#include <atomic>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include <OpenImageIO/imagebuf.h>
+
+#include "engine/flare_instance.h"
+#include "engine/frame_image.h"
+#include "engine/option_values.h"
+#include "engine/plugin_settings.h"
+#include "engine/scene.h"
+#include "host/host_session.h"
+#include "host/plugin_library.h"
+
+namespace vellux::engine {
+
+struct FlareSetup {
+    std::filesystem::path plugin;                 // the plug-in file (plugin_location.h finds it)
+    std::filesystem::path table;                  // empty: the plug-in's own Vellux.rsc
+    std::optional<SettingsRecord> settings;       // the persistent record to start from; none: defaults
+    SettingEdits edits;                           // then these changes
+    host::PluginCopy copy = host::PluginCopy::private_;
+};
+
+// How a frame is handed to the plug-in and which colour space its plate is in.
+struct FrameOptions {
+    int32_t bandRows = 0;        // 0: the whole frame in one GENF
+    std::string colorspace;      // the plate's; empty: linear for float pixels, sRGB for integers
+};
+
+// Throws naming the file unless it reads as a resource file with the flare list FLAR 1001.
+void CheckFlareTable(const std::filesystem::path& table);
+
+class Flare {
+public:
+    explicit Flare(const FlareSetup& setup);
+    Flare(const Flare&) = delete;
+    Flare& operator=(const Flare&) = delete;
+
+    host::HostSession& host() { return host_; }
+    PluginInstance& instance() { return *instance_; }
+    const std::string& pluginPath() const { return plugin_.path(); }
+
+    // Where the plug-in's progress reports go, and the flag that stops the render when set.
+    void SetProgress(host::ProgressSink sink) { host_.SetProgressSink(std::move(sink)); }
+    void SetCancel(const std::atomic<bool>* flag) { host_.SetInterruptFlag(flag); }
+
+    // The plate with the flare painted in: 8-bit plates through the plug-in's 32-bit path, 16-bit
+    // ones through its 48-bit path, both as they are when the plate is in sRGB; float plates, and
+    // plates in another colour space, get the pass converted to their space and added in float.
+    // The result has the plate's pixel type, its colour as RGB and its alpha kept.
+    OIIO::ImageBuf Composite(const OIIO::ImageBuf& plate, const FlareLight& light, const FrameOptions& options);
+
+    // The flare alone on black as float RGBA (flare_pass.h), in the plug-in's display space.
+    OIIO::ImageBuf Pass(FrameSize size, const FlareLight& light, int32_t bandRows);
+
+    // An image already in the plug-in's terms (frame_image.h), painted in place.
+    void Paint(FrameImage& image, const FlareLight& light, int32_t bandRows);
+
+    void Finish();   // FINI (the destructor sends it too, ignoring the answer)
+
+private:
+    host::PluginLibrary plugin_;
+    host::HostSession host_;
+    std::optional<PluginInstance> instance_;
+};
+
+}  // namespace vellux::engine
+
+#endif  // VELLUX_ENGINE_FLARE_H

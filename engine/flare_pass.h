@@ -1,0 +1,73 @@
+// Flare passes for compositing: the flare rendered alone on black and kept as a float RGBA
+// image, written to a file of its own, or added to a float plate without the plate ever going
+// through the plug-in's 0..1 scale.
+//
+// Sections: the pass; writing images; float plates and the composite.
+//
+// The pass is the plug-in's 48-bit render of a black frame: each channel p / 16320 (so full
+// intensity is 1.0), and alpha = max(red, green, blue) clamped to 1. The colour is therefore
+// premultiplied by that alpha in the usual sense, and both ways of putting the pass over a plate
+// work: "plus" (plate + pass, the plate's alpha kept) is exactly what the plug-in itself does and
+// is the one to use for a flare; "over" (pass + plate x (1 - alpha)) also gives a sensible
+// result, darkening the plate a little under the brightest parts of the flare.
+//
+// Errors throw std::runtime_error naming the file.
+#ifndef VELLUX_ENGINE_FLARE_PASS_H
+#define VELLUX_ENGINE_FLARE_PASS_H
+
+#include <cstdint>
+#include <filesystem>
+
+#include <OpenImageIO/imagebuf.h>
+
+#include "engine/flare_instance.h"
+#include "engine/option_values.h"
+#include "engine/plugin_pixels.h"
+
+namespace vellux::engine {
+
+// The pass ------------------------------------------------------------------------------------
+
+// A 48-bit frame painted onto black, as a float RGBA pass (alpha channel 3).
+OIIO::ImageBuf FlarePassFromPlugin(const PluginPixels& painted);
+
+// Renders the flare onto a black 48-bit frame of this size through `instance` (SETF, then GENF
+// band by band; the caller sends FINI) and returns it as a pass.
+OIIO::ImageBuf RenderFlarePass(PluginInstance& instance, const FlareLight& light, FrameSize size, int32_t bandRows);
+
+// Writing images ------------------------------------------------------------------------------
+
+// How a pass is stored, by the output's extension:
+//   .exr                  32-bit float, or 16-bit half with `halfFloat`
+//   .png, .tif, .tiff     16-bit integers; each format's own alpha convention is left to the
+//                         image library (PNG is stored unassociated and reads back premultiplied)
+// Any other extension, or `halfFloat` with anything but .exr, throws naming the file.
+OIIO::TypeDesc PassFileType(const std::filesystem::path& output, bool halfFloat);
+
+// Writes the pass, atomically (PendingOutput): on any error nothing is left at `output` but what
+// was there before.
+void WriteFlarePass(const OIIO::ImageBuf& pass, const std::filesystem::path& output, bool halfFloat = false);
+
+// Writes any image in `type` (TypeUnknown: the image's own) in the format the extension names,
+// atomically as above.
+void WriteImageFile(const OIIO::ImageBuf& image, const std::filesystem::path& output, OIIO::TypeDesc type);
+
+// Float plates and the composite ---------------------------------------------------------------
+
+// Whether the file's pixels are floating point (half, float, double): such plates are composited
+// in float instead of going through the 48-bit path, which clamps them to 0..1. Reads only the
+// header; throws naming the file if it cannot.
+bool IsFloatImage(const std::filesystem::path& file);
+
+// The plate in float, colour and alpha as stored (as FrameImage::Read reads it); the image's
+// native type stays in nativespec(), for writing the composite back in it.
+OIIO::ImageBuf ReadFloatPlate(const std::filesystem::path& file);
+
+// plate + pass, channel by channel: the plate's colour as RGB (its first three channels that are
+// not alpha, a grey plate's one repeated) plus the pass's RGB, and the plate's alpha, if any,
+// unchanged. Values of the plate outside 0..1 survive. Throws if the sizes differ.
+OIIO::ImageBuf CompositeFlarePass(const OIIO::ImageBuf& plate, const OIIO::ImageBuf& pass);
+
+}  // namespace vellux::engine
+
+#endif  // VELLUX_ENGINE_FLARE_PASS_H

@@ -1,0 +1,213 @@
+#include "engine/frame_image.h"
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <limits>
+
+#include <climits>
+#include <stdexcept>
+#include <vector>
+
+#include <OpenImageIO/imagebufalgo.h>
+#include <OpenImageIO/imageio.h>
+
+namespace vellux::engine {
+
+namespace {
+
+// The image's values of one type, row by row, every channel.
+template <typename Value>
+std::vector<Value> Values(const OIIO::ImageBuf& image) {
+    std::vector<Value> values(image.spec().image_pixels() * size_t(image.nchannels()));
+    image.get_pixels(image.roi(), OIIO::TypeDescFromC<Value>::value(), values.data());
+    return values;
+}
+
+// Colour channels first (the first three that are not alpha, the first repeated when there are
+// fewer), then alpha when the image has it.
+std::vector<int> ChannelOrder(const OIIO::ImageSpec& spec) {
+    std::vector<int> order;
+    for (int c = 0; c < spec.nchannels && order.size() < 3; ++c) {
+        if (c != spec.alpha_channel) order.push_back(c);
+    }
+    if (order.empty()) throw std::runtime_error("it has no colour channel");
+    while (order.size() < 3) order.push_back(order[0]);
+    if (spec.alpha_channel >= 0) order.push_back(spec.alpha_channel);
+    return order;
+}
+
+OIIO::ImageBuf AsRgb(OIIO::ImageBuf image) {
+    const std::vector<int> order = ChannelOrder(image.spec());
+    bool same = int(order.size()) == image.nchannels();
+    for (size_t c = 0; same && c < order.size(); ++c) same = order[c] == int(c);
+    if (same) return image;
+    OIIO::ImageBuf rgb = OIIO::ImageBufAlgo::channels(image, int(order.size()), order);
+    if (rgb.has_error()) throw std::runtime_error(rgb.geterror());
+    return rgb;
+}
+
+// The image library's own debug lines (allocation failures, say) never reach a user's terminal:
+// every failure comes back as a message naming the file instead.
+[[maybe_unused]] const bool kLibraryQuiet = OIIO::attribute("debug", 0);
+
+// What rendering a frame holds at once, per pixel: the image as read, its values unpacked, and the
+// plug-in's pixels.
+double FrameBytesPerPixel(const OIIO::ImageSpec& spec) {
+    return double(spec.nchannels) * double(spec.format.size()) * 3.0 + 6.0 + double(spec.nchannels) * 4.0;
+}
+
+// The library's message for an image, without its trailing line breaks.
+std::string ImageError(const OIIO::ImageBuf& image) {
+    std::string text = image.geterror();
+    OIIO::geterror();   // and the library's pending copy, which it would otherwise print at exit
+    while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
+    return text.empty() ? "unknown error" : text;
+}
+
+void CheckDimensions(int32_t width, int32_t height) {
+    if (width < 1 || height < 1 || width > INT32_MAX / 6)
+        throw std::runtime_error(std::to_string(width) + "x" + std::to_string(height) + " pixels is not a size it can render");
+}
+
+void RequireFile(const std::filesystem::path& file) {
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(file, error))
+        throw std::runtime_error(file.string() + ": " + (std::filesystem::exists(file, error) ? "not a file" : "no such file"));
+}
+
+}  // namespace
+
+void CheckFrameMemory(FrameSize size, double bytesPerPixel, const std::string& what) {
+    const double needed = double(size.width) * double(size.height) * bytesPerPixel;
+    double available = 0.0;
+    std::ifstream meminfo("/proc/meminfo");
+    for (std::string key; meminfo >> key;) {
+        double kib = 0.0;
+        meminfo >> kib;
+        if (key == "MemAvailable:") available = kib * 1024.0;
+        meminfo.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+    }
+    rlimit limit{};
+    if (getrlimit(RLIMIT_AS, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY)
+        available = available > 0.0 ? std::min(available, double(limit.rlim_cur)) : double(limit.rlim_cur);
+    if (available <= 0.0 || needed <= available) return;
+    const auto gib = [](double bytes) {
+        char text[32];
+        std::snprintf(text, sizeof(text), "%.1f GiB", bytes / double(1u << 30));
+        return std::string(text);
+    };
+    throw std::runtime_error(what + ": a " + std::to_string(size.width) + "x" + std::to_string(size.height) +
+                             " frame needs about " + gib(needed) + " of memory, and " + gib(available) +
+                             " is available");
+}
+
+FrameSize ReadImageSize(const std::filesystem::path& file) {
+    RequireFile(file);
+    const auto input = OIIO::ImageInput::open(file.string());
+    if (!input) throw std::runtime_error(file.string() + ": cannot read the image: " + OIIO::geterror());
+    return {input->spec().width, input->spec().height};
+}
+
+FrameImage FrameImage::Read(const std::filesystem::path& file) {
+    RequireFile(file);
+    // Colour as stored: formats that keep alpha unassociated (PNG, most TIFFs) are not
+    // premultiplied on the way in, so the write need not divide it out again.
+    OIIO::ImageSpec config;
+    config.attribute("oiio:UnassociatedAlpha", 1);
+    OIIO::ImageBuf image(file.string(), 0, 0, nullptr, &config);
+    if (!image.init_spec(file.string(), 0, 0))
+        throw std::runtime_error(file.string() + ": cannot read the image: " + ImageError(image));
+    try {
+        CheckDimensions(image.spec().width, image.spec().height);
+    } catch (const std::runtime_error& problem) {
+        throw std::runtime_error(file.string() + ": " + problem.what());
+    }
+    CheckFrameMemory({image.spec().width, image.spec().height}, FrameBytesPerPixel(image.spec()), file.string());
+    if (!image.read(0, 0, true, OIIO::TypeUnknown))
+        throw std::runtime_error(file.string() + ": cannot read the image: " + ImageError(image));
+    try {
+        return FromImage(std::move(image));
+    } catch (const std::runtime_error& problem) {
+        throw std::runtime_error(file.string() + ": " + problem.what());
+    }
+}
+
+FrameImage FrameImage::FromImage(OIIO::ImageBuf image) {
+    CheckDimensions(image.spec().width, image.spec().height);
+    const OIIO::TypeDesc::BASETYPE type = OIIO::TypeDesc::BASETYPE(image.spec().format.basetype);
+    const Kind kind = type == OIIO::TypeDesc::UINT8 ? Kind::bytes : type == OIIO::TypeDesc::UINT16 ? Kind::shorts : Kind::floats;
+    return FrameImage(AsRgb(std::move(image)), kind);
+}
+
+FrameImage FrameImage::Black(FrameSize size) {
+    CheckDimensions(size.width, size.height);
+    CheckFrameMemory(size, 6.0 * 3.0, "--size");
+    OIIO::ImageBuf image(OIIO::ImageSpec(size.width, size.height, 3, OIIO::TypeDesc::UINT16), OIIO::InitializePixels::Yes);
+    return FrameImage(std::move(image), Kind::shorts);
+}
+
+PluginPixels FrameImage::ToPlugin() const {
+    PluginPixels pixels(width(), height(), PluginDepth());
+    const size_t count = size_t(width()) * size_t(height());
+    const size_t channels = size_t(image_.nchannels());
+    if (kind_ == Kind::bytes) {
+        const std::vector<uint8_t> values = Values<uint8_t>(image_);
+        for (size_t i = 0; i < count; ++i) {
+            const uint8_t* in = &values[i * channels];
+            uint8_t* out = &pixels.bytes[i * 4];
+            out[0] = channels > 3 ? in[3] : 255;
+            out[1] = in[0], out[2] = in[1], out[3] = in[2];
+        }
+        return pixels;
+    }
+    const auto fill = [&](const auto& values) {
+        for (size_t i = 0; i < count; ++i)
+            for (int c = 0; c < 3; ++c) pixels.SetChannel48(i, c, ToPluginScale(values[i * channels + size_t(c)]));
+    };
+    if (kind_ == Kind::shorts) fill(Values<uint16_t>(image_));
+    else fill(Values<float>(image_));
+    return pixels;
+}
+
+void FrameImage::TakeFromPlugin(const PluginPixels& painted) {
+    const size_t count = size_t(width()) * size_t(height());
+    const size_t channels = size_t(image_.nchannels());
+    const auto take = [&](auto values, auto back) {
+        for (size_t i = 0; i < count; ++i) {
+            for (int c = 0; c < 3; ++c) {
+                auto& value = values[i * channels + size_t(c)];
+                value = CompositeChannel(value, ToPluginScale(value), painted.Channel48(i, c), back);
+            }
+        }
+        image_.set_pixels(image_.roi(), OIIO::TypeDescFromC<typename decltype(values)::value_type>::value(), values.data());
+    };
+    if (kind_ == Kind::shorts) {
+        take(Values<uint16_t>(image_), FromPluginScale16);
+    } else if (kind_ == Kind::floats) {
+        take(Values<float>(image_), FromPluginScaleFloat);
+    } else {
+        std::vector<uint8_t> values = Values<uint8_t>(image_);
+        for (size_t i = 0; i < count; ++i)
+            for (size_t c = 0; c < 3; ++c) values[i * channels + c] = painted.bytes[i * 4 + 1 + c];
+        image_.set_pixels(image_.roi(), OIIO::TypeDesc::UINT8, values.data());
+    }
+}
+
+void FrameImage::Write(const std::filesystem::path& file, const std::string& format) const {
+    if (!image_.write(file.string(), OIIO::TypeUnknown, format))
+        throw std::runtime_error("cannot write the image: " + image_.geterror());
+}
+
+void CheckOutputFormat(const std::filesystem::path& output) {
+    if (std::filesystem::is_directory(output)) throw std::runtime_error(output.string() + ": is a folder");
+    if (OIIO::ImageOutput::create(output.string()) == nullptr) {
+        OIIO::geterror();   // clear the library's message; ours says it plainly
+        throw std::runtime_error(output.string() + ": no image format is known for the extension '" +
+                                 output.extension().string() + "'");
+    }
+}
+
+}  // namespace vellux::engine

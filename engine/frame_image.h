@@ -1,0 +1,65 @@
+// The picture `vellux render` paints into, as read from an image file or made black, kept in the
+// file's own pixel type (8-bit, 16-bit, or anything else as float), and its way in and out of
+// the plug-in's pixel layout (plugin_pixels.h).
+//
+//   8-bit images      the 32-bit path: a, r, g, b bytes, alpha from the image or 255
+//   16-bit images     the 48-bit path, v x 64 / 257 and back
+//   float and others  the 48-bit path, clamped to 0..1, x 16320 and back
+//
+// The colour is kept as RGB (a grey image has its one channel repeated, so the output is RGB)
+// with the image's alpha, if any, untouched; other channels are not kept. Channels the plug-in
+// leaves as they were keep their exact input values.
+#ifndef VELLUX_ENGINE_FRAME_IMAGE_H
+#define VELLUX_ENGINE_FRAME_IMAGE_H
+
+#include <filesystem>
+#include <string>
+
+#include <OpenImageIO/imagebuf.h>
+
+#include "engine/option_values.h"
+#include "engine/plugin_pixels.h"
+
+namespace vellux::engine {
+
+class FrameImage {
+public:
+    static FrameImage Read(const std::filesystem::path& file);   // throws naming the file
+    static FrameImage Black(FrameSize size);                      // 16-bit RGB
+    static FrameImage FromImage(OIIO::ImageBuf image);            // an image already in memory
+
+    const OIIO::ImageBuf& image() const { return image_; }
+
+    int32_t width() const { return image_.spec().width; }
+    int32_t height() const { return image_.spec().height; }
+    int16_t PluginDepth() const { return kind_ == Kind::bytes ? 32 : 48; }
+
+    PluginPixels ToPlugin() const;
+    void TakeFromPlugin(const PluginPixels& painted);
+
+    // Writes to `file` in the format named by `format` (a format name, an extension, or a file
+    // name whose extension names it), in the image's pixel type where that format has it;
+    // throws with the image library's reason.
+    void Write(const std::filesystem::path& file, const std::string& format) const;
+
+private:
+    enum class Kind { bytes, shorts, floats };
+    FrameImage(OIIO::ImageBuf image, Kind kind) : image_(std::move(image)), kind_(kind) {}
+
+    OIIO::ImageBuf image_;
+    Kind kind_;
+};
+
+// Throws a message naming `what` and the memory a frame of this size needs, at `bytesPerPixel`,
+// when that is more than the machine can give (its available memory and the process's limit).
+void CheckFrameMemory(FrameSize size, double bytesPerPixel, const std::string& what);
+
+// The size of the image in `file`, from its header; throws naming the file as Read does.
+FrameSize ReadImageSize(const std::filesystem::path& file);
+
+// Throws unless the image library can write files with this name's extension.
+void CheckOutputFormat(const std::filesystem::path& output);
+
+}  // namespace vellux::engine
+
+#endif  // VELLUX_ENGINE_FRAME_IMAGE_H

@@ -1,0 +1,62 @@
+#include "engine/option_values.h"
+
+#include <charconv>
+#include <cmath>
+#include <sstream>
+#include <stdexcept>
+
+namespace vellux::engine {
+
+namespace {
+
+std::string Trim(const std::string& text) {
+    const size_t first = text.find_first_not_of(" \t");
+    if (first == std::string::npos) return "";
+    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+[[noreturn]] void Fail(const std::string& option, const std::string& text, const std::string& expected) {
+    throw std::invalid_argument(option + ": '" + text + "' is not " + expected);
+}
+
+template <typename Number>
+bool ParseWhole(const std::string& text, Number& value) {
+    const char* end = text.data() + text.size();
+    const auto [ptr, error] = std::from_chars(text.data(), end, value);
+    return error == std::errc() && ptr == end;
+}
+
+}  // namespace
+
+std::vector<double> ParseNumbers(const std::string& option, const std::string& text, size_t count) {
+    const std::string expected = count == 2 ? "two numbers X,Y" : std::to_string(count) + " numbers separated by commas";
+    std::vector<double> numbers;
+    std::stringstream parts(text);
+    for (std::string part; std::getline(parts, part, ',');) {
+        double value = 0.0;
+        if (!ParseWhole(Trim(part), value) || !std::isfinite(value)) Fail(option, text, expected);
+        numbers.push_back(value);
+    }
+    if (numbers.size() != count || (!text.empty() && text.back() == ',')) Fail(option, text, expected);
+    return numbers;
+}
+
+FrameSize ParseFrameSize(const std::string& option, const std::string& text) {
+    const std::string expected = "a size WxH, e.g. 1920x1080, each from 1 to " + std::to_string(kMaxFrameSide);
+    const size_t x = text.find_first_of("xX");
+    FrameSize size;
+    if (x == std::string::npos || !ParseWhole(text.substr(0, x), size.width) ||
+        !ParseWhole(text.substr(x + 1), size.height))
+        Fail(option, text, expected);
+    if (size.width < 1 || size.height < 1 || size.width > kMaxFrameSide || size.height > kMaxFrameSide)
+        Fail(option, text, expected);
+    return size;
+}
+
+std::string NumberText(double value) {
+    std::ostringstream text;
+    text << value;
+    return text.str();
+}
+
+}  // namespace vellux::engine

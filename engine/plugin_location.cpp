@@ -1,0 +1,53 @@
+#include "engine/plugin_location.h"
+
+#include <dlfcn.h>
+
+#include <stdexcept>
+#include <string>
+
+namespace vellux::engine {
+
+namespace fs = std::filesystem;
+
+std::vector<fs::path> PluginFolders() {
+    std::vector<fs::path> folders;
+    for (const fs::path& base : {RunningToolFolder(), EngineFolder()}) {
+        for (const fs::path& folder : {base, base.parent_path()}) {
+            bool seen = false;
+            for (const fs::path& known : folders) seen = seen || known == folder;
+            if (!seen && !folder.empty()) folders.push_back(folder);
+        }
+    }
+    return folders;
+}
+
+fs::path FindPlugin(const fs::path& requested) {
+    std::error_code error;
+    if (!requested.empty()) {
+        if (fs::is_regular_file(requested, error)) return requested;
+        throw std::runtime_error(requested.string() + ": no such plug-in file (--plugin)");
+    }
+    std::string places;
+    for (const fs::path& folder : PluginFolders()) {
+        const fs::path candidate = folder / kPluginFileName;
+        if (fs::is_regular_file(candidate, error)) return candidate;
+        places += (places.empty() ? "" : ", ") + folder.string();
+    }
+    throw std::runtime_error(std::string("no ") + kPluginFileName + " in " + places + "; give its path with --plugin");
+}
+
+fs::path RunningToolFolder() {
+    std::error_code error;
+    const fs::path self = fs::read_symlink("/proc/self/exe", error);
+    return error ? fs::current_path() : self.parent_path();
+}
+
+fs::path EngineFolder() {
+    Dl_info info{};
+    if (dladdr(reinterpret_cast<void*>(&EngineFolder), &info) == 0 || info.dli_fname == nullptr) return {};
+    std::error_code error;
+    const fs::path library = fs::canonical(info.dli_fname, error);
+    return error ? fs::path(info.dli_fname).parent_path() : library.parent_path();
+}
+
+}  // namespace vellux::engine

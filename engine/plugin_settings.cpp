@@ -1,0 +1,50 @@
+#include "engine/plugin_settings.h"
+
+#include <cmath>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+#include "engine/option_values.h"
+#include "vellux/plugin_records.h"
+
+namespace vellux::engine {
+
+namespace {
+
+void CheckRange(const char* option, const std::optional<double>& value, double min, bool minIncluded, double max) {
+    if (!value) return;
+    const double v = *value;
+    if (std::isfinite(v) && (minIncluded ? v >= min : v > min) && v <= max) return;
+    std::string range = std::string(minIncluded ? "at least " : "more than ") + NumberText(min);
+    if (std::isfinite(max)) range = "from " + NumberText(min) + " to " + NumberText(max);
+    throw std::invalid_argument(std::string(option) + ": " + NumberText(v) + " is out of range (" + range + ")");
+}
+
+}  // namespace
+
+void CheckSettingEdits(const SettingEdits& edits) {
+    constexpr double kNoLimit = HUGE_VAL;
+    CheckRange("--flare-intensity", edits.flareIntensity, 0.0, true, kNoLimit);
+    CheckRange("--dissolve", edits.dissolve, 0.0, true, 1.0);
+    CheckRange("--ring-size", edits.ringSize, 0.0, false, kNoLimit);
+    CheckRange("--streak-density", edits.streakDensity, 0.0, true, kNoLimit);
+}
+
+void ApplySettingEdits(const SettingEdits& edits, std::vector<uint8_t>& controlRecord) {
+    ControlDataRec control;
+    if (controlRecord.size() < sizeof(control))
+        throw std::runtime_error("the plug-in's settings record has " + std::to_string(controlRecord.size()) +
+                                 " bytes, fewer than the " + std::to_string(sizeof(control)) + " it should have");
+    std::memcpy(&control, controlRecord.data(), sizeof(control));
+    if (edits.flareIntensity) control.flareIntensity = *edits.flareIntensity;
+    if (edits.dissolve) control.flareDissolve = *edits.dissolve;
+    if (edits.ringSize) control.flareRingSize = *edits.ringSize;
+    if (edits.streakDensity) control.flareStreakDensity = *edits.streakDensity;
+    if (edits.starFilter) control.flareStarFilter = *edits.starFilter;
+    if (edits.anamorphicStreak) control.flareFlags |= kFlagAnamorphicStreak;
+    if (edits.followLightSize) control.flareFlags |= kFlagFollowLightSize;
+    std::memcpy(controlRecord.data(), &control, sizeof(control));
+}
+
+}  // namespace vellux::engine

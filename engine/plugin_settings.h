@@ -1,0 +1,31 @@
+// Changes to the plug-in's persistent settings record (ControlDataRec) asked for on the command
+// line. The plug-in fills the record with its defaults on INIT; the host edits the fields it was
+// asked to change before SETF, exactly as a host's settings panel would.
+#ifndef VELLUX_ENGINE_PLUGIN_SETTINGS_H
+#define VELLUX_ENGINE_PLUGIN_SETTINGS_H
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+namespace vellux::engine {
+
+struct SettingEdits {
+    std::optional<double> flareIntensity;   // >= 0
+    std::optional<double> dissolve;         // 0 to 1
+    std::optional<double> ringSize;         // > 0, flare units
+    std::optional<double> streakDensity;    // >= 0
+    std::optional<int32_t> starFilter;      // any value; 0 = none
+    bool anamorphicStreak = false;          // sets kFlagAnamorphicStreak
+    bool followLightSize = false;           // sets kFlagFollowLightSize: the glow follows --radius
+};
+
+// Throws std::invalid_argument naming the option when a value is out of range.
+void CheckSettingEdits(const SettingEdits& edits);
+
+// Edits the record in place; throws std::runtime_error when it is smaller than a ControlDataRec.
+void ApplySettingEdits(const SettingEdits& edits, std::vector<uint8_t>& controlRecord);
+
+}  // namespace vellux::engine
+
+#endif  // VELLUX_ENGINE_PLUGIN_SETTINGS_H

@@ -1,0 +1,130 @@
+// Scenes: a shot for the flare as a JSON file. What the shot covers (a frame range and either a
+// frame size or an image sequence), the light animated by keys, the plug-in's persistent
+// settings record as the plug-in wrote it, and keys for the plug-in's animation channels.
+//
+//   {
+//     "frames": {"first": 1, "last": 48},
+//     "image": {"width": 1920, "height": 1080},        // or {"input": "plates/shot.####.exr"}
+//     "light": {"units": "pixels",                      // or "fraction" (of width and height)
+//               "keys": {"1": {"position": [1400.0, 300.0], "color": [255, 255, 255],
+//                              "intensity": 1.0, "radius": 0.0}}},
+//     "settings": {"byteOrder": "little", "hex": "58554c56..."},   // optional
+//     "channels": {"Intensity": {"1": 0.5, "10": 1.0}, "Ring Color": {"1": [20560, 5140, 2570]}}
+//   }
+//
+// Frame numbers (the range and every key) are whole numbers 0 or more, written as keys in plain
+// decimal. Light keys and channel keys interpolate linearly between keys and hold their first and
+// last values outside them (the channels do so in the host's channel store).
+//
+// Reading reports every problem with the JSON path of the value concerned ("light.keys.12.color[1]:
+// must be a whole number in 0..255"); a scene is produced only when there is none. Writing gives
+// one canonical text: a file this code wrote reads and writes back byte for byte.
+#ifndef VELLUX_ENGINE_SCENE_H
+#define VELLUX_ENGINE_SCENE_H
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "host/channel_store.h"
+#include "vellux/plugin_records.h"
+
+namespace vellux::engine {
+
+// ---- The scene ----
+
+enum class LightUnits { pixels, fraction };
+enum class ByteOrder { little, big };
+
+ByteOrder NativeByteOrder();
+
+struct LightKey {
+    double x = 0.0, y = 0.0;                      // in LightUnits, from the top-left, y down
+    std::array<int, 3> color{255, 255, 255};      // red, green, blue, 0..255
+    double intensity = 1.0;                       // 0 or more
+    double radius = 0.0;                          // the light's on-frame radius in pixels, 0 or more
+};
+
+// The light at one frame: the keys interpolated, so the colour is no longer whole.
+struct LightState {
+    double x = 0.0, y = 0.0;
+    std::array<double, 3> color{255.0, 255.0, 255.0};
+    double intensity = 1.0;
+    double radius = 0.0;
+};
+
+// The persistent settings record exactly as the plug-in wrote it, in the byte order of the
+// machine that wrote it (the plug-in converts a record of the other order itself).
+struct SettingsRecord {
+    ByteOrder byteOrder = ByteOrder::little;
+    std::vector<uint8_t> bytes;                   // sizeof(ControlDataRec) bytes
+};
+
+using ChannelValue = std::variant<double, std::array<int16_t, 3>>;   // REAL, CRGB
+using ChannelKeys = std::map<int32_t, ChannelValue>;
+
+struct Scene {
+    int32_t firstFrame = 1;
+    int32_t lastFrame = 1;
+    int32_t width = 0, height = 0;                // the frame size, when `input` is empty
+    std::string input;                            // image sequence: one ####, %d or %0Nd field
+    LightUnits lightUnits = LightUnits::pixels;
+    std::map<int32_t, LightKey> light;            // at least one key
+    std::optional<SettingsRecord> settings;
+    std::map<std::string, ChannelKeys> channels;  // by channel name
+};
+
+LightState LightAt(const Scene& scene, int32_t frame);
+
+// The plug-in's value channels a scene may key, in the plug-in's ID order.
+struct SceneChannel {
+    std::string_view name;
+    int32_t id;
+    IFFType type;
+};
+std::span<const SceneChannel> SceneChannels();
+
+// Keys the published channels of `store` with the scene's channel keys, by name. Returns the
+// names of the scene's channels that the store does not hold.
+std::vector<std::string> KeyChannels(const Scene& scene, host::ChannelStore& store);
+
+// ---- Reading and writing ----
+
+struct SceneError {
+    std::string path;       // "light.keys.12.color[1]"; empty for the text as a whole
+    std::string message;
+    std::string Text() const;   // "path: message"
+};
+
+struct SceneReadResult {
+    std::optional<Scene> scene;       // only when there are no errors
+    std::vector<SceneError> errors;
+};
+
+SceneReadResult ReadScene(std::string_view text);
+SceneReadResult ReadSceneFile(const std::filesystem::path& path);   // an unreadable file is an error
+
+std::string WriteScene(const Scene& scene);
+
+// Settings files: the settings record alone, {"settings": {"byteOrder": ..., "hex": ...}}, read
+// and written by the rules of a scene's "settings".
+struct SettingsReadResult {
+    std::optional<SettingsRecord> settings;   // only when there are no errors
+    std::vector<SceneError> errors;
+};
+SettingsReadResult ReadSettingsText(std::string_view text);
+SettingsReadResult ReadSettingsFile(const std::filesystem::path& path);
+std::string WriteSettingsText(const SettingsRecord& settings);
+// Written under a temporary name and renamed over `path`; throws std::runtime_error on failure.
+void WriteSceneFile(const std::filesystem::path& path, const Scene& scene);
+
+}  // namespace vellux::engine
+
+#endif  // VELLUX_ENGINE_SCENE_H

@@ -1,0 +1,36 @@
+// Keying a scene: the plug-in run as a host runs it (INIT with the scene's settings, ICHN, the
+// scene's keys, UCHN over the frames), and the keys read back from the host's channel store; and
+// reading a settings record field by field.
+#ifndef VELLUX_ENGINE_SCENE_KEYS_H
+#define VELLUX_ENGINE_SCENE_KEYS_H
+
+#include <filesystem>
+#include <map>
+#include <string>
+
+#include "engine/frame_sequence.h"
+#include "engine/scene.h"
+#include "host/channel_store.h"
+#include "vellux/plugin_records.h"
+
+namespace vellux::engine {
+
+// The settings record's fields in the record's own byte order (reversed when it is not this
+// machine's); throws std::runtime_error for a record of the wrong size.
+ControlDataRec DecodeSettings(const SettingsRecord& record);
+
+// Every key of the plug-in's value channels in `store`, as scene channel keys.
+std::map<std::string, ChannelKeys> ChannelKeysOf(const host::ChannelStore& store);
+
+struct KeyRequest {
+    std::filesystem::path scene;
+    FrameRange frames;
+    std::filesystem::path plugin;   // empty: searched beside the tool
+    std::filesystem::path table;    // empty: the plug-in's own Vellux.rsc
+};
+// The work of `scene key`; returns the keyed scene as written.
+Scene KeySceneFrames(const KeyRequest& request);
+
+}  // namespace vellux::engine
+
+#endif  // VELLUX_ENGINE_SCENE_KEYS_H

@@ -1,0 +1,281 @@
+#include "engine/scene_render.h"
+
+#include <algorithm>
+#include <cmath>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "engine/flare_pass.h"
+#include "engine/frame_image.h"
+#include "engine/occlusion.h"
+#include "engine/plugin_location.h"
+#include "engine/colour.h"
+#include "engine/frame_render.h"
+
+namespace vellux::engine {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string SizeText(FrameSize size) { return std::to_string(size.width) + "x" + std::to_string(size.height); }
+
+// The output pattern, checked: a frame field wherever more than one frame is written.
+FramePattern OutputPattern(const fs::path& output, const std::vector<int32_t>& frames) {
+    FramePattern pattern;
+    try {
+        pattern = FramePattern::Parse(output.string());
+    } catch (const std::invalid_argument& error) {
+        throw std::invalid_argument(std::string("-o: ") + error.what());
+    }
+    if (!pattern.HasField() && frames.size() > 1)
+        throw std::invalid_argument("-o: '" + output.string() + "' has no frame number field (####, %04d or %d) for " +
+                                    std::to_string(frames.size()) + " frames");
+    CheckOutputFormat(pattern.For(frames.front()));
+    return pattern;
+}
+
+// An image sequence's pattern, relative to the scene file's folder, with every frame of the range
+// the size of the first; returns that size.
+FrameSize CheckInputFrames(const FramePattern& input, const std::vector<int32_t>& frames) {
+    FrameSize first{};
+    for (const int32_t frame : frames) {
+        const std::string file = input.For(frame);
+        FrameSize size;
+        try {
+            size = ReadImageSize(file);
+        } catch (const std::runtime_error& error) {
+            throw std::runtime_error(std::string(error.what()) + " (frame " + std::to_string(frame) + ")");
+        }
+        if (frame == frames.front()) first = size;
+        else if (size.width != first.width || size.height != first.height)
+            throw std::runtime_error(file + ": frame " + std::to_string(frame) + " is " + SizeText(size) + ", frame " +
+                                     std::to_string(frames.front()) + " is " + SizeText(first) +
+                                     "; every frame of a sequence must have one size");
+    }
+    return first;
+}
+
+}  // namespace
+
+Scene LoadScene(const fs::path& path) {
+    SceneReadResult read = ReadSceneFile(path);
+    if (read.scene) return std::move(*read.scene);
+    std::string message = path.string() + ": ";
+    for (size_t i = 0; i < read.errors.size(); ++i) message += (i > 0 ? "; " : "") + read.errors[i].Text();
+    throw std::runtime_error(message);
+}
+
+FrameRange SceneFrames(const Scene& scene) { return {scene.firstFrame, scene.lastFrame}; }
+
+std::vector<int32_t> FrameListWithin(const Scene& scene, const std::vector<int32_t>& requested, const char* option) {
+    const FrameRange all = SceneFrames(scene);
+    if (requested.empty()) return FramesOf(all);
+    for (const int32_t frame : requested)
+        if (!all.Contains({frame, frame}))
+            throw std::invalid_argument(std::string(option) + ": frame " + std::to_string(frame) +
+                                        " is outside the scene's frames " + RangeText(all));
+    return requested;
+}
+
+FrameRange FramesWithin(const Scene& scene, const std::optional<FrameRange>& requested, const char* option) {
+    const FrameRange all = SceneFrames(scene);
+    if (!requested) return all;
+    if (!all.Contains(*requested))
+        throw std::invalid_argument(std::string(option) + ": " + RangeText(*requested) + " is outside the scene's frames " +
+                                    RangeText(all));
+    return *requested;
+}
+
+// The mask of a frame: a pattern with a frame field names one mask per frame, else one for all.
+std::string MaskFor(const fs::path& mask, int32_t frame) {
+    const FramePattern pattern = FramePattern::Parse(mask.string());
+    return pattern.HasField() ? pattern.For(frame) : mask.string();
+}
+
+FlareLight SceneLightAt(const Scene& scene, int32_t frame, int32_t width, int32_t height) {
+    const LightState state = LightAt(scene, frame);
+    const bool fraction = scene.lightUnits == LightUnits::fraction;
+    const auto byte = [](double value) { return uint8_t(std::lround(std::clamp(value, 0.0, 255.0))); };
+    FlareLight light;
+    light.x = fraction ? state.x * width : state.x;
+    light.y = fraction ? state.y * height : state.y;
+    light.color = {byte(state.color[0]), byte(state.color[1]), byte(state.color[2])};
+    light.intensity = state.intensity;
+    light.radius = state.radius;
+    return light;
+}
+
+FlareSetup SceneSession::WithSceneSettings(FlareSetup setup, const Scene& scene) {
+    if (scene.settings) setup.settings = scene.settings;
+    return setup;
+}
+
+SceneSession::SceneSession(FlareSetup setup, const fs::path& scenePath, const Scene& scene)
+    : flare_(WithSceneSettings(std::move(setup), scene)) {
+    instance().InitializeChannels(scene.firstFrame, scene.lastFrame);
+    const std::vector<std::string> missing = KeyChannels(scene, host().Channels());
+    if (!missing.empty())
+        throw std::runtime_error(scenePath.string() + ": channels." + missing.front() +
+                                 ": the plug-in did not publish this channel (a flare without elements publishes none)");
+}
+
+void SceneSession::Finish() {
+    instance().FinishChannels();
+    flare_.Finish();
+}
+
+namespace {
+
+// What every worker of one sequence shares: the checked request, the frames still to take, and
+// the first failure.
+struct SequenceWork {
+    const RenderRequest& request;
+    const Scene& scene;
+    FrameRange all;
+    std::vector<int32_t> frames;
+    FramePattern output;
+    std::optional<FramePattern> input;
+    FrameSize size;
+
+    std::atomic<size_t> next{0};
+    std::atomic<bool> stop{false};             // every worker's plug-in interrupt flag
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<int32_t> finished;             // frames written, not yet reported
+    std::exception_ptr failure;                // the first frame that failed
+    int running = 0;
+};
+
+// One frame: the channels at the frame, the light, the plate, the flare, the file.
+void RenderSceneFrame(SequenceWork& work, SceneSession& session, int32_t frame) {
+    const RenderRequest& request = work.request;
+    const std::string target = work.output.For(frame);
+    const std::string plateFile = work.input ? work.input->For(frame) : std::string();
+    const bool floatPlate = !plateFile.empty() && !request.passMode && IsFloatImage(plateFile);
+    FlareLight light = SceneLightAt(work.scene, frame, work.size.width, work.size.height);
+    if (!request.occlusion.empty())
+        light = OccludedLight(light, OcclusionMask::Read(MaskFor(request.occlusion, frame), work.size));
+    session.instance().LoadChannels(work.all.first, work.all.last, frame);
+    Flare& flare = session.flare();
+    if (request.passMode) {
+        OIIO::ImageBuf pass = flare.Pass(work.size, light, request.bandRows);
+        const OIIO::TypeDesc type = PassFileType(target, request.halfFloat);
+        ConvertPass(pass, ChooseColorspace("--colorspace", request.colorspace, type != OIIO::TypeUInt16));
+        return WriteFrameFile(pass, target, type, &work.stop);
+    }
+    const OIIO::ImageBuf plate = floatPlate ? ReadFloatPlate(plateFile)
+                                 : plateFile.empty() ? FrameImage::Black(work.size).image()
+                                                     : FrameImage::Read(plateFile).image();
+    if (plate.spec().width != work.size.width || plate.spec().height != work.size.height)   // changed since the check
+        throw std::runtime_error(plateFile + ": frame " + std::to_string(frame) + " is no longer " + SizeText(work.size));
+    const OIIO::ImageBuf result = flare.Composite(plate, light, {request.bandRows, request.colorspace});
+    WriteFrameFile(result, target, floatPlate ? plate.nativespec().format : plate.spec().format, &work.stop);
+}
+
+// A failure's message, naming the frame and its file.
+std::exception_ptr FrameFailure(const std::exception_ptr& caught, int32_t frame, const std::string& target) {
+    const std::string where = "frame " + std::to_string(frame) + " (" + target + ") not written";
+    try {
+        std::rethrow_exception(caught);
+    } catch (const PluginError& error) {
+        return std::make_exception_ptr(PluginError(std::string(error.what()) + "; " + where, error.code));
+    } catch (const std::exception& error) {
+        return std::make_exception_ptr(std::runtime_error(std::string(error.what()) + "; " + where));
+    }
+}
+
+void RunWorker(SequenceWork& work, const FlareSetup& setup) {
+    try {
+        SceneSession session(setup, work.request.scene, work.scene);
+        session.host().SetInterruptFlag(&work.stop);
+        for (size_t i; !work.stop && (i = work.next.fetch_add(1)) < work.frames.size();) {
+            const int32_t frame = work.frames[i];
+            try {
+                RenderSceneFrame(work, session, frame);
+            } catch (...) {
+                if (!work.stop.exchange(true)) {   // the first to fail; the others were stopped by it
+                    const std::lock_guard lock(work.mutex);
+                    work.failure = FrameFailure(std::current_exception(), frame, work.output.For(frame));
+                }
+                break;
+            }
+            const std::lock_guard lock(work.mutex);
+            work.finished.push_back(frame);
+            work.changed.notify_all();
+        }
+        if (!work.stop) session.Finish();
+    } catch (...) {
+        if (!work.stop.exchange(true)) {
+            const std::lock_guard lock(work.mutex);
+            work.failure = std::current_exception();
+        }
+    }
+    const std::lock_guard lock(work.mutex);
+    --work.running;
+    work.changed.notify_all();
+}
+
+void ReportFrame(const RenderReporting& reporting, int32_t frame, int32_t done, int32_t count) {
+    if (reporting.frameDone) reporting.frameDone(frame, done, count);
+    if (!reporting.progress) return;
+    host::ProgressReport report;
+    report.position = float(done) / float(count);
+    report.heading = "Rendering";
+    report.unit = "Frame";
+    report.max = count;
+    report.value = done;
+    reporting.progress(report);
+}
+
+}  // namespace
+
+SequenceResult RenderSceneSequence(const RenderRequest& request, const RenderReporting& reporting) {
+    FlareSetup setup = RequestSetup(request);
+    if (!request.table.empty()) CheckFlareTable(request.table);
+    const Scene scene = LoadScene(request.scene);
+    SequenceWork work{request, scene, SceneFrames(scene), FrameListWithin(scene, request.frames, "--frames"), {}, {}, {}};
+    work.output = OutputPattern(request.output, work.frames);
+    work.size = {scene.width, scene.height};
+    if (!scene.input.empty()) {
+        work.input = FramePattern::Parse((request.scene.parent_path() / scene.input).string());
+        work.size = CheckInputFrames(*work.input, work.frames);
+    }
+    if (!request.colorspace.empty()) ChooseColorspace("--colorspace", request.colorspace, true);
+    if (request.jobs < 1) throw std::invalid_argument("--jobs: " + std::to_string(request.jobs) + " must be at least 1");
+
+    const size_t jobs = std::min(size_t(request.jobs), work.frames.size());
+    work.running = int(jobs);
+    std::vector<std::thread> workers;
+    for (size_t j = 0; j < jobs; ++j) workers.emplace_back(RunWorker, std::ref(work), std::cref(setup));
+
+    // This thread reports finished frames and passes a cancel on to the workers.
+    SequenceResult result;
+    const int32_t count = int32_t(work.frames.size());
+    {
+        std::unique_lock lock(work.mutex);
+        while (work.running > 0 || !work.finished.empty()) {
+            for (const int32_t frame : std::exchange(work.finished, {})) {
+                result.written.push_back(frame);
+                lock.unlock();
+                ReportFrame(reporting, frame, int32_t(result.written.size()), count);
+                lock.lock();
+            }
+            if (reporting.cancel != nullptr && reporting.cancel->load()) work.stop = true;
+            if (work.running > 0) work.changed.wait_for(lock, std::chrono::milliseconds(20));
+        }
+    }
+    for (std::thread& worker : workers) worker.join();
+    if (work.failure) std::rethrow_exception(work.failure);
+    if (work.stop)
+        throw std::runtime_error("interrupted; " + std::to_string(result.written.size()) + " of " +
+                                 std::to_string(count) + " frames written");
+    return result;
+}
+
+}  // namespace vellux::engine

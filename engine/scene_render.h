@@ -1,0 +1,73 @@
+// Rendering a scene (scene.h) frame by frame, as a host renders an animated shot:
+//
+//   INIT with the scene's settings record as the host's persistent record (the plug-in checks
+//   it, and converts one of the other byte order), the settings edits, ICHN over the scene's
+//   frames, the scene's channel keys into the published channels; then for each frame LCHN,
+//   SETF with the scene's light at that frame, GENF band by band, and the frame written
+//   atomically; FCHN, FINI.
+//
+// Every frame depends only on the scene and its frame number, so any list of frames gives the
+// pixels of the same frames of the whole sequence, in any order and on any worker. Before the
+// first frame is painted, the output pattern, the frames and (for an image sequence) every input
+// frame's size are checked, so these mistakes write nothing.
+//
+// Workers: `jobs` threads, each with its own flare instance (a private copy of the plug-in, whose
+// process statics serve one caller at a time), take the next frame from one shared list and hold
+// one frame at a time. A frame that fails, or a cancel, stops every worker at the plug-in's next
+// progress report; the frames already written stay, and no partial file is left.
+#ifndef VELLUX_ENGINE_SCENE_RENDER_H
+#define VELLUX_ENGINE_SCENE_RENDER_H
+
+#include <filesystem>
+#include <optional>
+#include <vector>
+
+#include "engine/flare.h"
+#include "engine/frame_sequence.h"
+#include "engine/render_request.h"
+#include "engine/scene.h"
+
+namespace vellux::engine {
+
+// Reads a scene file; throws std::runtime_error naming the file and every problem in it.
+Scene LoadScene(const std::filesystem::path& path);
+
+// The scene's frames, and requested ones checked to lie within (std::invalid_argument naming
+// `option` otherwise); none requested: all of them.
+FrameRange SceneFrames(const Scene& scene);
+FrameRange FramesWithin(const Scene& scene, const std::optional<FrameRange>& requested, const char* option);
+std::vector<int32_t> FrameListWithin(const Scene& scene, const std::vector<int32_t>& requested, const char* option);
+
+// The scene's light at a frame of this size, in pixels, its colour rounded to whole numbers.
+FlareLight SceneLightAt(const Scene& scene, int32_t frame, int32_t width, int32_t height);
+
+// A flare instance set up for a scene: the scene's settings, the edits, ICHN over the scene's
+// frames and the scene's channel keys in the host's store. Throws PluginError for a plug-in's
+// refusal, and std::runtime_error when a channel of the scene was not published.
+class SceneSession {
+public:
+    SceneSession(FlareSetup setup, const std::filesystem::path& scenePath, const Scene& scene);
+
+    Flare& flare() { return flare_; }
+    host::HostSession& host() { return flare_.host(); }
+    PluginInstance& instance() { return flare_.instance(); }
+    void Finish();   // FCHN, FINI
+
+private:
+    static FlareSetup WithSceneSettings(FlareSetup setup, const Scene& scene);
+    Flare flare_;
+};
+
+// The frames written, in the order they finished.
+struct SequenceResult {
+    std::vector<int32_t> written;
+};
+
+// The request's scene over its frames, written to its output pattern by request.jobs workers
+// (at least 1). Throws after every worker has stopped: the failing frame's message (naming the
+// frame and its file), or "interrupted" after a cancel.
+SequenceResult RenderSceneSequence(const RenderRequest& request, const RenderReporting& reporting = {});
+
+}  // namespace vellux::engine
+
+#endif  // VELLUX_ENGINE_SCENE_RENDER_H

@@ -1,0 +1,175 @@
+// Flare passes: the plug-in's render on black as float RGBA, added to plates, written to files.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <vector>
+
+#include <OpenImageIO/imagebuf.h>
+
+#include "host/host_session.h"
+#include "host/plugin_library.h"
+#include "host/resource_services.h"
+#include "engine/flare_pass.h"
+#include "engine/frame_image.h"
+
+namespace {
+
+using namespace vellux::engine;
+namespace fs = std::filesystem;
+
+std::vector<float> Floats(const OIIO::ImageBuf& image) {
+    std::vector<float> values(image.spec().image_pixels() * size_t(image.nchannels()));
+    image.get_pixels(image.roi(), OIIO::TypeFloat, values.data());
+    return values;
+}
+
+OIIO::ImageBuf FloatImage(int w, int h, int channels, const std::vector<float>& values) {
+    OIIO::ImageSpec layout(w, h, channels, OIIO::TypeFloat);
+    if (channels == 4) layout.alpha_channel = 3;
+    OIIO::ImageBuf image(layout);
+    image.set_pixels(image.roi(), OIIO::TypeFloat, values.data());
+    return image;
+}
+
+class FlarePass : public testing::Test {
+protected:
+    static void SetUpTestSuite() { vellux::host::SetHomeDirectory(VELLUX_COMPILED_TABLES_DIR); }
+    void SetUp() override {
+        dir_ = fs::temp_directory_path() / ("vellux_pass_" + std::to_string(getpid()));
+        fs::create_directories(dir_);
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+
+    // Two pixels painted: one saturating red, one faint and coloured.
+    static OIIO::ImageBuf SyntheticPass() {
+        PluginPixels painted(3, 1, 48);
+        const uint16_t values[2][3] = {{uint16_t(kFullChannel), 8160, 0}, {40, 1632, 816}};
+        for (size_t i = 0; i < 2; ++i)
+            for (int c = 0; c < 3; ++c) painted.SetChannel48(i, c, values[i][c]);
+        return FlarePassFromPlugin(painted);
+    }
+
+    fs::path dir_;
+};
+
+TEST_F(FlarePass, ChannelsAreOnTheUnitScaleAndAlphaIsTheBrightest) {
+    const std::vector<float> v = Floats(SyntheticPass());
+    const std::vector<float> expected = {1.0f, 0.5f, 0.0f, 1.0f, 40 / 16320.0f, 0.1f, 0.05f, 0.1f, 0, 0, 0, 0};
+    ASSERT_EQ(v.size(), expected.size());
+    for (size_t i = 0; i < v.size(); ++i) EXPECT_FLOAT_EQ(v[i], expected[i]) << i;
+}
+
+// The same flare painted straight into a 16-bit plate, and rendered as a pass then added to the
+// plate in float: the two differ only by the plate's trip through the plug-in's scale.
+TEST_F(FlarePass, PassAddedToAPlateMatchesTheFlarePaintedIntoIt) {
+    constexpr int w = 120, h = 80;
+    const FlareLight light{40.0, 30.0, {255, 220, 180}, 1.0, 0.0};
+    std::vector<uint16_t> plate(size_t(w * h * 3));
+    for (size_t i = 0; i < plate.size(); ++i) plate[i] = uint16_t((i * 2654435761u) % 36000u);   // busy, unsaturated
+    OIIO::ImageBuf plateImage(OIIO::ImageSpec(w, h, 3, OIIO::TypeUInt16));
+    plateImage.set_pixels(plateImage.roi(), OIIO::TypeUInt16, plate.data());
+    ASSERT_TRUE(plateImage.write((dir_ / "plate.tif").string()));
+
+    vellux::host::PluginLibrary plugin(VELLUX_PLUGIN_PATH);
+    vellux::host::HostSession host;
+    FrameImage direct = FrameImage::Read(dir_ / "plate.tif");
+    PluginPixels pixels = direct.ToPlugin();
+    OIIO::ImageBuf pass;
+    {
+        PluginInstance instance(plugin, host);
+        RenderFrame(instance, light, pixels, 0);
+        instance.Finish();
+    }
+    {
+        PluginInstance instance(plugin, host);
+        pass = RenderFlarePass(instance, light, {w, h}, 17);
+        instance.Finish();
+    }
+    direct.TakeFromPlugin(pixels);
+    direct.Write(dir_ / "direct.tif", "tif");
+    OIIO::ImageBuf directImage((dir_ / "direct.tif").string());
+    std::vector<uint16_t> painted(plate.size());
+    ASSERT_TRUE(directImage.get_pixels(directImage.roi(), OIIO::TypeUInt16, painted.data()));
+
+    const std::vector<float> composite = Floats(CompositeFlarePass(ReadFloatPlate(dir_ / "plate.tif"), pass));
+    ASSERT_EQ(composite.size(), plate.size());
+    size_t flared = 0, compared = 0;
+    for (size_t i = 0; i < plate.size(); ++i) {
+        if (painted[i] == 65535) continue;   // saturated by the plug-in
+        const long quantised = std::lround(std::min(composite[i], 1.0f) * 65535.0f);
+        ASSERT_LE(std::abs(quantised - long(painted[i])), 2) << i << " plate " << plate[i];
+        flared += painted[i] > plate[i] + 200;
+        ++compared;
+    }
+    EXPECT_GT(flared, plate.size() / 10);   // the flare is really there
+    EXPECT_GT(compared, plate.size() / 2);
+}
+
+TEST_F(FlarePass, FloatPlatesKeepValuesBeyondTheUnitRangeAndTheirAlpha) {
+    const std::vector<float> plate = {3.5f, -0.25f, 0.5f, 0.3f, 12.0f, 1.0f, 0.0f, 0.7f, 0.0f, 0.0f, 0.0f, 0.0f};
+    const fs::path file = dir_ / "plate.exr";
+    ASSERT_TRUE(FloatImage(3, 1, 4, plate).write(file.string(), OIIO::TypeHalf));
+    ASSERT_TRUE(FloatImage(3, 1, 4, plate).write((dir_ / "plate.png").string(), OIIO::TypeUInt16));
+    EXPECT_TRUE(IsFloatImage(file));
+    EXPECT_FALSE(IsFloatImage(dir_ / "plate.png"));
+
+    const OIIO::ImageBuf read = ReadFloatPlate(file);
+    EXPECT_EQ(read.nativespec().format, OIIO::TypeHalf);
+    const std::vector<float> pass = Floats(SyntheticPass());
+    const std::vector<float> out = Floats(CompositeFlarePass(read, SyntheticPass()));
+    ASSERT_EQ(out.size(), plate.size());
+    for (size_t i = 0; i < out.size(); ++i) {
+        const float expected = i % 4 == 3 ? plate[i] : plate[i] + pass[i];
+        EXPECT_NEAR(out[i], expected, std::abs(expected) * 1e-3f) << i;
+    }
+    EXPECT_THROW(CompositeFlarePass(read, FloatImage(2, 1, 4, std::vector<float>(8))), std::runtime_error);
+}
+
+TEST_F(FlarePass, FilesReadBackWithAlphaAndTheirValues) {
+    const OIIO::ImageBuf pass = SyntheticPass();
+    const std::vector<float> expected = Floats(pass);
+    struct Case {
+        const char* name;
+        bool half;
+        OIIO::TypeDesc type;
+        float tolerance;   // relative to 1
+    };
+    for (const Case& c : {Case{"pass.exr", false, OIIO::TypeFloat, 0.0f}, Case{"half.exr", true, OIIO::TypeHalf, 1e-3f},
+                          Case{"pass.png", false, OIIO::TypeUInt16, 4e-5f}, Case{"pass.tif", false, OIIO::TypeUInt16, 2e-5f}}) {
+        const fs::path file = dir_ / c.name;
+        WriteFlarePass(pass, file, c.half);
+        OIIO::ImageBuf back(file.string());
+        ASSERT_TRUE(back.read(0, 0, true, OIIO::TypeFloat)) << back.geterror();
+        EXPECT_EQ(back.nativespec().format, c.type) << c.name;
+        ASSERT_EQ(back.nchannels(), 4) << c.name;
+        EXPECT_EQ(back.spec().alpha_channel, 3) << c.name;
+        const std::vector<float> values = Floats(back);
+        for (size_t i = 0; i < values.size(); ++i)
+            EXPECT_NEAR(values[i], expected[i], c.tolerance) << c.name << " " << i;
+    }
+}
+
+TEST_F(FlarePass, FailedWritesLeaveNothing) {
+    const OIIO::ImageBuf pass = SyntheticPass();
+    const fs::path existing = dir_ / "kept.exr";
+    std::ofstream(existing) << "before";
+    EXPECT_THROW(WriteFlarePass(pass, dir_ / "pass.jpg"), std::runtime_error);        // not a pass format
+    EXPECT_THROW(WriteFlarePass(pass, dir_ / "pass.png", true), std::runtime_error);  // half outside EXR
+    EXPECT_THROW(WriteFlarePass(pass, dir_ / "no" / "pass.exr"), std::runtime_error);
+    EXPECT_THROW(WriteImageFile(OIIO::ImageBuf(), existing, OIIO::TypeFloat), std::runtime_error);
+
+    std::vector<fs::path> left;
+    for (const auto& entry : fs::directory_iterator(dir_)) left.push_back(entry.path());
+    ASSERT_EQ(left, std::vector<fs::path>{existing});
+    std::ifstream in(existing);
+    std::string text;
+    in >> text;
+    EXPECT_EQ(text, "before");
+}
+
+}  // namespace

@@ -1,0 +1,157 @@
+// Pixels on their way into the plug-in's scale and back, through files of each kind.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <vector>
+
+#include <OpenImageIO/imagebuf.h>
+
+#include "engine/frame_image.h"
+#include "engine/plugin_pixels.h"
+
+namespace {
+
+using namespace vellux::engine;
+namespace fs = std::filesystem;
+
+TEST(PluginScale, SixteenBitRoundTripsWithinHalfAStep) {
+    EXPECT_EQ(ToPluginScale(uint16_t(0)), 0);
+    EXPECT_EQ(ToPluginScale(uint16_t(65535)), kFullChannel);
+    uint16_t previous = 0;
+    for (uint32_t v = 0; v <= 65535; ++v) {
+        const uint16_t p = ToPluginScale(uint16_t(v));
+        ASSERT_GE(p, previous);
+        ASSERT_LE(std::abs(int(FromPluginScale16(p)) - int(v)), 2) << v;   // a step is 257 / 64
+        previous = p;
+    }
+    for (uint32_t p = 0; p <= kFullChannel; ++p) ASSERT_EQ(ToPluginScale(FromPluginScale16(uint16_t(p))), p);
+    EXPECT_EQ(FromPluginScale16(uint16_t(kFullChannel)), 65535);
+    EXPECT_EQ(FromPluginScale16(65535), 65535);   // beyond full intensity saturates
+}
+
+TEST(PluginScale, FloatIsClampedToTheUnitRange) {
+    EXPECT_EQ(ToPluginScale(-0.5f), 0);
+    EXPECT_EQ(ToPluginScale(std::nanf("")), 0);
+    EXPECT_EQ(ToPluginScale(7.0f), kFullChannel);
+    EXPECT_EQ(ToPluginScale(0.5f), kFullChannel / 2);
+    for (uint32_t p = 0; p <= kFullChannel; ++p) ASSERT_EQ(ToPluginScale(FromPluginScaleFloat(uint16_t(p))), p);
+}
+
+class FrameImageFile : public testing::Test {
+protected:
+    void SetUp() override {
+        dir_ = fs::temp_directory_path() / ("vellux_frame_" + std::to_string(getpid()));
+        fs::create_directories(dir_);
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+
+    // A w x h image of `channels` channels whose value at index i is values(i).
+    template <typename Value, typename Make>
+    fs::path Write(const std::string& name, int w, int h, int channels, Make values) {
+        OIIO::ImageSpec spec(w, h, channels, OIIO::TypeDescFromC<Value>::value());
+        if (channels == 4 || channels == 2) spec.alpha_channel = channels - 1;
+        spec.attribute("oiio:UnassociatedAlpha", 1);   // store the values as given
+        std::vector<Value> data(size_t(w * h * channels));
+        for (size_t i = 0; i < data.size(); ++i) data[i] = values(i);
+        OIIO::ImageBuf image(spec);
+        image.set_pixels(image.roi(), spec.format, data.data());
+        const fs::path path = dir_ / name;
+        EXPECT_TRUE(image.write(path.string())) << image.geterror();
+        return path;
+    }
+
+    template <typename Value>
+    static std::vector<Value> Read(const fs::path& path, int& channels) {
+        OIIO::ImageSpec config;
+        config.attribute("oiio:UnassociatedAlpha", 1);
+        OIIO::ImageBuf image(path.string(), 0, 0, nullptr, &config);
+        image.read(0, 0, true, OIIO::TypeDescFromC<Value>::value());
+        channels = image.nchannels();
+        std::vector<Value> data(image.spec().image_pixels() * size_t(channels));
+        image.get_pixels(image.roi(), OIIO::TypeDescFromC<Value>::value(), data.data());
+        return data;
+    }
+
+    fs::path dir_;
+};
+
+TEST_F(FrameImageFile, SixteenBitKeepsEveryChannelThePluginLeft) {
+    const fs::path in = Write<uint16_t>("in.tif", 4, 3, 3, [](size_t i) { return uint16_t(i * 4099 + 1); });
+    FrameImage image = FrameImage::Read(in);
+    ASSERT_EQ(image.PluginDepth(), 48);
+    PluginPixels pixels = image.ToPlugin();
+    EXPECT_EQ(pixels.Channel48(5, 1), ToPluginScale(uint16_t(16 * 4099 + 1)));
+    pixels.SetChannel48(5, 1, uint16_t(kFullChannel));   // the flare saturates one channel
+    image.TakeFromPlugin(pixels);
+    image.Write(dir_ / "out.tif", "tif");
+
+    int channels = 0;
+    const std::vector<uint16_t> out = Read<uint16_t>(dir_ / "out.tif", channels);
+    ASSERT_EQ(channels, 3);
+    for (size_t i = 0; i < out.size(); ++i) {
+        if (i == 16) EXPECT_EQ(out[i], 65535);
+        else EXPECT_EQ(out[i], uint16_t(i * 4099 + 1)) << i;   // not just within a step: exact
+    }
+}
+
+TEST_F(FrameImageFile, EightBitPacksAlphaAndKeepsIt) {
+    const fs::path in = Write<uint8_t>("in.png", 2, 2, 4, [](size_t i) { return uint8_t(i * 13); });
+    FrameImage image = FrameImage::Read(in);
+    ASSERT_EQ(image.PluginDepth(), 32);
+    PluginPixels pixels = image.ToPlugin();
+    const uint8_t* first = pixels.Pixel(1, 0);   // the image's pixel 1: r g b a = 52 65 78 91
+    EXPECT_EQ(first[0], 91);
+    EXPECT_EQ(first[1], 52);
+    EXPECT_EQ(first[3], 78);
+    pixels.Pixel(1, 0)[2] = 200;
+    pixels.Pixel(1, 0)[0] = 0;   // whatever happens to the alpha byte, the image keeps its own
+    image.TakeFromPlugin(pixels);
+    image.Write(dir_ / "out.png", "png");
+
+    int channels = 0;
+    const std::vector<uint8_t> out = Read<uint8_t>(dir_ / "out.png", channels);
+    ASSERT_EQ(channels, 4);
+    for (size_t i = 0; i < out.size(); ++i) EXPECT_EQ(out[i], i == 5 ? 200 : uint8_t(i * 13)) << i;
+}
+
+TEST_F(FrameImageFile, GreyFloatBecomesRgbOnTheFloatPath) {
+    const fs::path in = Write<float>("in.exr", 3, 1, 1, [](size_t i) { return float(i) * 0.75f - 0.25f; });
+    FrameImage image = FrameImage::Read(in);
+    ASSERT_EQ(image.PluginDepth(), 48);
+    PluginPixels pixels = image.ToPlugin();
+    EXPECT_EQ(pixels.Channel48(0, 2), 0);                                  // -0.25 clamped
+    EXPECT_EQ(pixels.Channel48(1, 0), ToPluginScale(0.5f));
+    EXPECT_EQ(pixels.Channel48(2, 1), kFullChannel);                       // 1.25 clamped
+    pixels.SetChannel48(1, 0, uint16_t(kFullChannel));
+    image.TakeFromPlugin(pixels);
+    image.Write(dir_ / "out.exr", "exr");
+
+    int channels = 0;
+    const std::vector<float> out = Read<float>(dir_ / "out.exr", channels);
+    ASSERT_EQ(channels, 3);
+    EXPECT_EQ(out[3], 1.0f);      // the changed channel
+    EXPECT_EQ(out[4], 0.5f);      // its neighbours as they were
+    EXPECT_EQ(out[0], -0.25f);    // unchanged channels keep even values outside 0..1
+    EXPECT_EQ(out[8], 1.25f);
+}
+
+TEST_F(FrameImageFile, UnreadableFilesNameTheFile) {
+    const fs::path text = dir_ / "notes.png";
+    std::ofstream(text) << "not an image";
+    for (const fs::path& path : {dir_ / "missing.png", text, dir_}) {
+        try {
+            FrameImage::Read(path);
+            ADD_FAILURE() << path;
+        } catch (const std::runtime_error& error) {
+            EXPECT_EQ(std::string(error.what()).rfind(path.string() + ": ", 0), 0u) << error.what();
+        }
+    }
+    EXPECT_THROW(CheckOutputFormat(dir_ / "out.unknown"), std::runtime_error);
+    EXPECT_NO_THROW(CheckOutputFormat(dir_ / "out.exr"));
+}
+
+}  // namespace
