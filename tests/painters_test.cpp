@@ -222,6 +222,25 @@ TEST(StreakPainter, FortyEightBitFalloffAlongTheStreak) {
     EXPECT_NEAR(f.At48(11, 0)[0], 16320.0 * std::exp(-std::pow(6.0, 1.5)), 1.0);   // no cut-off at 48 bits
 }
 
+// Under a dissolve of 0.5 a streak pixel ends at half a full channel, however bright the streak
+// or the pixel was; the pixels beside the streak keep their value.
+TEST(StreakPainter, DissolveHoldsStreakPixelsUnderItsCeiling) {
+    for (int32_t depth : {48, 32}) {
+        SCOPED_TRACE(depth);
+        Flare f(depth, 3, 1, 0x3F);   // 0x3F3F in a 48-bit channel, 0x3F in a 32-bit one
+        f.control.flareDissolve = 0.5;
+        f.AddStreak(1, 1, 0, 0, 0, {2.0f, 2.0f, 2.0f}, 0.0f);
+        f.Streaks(0);
+        if (depth == 48) {
+            EXPECT_EQ(f.At48(1, 0), (Rgb{8160, 8160, 8160}));
+            EXPECT_EQ(f.At48(2, 0), (Rgb{0x3F3F, 0x3F3F, 0x3F3F}));
+        } else {
+            EXPECT_EQ(f.At32(1, 0), (Argb{0x3F, 127, 127, 127}));   // 255 * 0.5, alpha untouched
+            EXPECT_EQ(f.At32(2, 0), (Argb{0x3F, 0x3F, 0x3F, 0x3F}));
+        }
+    }
+}
+
 TEST(StreakPainter, BrightestOfEachRunOfOneModeIsAdded) {
     struct Shape {
         uint32_t mode;
