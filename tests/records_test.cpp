@@ -244,6 +244,13 @@ TEST_F(PluginTest, InvalidWorkingRecordIsRebuilt) {
     ASSERT_EQ(InitChannels(), kNoError);
     EXPECT_EQ(Fake().reads, 3);
     EXPECT_EQ(data().flareDataSize, F + 16);
+
+    // A block a few bytes short of the record rounds to the same size, but is still too small.
+    PluginInitializeChannelRec block{};
+    block.theInfo = host.Info();
+    block.theInfo.thePluginDataSize -= 3;
+    ASSERT_EQ(host.SendRaw(kCmdInitializeChannel, int32_t(sizeof(block)), &block), kNoError);
+    EXPECT_EQ(Fake().reads, 4);
 }
 
 TEST_F(PluginTest, EveryFailingHostCallStopsTheCheckAndIsReturned) {

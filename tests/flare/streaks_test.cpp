@@ -111,11 +111,11 @@ TEST_F(StreakTest, StarFilterSetsRegularRays) {
 
 TEST_F(StreakTest, RandomSprayFollowsTheDensity) {
     control.flareFlags = kFlagRandomStreaks;
-    control.flareStreakDensity = 0.99;
-    EXPECT_EQ(std::pair(Build(), data->flareStreakCount), std::pair(0, 0));
-    control.flareStreakDensity = 50.0;
-    Make();
-    ASSERT_EQ(Build(), 0);
+    for (auto [density, rays] : {std::pair{0.99, 0}, {1.0, 1}, {50.0, 50}}) {
+        control.flareStreakDensity = density;
+        Make();
+        EXPECT_EQ(std::pair(Build(), data->flareStreakCount), std::pair(0, rays)) << density;
+    }
     ASSERT_EQ(data->flareStreakCount, 50);
     EXPECT_EQ(S(0).streakAngle, float(6.283185307179586 * (12345 * 2.328306436e-10)));
     const double expected[3][3] = {{1.806e-05, 0.18388, 0.0065954}, {5.26204, 0.33750, 0.0071248},
@@ -172,7 +172,7 @@ TEST_F(StreakTest, KindsAreGroupedChainedAndTintedByTheLight) {
     control.flareFlags = kFlagAnamorphicStreak | kFlagRandomStreaks;
     control.flareStarFilter = 4;
     control.flareStreakDensity = 3.0;
-    data->flareLightColor = ARGB{0, 255, 128, 51};
+    data->flareLightColor = ARGB{0, 204, 128, 51};
     ASSERT_EQ(Build(), 0);
     ASSERT_EQ(data->flareStreakCount, 8);
     EXPECT_EQ(std::tie(data->flareStreakFirst, base, size), std::make_tuple(F, F + 8 * kStreak, kTail - 8 * kStreak));
@@ -180,7 +180,7 @@ TEST_F(StreakTest, KindsAreGroupedChainedAndTintedByTheLight) {
     for (int i = 0; i < 8; ++i)
         EXPECT_EQ(std::pair(S(i).streakMode & 3u, S(i).streakNext),
                   std::pair(kinds[i], i < 7 ? F + (i + 1) * kStreak : 0));
-    EXPECT_FLOAT_EQ(S(0).streakColor.r, 0.04f);
+    EXPECT_FLOAT_EQ(S(0).streakColor.r, float(204 / 255.0 * 0.04f));
     EXPECT_FLOAT_EQ(S(0).streakColor.g, float(128 / 255.0 * 0.08f));
     EXPECT_FLOAT_EQ(S(0).streakColor.b, float(51 / 255.0 * 0.32f));
     EXPECT_FLOAT_EQ(S(7).streakColor.g, float(128 / 255.0 * 0.03f));
