@@ -72,13 +72,20 @@ TEST_F(GenerateTest, ChecksTheBlockAndTheBufferFirst) {
     data().flareReset = 1;   // a pending re-layout: only a validated command would run it
     const std::vector<uint8_t> record(host.plugin(), host.plugin() + host.pluginSize());
     const int layouts = Fake().layouts;
-    EXPECT_EQ(Generate(pixels.data(), 24, 0, 0, 4, 10, 48, 61), kIncompatibleRecord);
-    EXPECT_EQ(Generate(pixels.data(), 24, 0, 0, 4, 10, 48, int32_t(sizeof(PluginFlareGenerateRec)) - 1),
-              kIncompatibleRecord);
-    EXPECT_EQ(Generate(pixels.data(), 24, 0, 0, 4, 10, 16), kUnsupportedFeature);
-    EXPECT_EQ(Generate(nullptr, 24, 0, 0, 4, 10, 48), kIncompatibleRecord);
-    EXPECT_EQ(Generate(pixels.data(), 23, 0, 0, 4, 10, 48), kIncompatibleRecord);    // a row is 24 bytes
-    EXPECT_EQ(Generate(pixels.data(), -15, 0, 0, 4, 10, 32), kIncompatibleRecord);   // a row is 16 bytes
+    const int32_t full = int32_t(sizeof(PluginFlareGenerateRec));
+    const struct {
+        uint8_t* base;
+        int32_t rowBytes;
+        int16_t depth;
+        int32_t size, result;
+    } refused[] = {{pixels.data(), 24, 48, 61, kIncompatibleRecord},
+                   {pixels.data(), 24, 48, full - 1, kIncompatibleRecord},
+                   {pixels.data(), 24, 16, full, kUnsupportedFeature},
+                   {nullptr, 24, 48, full, kIncompatibleRecord},
+                   {pixels.data(), 23, 48, full, kIncompatibleRecord},    // a row is 24 bytes
+                   {pixels.data(), -15, 32, full, kIncompatibleRecord}};  // a row is 16 bytes
+    for (const auto& r : refused)
+        EXPECT_EQ(Generate(r.base, r.rowBytes, 0, 0, 4, 10, r.depth, r.size), r.result) << r.rowBytes << " " << r.size;
     EXPECT_TRUE(host.calls.empty());
     EXPECT_EQ(std::vector<uint8_t>(host.plugin(), host.plugin() + host.pluginSize()), record);
     EXPECT_EQ(Fake().layouts, layouts);

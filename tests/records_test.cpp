@@ -1,7 +1,9 @@
 // Validation and sizing of the persistent and working records, observed through Main and the
 // host calls it makes.
+#include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <tuple>
 
 #include "kit/byte_order.h"
 #include "plugin/control_data.h"
@@ -10,6 +12,10 @@
 namespace {
 
 constexpr int32_t F = kPluginDataFixedSize;
+
+// The documented defaults, written out here rather than taken from DefaultControl.
+const ControlDataRec kDefaults{0x564C5558u /* 'VLUX' */, 1, 0.5, 0.0, 1.77, 0.22, 0.0, 50.0, 0.03, 6.0,
+                               ARGB_Color{int16_t(-1), 0x5050, 0x1414, 0x0A0A}, 0x7B000000u, 0};
 
 ControlDataRec Defaults() {
     ControlDataRec control;
@@ -55,34 +61,24 @@ TEST_F(PluginTest, EmptyHostGetsDefaultsChannelResetAndFullRebuild) {
     EXPECT_EQ(host.calls[1].controlSize, int32_t(sizeof(ControlDataRec)));
     EXPECT_EQ(host.calls[3].pluginSize, RoundSize(host.freeSize));   // grown to all there is
     EXPECT_EQ(host.calls[4].pluginSize, F);                            // shrunk to what was used
-    ControlDataRec defaults = Defaults();
     ASSERT_EQ(host.controlSize(), int32_t(sizeof(ControlDataRec)));
-    EXPECT_TRUE(SameBytes(host.control(), &defaults, sizeof(defaults)));
-    EXPECT_EQ(Fake().opens, 1);
-    EXPECT_EQ(Fake().reads, 1);
-    EXPECT_EQ(Fake().layouts, 1);
-    EXPECT_EQ(data().flareElementSize, F);
-    EXPECT_EQ(data().flareDataSize, F);
-    EXPECT_EQ(data().flareReset, 0);
+    EXPECT_TRUE(SameBytes(host.control(), &kDefaults, sizeof(kDefaults)));
+    EXPECT_EQ(std::tie(Fake().opens, Fake().reads, Fake().layouts), std::make_tuple(1, 1, 1));
+    // The rebuilt working record: empty, settled, unit scales, a white light of intensity 1, this host.
+    const PluginDataRec& d = data();
+    EXPECT_EQ(std::tie(d.flareElementSize, d.flareDataSize, d.flareReset, d.flareRingCount, d.flareStreakCount),
+              std::make_tuple(F, F, 0, 0, 0));
+    EXPECT_EQ(std::tie(d.flareXScale, d.flareYScale, d.flareLightIntensity, d.flareLightSize),
+              std::make_tuple(1.0f, 1.0f, 1.0f, 0.0f));
+    EXPECT_EQ(std::tie(d.flareLightColor.a, d.flareLightColor.r, d.flareLightColor.g, d.flareLightColor.b),
+              std::make_tuple(0xFF, 0xFF, 0xFF, 0xFF));
+    EXPECT_TRUE(d.flareHostReference == &host && d.flareHostProc != nullptr && d.flareLabelChannel == nullptr &&
+                d.theInfo == nullptr);
 }
 
-TEST_F(PluginTest, DefaultsAreTheDocumentedSettings) {
-    ControlDataRec control = Defaults();
-    EXPECT_EQ(control.ownerType, 0x564C5558u);  // 'VLUX'
-    EXPECT_EQ(control.ownerVersion, 1);
-    EXPECT_EQ(control.flareIntensity, 0.5);
-    EXPECT_EQ(control.flareDissolve, 0.0);
-    EXPECT_EQ(control.flareAnamorphicFactor, 1.77);
-    EXPECT_EQ(control.flareRingSize, 0.22);
-    EXPECT_EQ(control.flareStreakDensity, 50.0);
-    EXPECT_EQ(control.flareStreakIntensity, 0.03);
-    EXPECT_EQ(control.flareStreakSharpness, 6.0);
-    EXPECT_EQ(uint16_t(control.flareRingColor.alpha), 0xFFFF);
-    EXPECT_EQ(control.flareRingColor.red, 0x5050);
-    EXPECT_EQ(control.flareRingColor.green, 0x1414);
-    EXPECT_EQ(control.flareRingColor.blue, 0x0A0A);
-    EXPECT_EQ(control.flareFlags, 0x7B000000u);
-    EXPECT_EQ(control.flareStarFilter, 0);
+TEST(ControlDefaults, AreTheDocumentedSettings) {
+    const ControlDataRec defaults = Defaults();
+    EXPECT_TRUE(SameBytes(&defaults, &kDefaults, sizeof(defaults)));
 }
 
 TEST_F(PluginTest, SteadyStateMakesNoHostCall) {
@@ -104,67 +100,48 @@ TEST_F(PluginTest, EmptyFlareIsCheckedAgainOnEveryCommand) {
     EXPECT_EQ(host.Selectors(), Seq({kHostFree, kHostAllocate, kHostAllocate}));
 }
 
-TEST_F(PluginTest, ForeignByteOrderIsConvertedInPlaceWithoutReset) {
-    ControlDataRec settings = CustomSettings();
-    ControlDataRec foreign = Foreign(settings);
-    host.SetControl(&foreign, int32_t(sizeof(foreign)));
-    ASSERT_EQ(Init(), kNoError);
-    EXPECT_EQ(host.resets, 0);
-    EXPECT_EQ(host.Selectors(), Seq({kHostFree, kHostAllocate, kHostAllocate}));
-    EXPECT_TRUE(SameBytes(&control(), &settings, sizeof(settings)));
-}
-
-TEST_F(PluginTest, ForeignRecordTooShortIsReplaced) {
-    ControlDataRec foreign = Foreign(CustomSettings());
-    host.SetControl(&foreign, int32_t(sizeof(foreign)) - 8);
-    ASSERT_EQ(Init(), kNoError);
-    EXPECT_EQ(host.resets, 1);
-    ControlDataRec defaults = Defaults();
-    EXPECT_TRUE(SameBytes(&control(), &defaults, sizeof(defaults)));
-}
-
-TEST_F(PluginTest, WrongOwnerOrVersionIsReplacedByDefaults) {
-    for (auto spoil : {+[](ControlDataRec& c) { c.ownerVersion = 2; },
-                       +[](ControlDataRec& c) { c.ownerType = 0x41424344u; },
-                       +[](ControlDataRec& c) { c.ownerVersion = 0x02000000; }}) {
-        TestHost fresh;
-        ControlDataRec control = CustomSettings();
-        spoil(control);
-        fresh.SetControl(&control, int32_t(sizeof(control)));
+// The settings block as the host hands it over: kept (converted from the other byte order when
+// need be) or replaced by the defaults with a channel reset; either way the block ends exactly one
+// record long, and a block of another rounded size is resized before anything is written to it.
+TEST(SettingsBlock, IsKeptConvertedOrReplacedAndSizedToOneRecord) {
+    const ControlDataRec settings = CustomSettings();
+    auto spoiled = [&](void (*spoil)(ControlDataRec&)) {
+        ControlDataRec c = settings;
+        spoil(c);
+        return c;
+    };
+    const int32_t n = int32_t(sizeof(ControlDataRec));
+    const struct {
+        const char* what;
+        ControlDataRec record;
+        int32_t size;
+        bool kept;
+        IFFType first;   // the first host call
+    } cases[] = {
+        {"exact", settings, n, true, kHostFree},
+        {"other byte order", Foreign(settings), n, true, kHostFree},
+        {"92 bytes, rounding to 96", settings, 92, true, kHostAllocate},
+        {"other byte order, too short", Foreign(settings), n - 8, false, kHostResetChannel},
+        {"85 bytes, rounding to 88", settings, 85, false, kHostResetChannel},
+        {"other version", spoiled([](ControlDataRec& c) { c.ownerVersion = 2; }), n, false, kHostResetChannel},
+        {"other owner", spoiled([](ControlDataRec& c) { c.ownerType = 0x41424344u; }), n, false, kHostResetChannel},
+        {"other version, other byte order", spoiled([](ControlDataRec& c) { c.ownerVersion = 0x02000000; }), n,
+         false, kHostResetChannel}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        ResetFake();
+        TestHost host;
+        std::vector<uint8_t> bytes(size_t(std::max(c.size, n)), 0xEE);
+        std::memcpy(bytes.data(), &c.record, sizeof(c.record));
+        host.SetControl(bytes.data(), c.size);
         PluginInitializeRec block{};
-        ASSERT_EQ(fresh.Send(kCmdInitialize, block), kNoError);
-        EXPECT_EQ(fresh.resets, 1);
-        ControlDataRec defaults = Defaults();
-        EXPECT_TRUE(SameBytes(fresh.control(), &defaults, sizeof(defaults)));
+        ASSERT_EQ(host.Send(kCmdInitialize, block), kNoError);
+        ASSERT_FALSE(host.calls.empty());
+        EXPECT_EQ(host.calls[0].selector, c.first);
+        EXPECT_EQ(host.resets, c.kept ? 0 : 1);
+        ASSERT_EQ(host.controlSize(), n);
+        EXPECT_TRUE(SameBytes(host.control(), c.kept ? &settings : &kDefaults, sizeof(settings)));
     }
-}
-
-TEST_F(PluginTest, ControlBlockIsSizedToExactlyOneRecord) {
-    ControlDataRec settings = CustomSettings();
-    std::vector<uint8_t> bytes(92, 0xEE);
-    std::memcpy(bytes.data(), &settings, sizeof(settings));
-    host.SetControl(bytes.data(), 92);   // rounds to 96: resized to 88, values kept
-    ASSERT_EQ(Init(), kNoError);
-    ASSERT_GE(host.calls.size(), 1u);
-    EXPECT_EQ(host.calls[0].selector, kHostAllocate);
-    EXPECT_EQ(host.calls[0].controlSize, int32_t(sizeof(ControlDataRec)));
-    EXPECT_EQ(host.controlSize(), int32_t(sizeof(ControlDataRec)));
-    EXPECT_TRUE(SameBytes(&control(), &settings, sizeof(settings)));
-    EXPECT_EQ(host.resets, 0);
-
-    TestHost exact;
-    exact.SetControl(&settings, int32_t(sizeof(settings)));
-    PluginInitializeRec block{};
-    ASSERT_EQ(exact.Send(kCmdInitialize, block), kNoError);
-    EXPECT_EQ(exact.calls[0].selector, kHostFree);   // the control block was left in place
-}
-
-TEST_F(PluginTest, ShortControlBlockIsNeverWrittenPast) {
-    // 85 bytes round to 88, but defaults of 88 bytes must not land in an 85-byte block.
-    host.SetControlSize(85);
-    ASSERT_EQ(Init(), kNoError);
-    EXPECT_EQ(host.controlSize(), int32_t(sizeof(ControlDataRec)));
-    EXPECT_EQ(host.resets, 1);
 }
 
 TEST_F(PluginTest, HeaderClaimingSizesForNullRecords) {
@@ -177,12 +154,31 @@ TEST_F(PluginTest, HeaderClaimingSizesForNullRecords) {
     EXPECT_EQ(host.controlSize(), int32_t(sizeof(ControlDataRec)));
 }
 
-TEST_F(PluginTest, FreeSizeMustExceedTheFixedPart) {
-    host.freeSize = F;
-    EXPECT_EQ(Init(), kMemoryError);
-    EXPECT_EQ(host.Selectors(), Seq({kHostResetChannel, kHostAllocate, kHostFree}));
-    EXPECT_EQ(Fake().reads, 0);
-
+// Less free memory than the fixed part needs, or than the layout needs, and an allocation the host
+// answers short: result 1, nothing asked after the failing step (RCHN, ALOC of the settings, FREE,
+// then the working record's ALOC), and the table is not read without room for it.
+TEST(WorkingRecord, TooLittleMemoryIsAMemoryError) {
+    const struct {
+        const char* what;
+        int32_t freeSize, shortfall, layoutBytes, reads;
+        size_t calls;
+    } cases[] = {{"free size of the fixed part", F, 0, 0, 0, 3},
+                 {"allocation 8 bytes short", 1 << 20, 8, 0, 0, 4},
+                 {"no room for the layout", F + 32, 0, 64, 1, 4}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        ResetFake();
+        Fake().layoutBytes = c.layoutBytes;
+        TestHost host;
+        host.freeSize = c.freeSize;
+        host.allocateShortfall = c.shortfall;
+        PluginInitializeRec block{};
+        EXPECT_EQ(host.Send(kCmdInitialize, block), kMemoryError);
+        EXPECT_EQ(Fake().reads, c.reads);
+        EXPECT_EQ(host.calls.size(), c.calls);
+    }
+    // One byte more than the fixed part is enough; the block is rounded up to eight.
+    ResetFake();
     TestHost more;
     more.freeSize = F + 1;
     PluginInitializeRec block{};
@@ -270,12 +266,6 @@ TEST_F(PluginTest, EveryFailingHostCallStopsTheCheckAndIsReturned) {
     }
 }
 
-TEST_F(PluginTest, HostGivingLessThanAskedIsAMemoryError) {
-    host.allocateShortfall = 8;
-    EXPECT_EQ(Init(), kMemoryError);
-    EXPECT_EQ(Fake().reads, 0);
-}
-
 TEST_F(PluginTest, TableFailuresLeaveTheRecordUnsettled) {
     Fake().openResult = kMemoryError;
     EXPECT_EQ(Init(), kMemoryError);
@@ -287,20 +277,6 @@ TEST_F(PluginTest, TableFailuresLeaveTheRecordUnsettled) {
     Fake().readResult = kNoError;
     EXPECT_EQ(InitChannels(), kNoError);   // tried again, now it loads
     EXPECT_EQ(Fake().layouts, 1);
-}
-
-TEST_F(PluginTest, LayoutWithoutRoomIsAMemoryError) {
-    host.freeSize = F + 32;
-    Fake().layoutBytes = 64;
-    EXPECT_EQ(Init(), kMemoryError);
-}
-
-TEST_F(PluginTest, NoCallbackMeansNoHostCall) {
-    host.withCallback = false;
-    PluginInitializeChannelRec block{};
-    EXPECT_EQ(host.Send(kCmdInitializeChannel, block), kIncompatibleRecord);
-    EXPECT_TRUE(host.calls.empty());
-    EXPECT_EQ(host.controlSize(), 0);
 }
 
 TEST_F(PluginTest, FalloffTableFollowsExpOfMinusDToTheOnePointFive) {
@@ -319,28 +295,8 @@ TEST_F(PluginTest, FalloffTableFollowsExpOfMinusDToTheOnePointFive) {
     }
 }
 
-TEST_F(PluginTest, RebuiltRecordCarriesTheDocumentedDefaults) {
-    ASSERT_EQ(Init(), kNoError);
-    const PluginDataRec& d = data();
-    EXPECT_EQ(d.flareXScale, 1.0f);
-    EXPECT_EQ(d.flareYScale, 1.0f);
-    EXPECT_EQ(d.flareLightIntensity, 1.0f);
-    EXPECT_EQ(d.flareLightSize, 0.0f);
-    EXPECT_EQ(d.flareHostReference, &host);
-    EXPECT_NE(d.flareHostProc, nullptr);
-    EXPECT_EQ(d.flareLightColor.a, 0xFF);
-    EXPECT_EQ(d.flareLightColor.b, 0xFF);
-    EXPECT_EQ(d.flareLabelChannel, nullptr);
-    EXPECT_EQ(d.theInfo, nullptr);
-    EXPECT_EQ(d.flareRingCount, 0);
-    EXPECT_EQ(d.flareStreakCount, 0);
-}
-
 TEST(SizeRounding, RoundsUpToEightAndHoldsAtTheLimit) {
-    EXPECT_EQ(RoundSize(0), 0);
-    EXPECT_EQ(RoundSize(1), 8);
-    EXPECT_EQ(RoundSize(88), 88);
-    EXPECT_EQ(RoundSize(92), 96);
-    EXPECT_EQ(RoundSize(INT32_MAX), INT32_MAX & ~7);
-    EXPECT_EQ(RoundSize(INT32_MAX - 7), INT32_MAX & ~7);
+    for (auto [size, rounded] : {std::pair{0, 0}, {1, 8}, {88, 88}, {92, 96}, {INT32_MAX, INT32_MAX & ~7},
+                                 {INT32_MAX - 7, INT32_MAX & ~7}})
+        EXPECT_EQ(RoundSize(size), rounded) << size;
 }

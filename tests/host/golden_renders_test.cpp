@@ -84,7 +84,8 @@ std::vector<uint8_t> RenderBands(const RenderJob& job, const std::vector<std::pa
         generate.theInfo = host.Info();
         generate.theFlareBuffer.bufferBase = pixels.data() + size_t(top) * size_t(rowBytes);
         generate.theFlareBuffer.bufferRowBytes = rowBytes;
-        generate.theFlareBuffer.bufferRect = L_Rect{top, 0, bottom, job.width, uint32_t(job.width), uint32_t(bottom - top)};
+        generate.theFlareBuffer.bufferRect =
+            L_Rect{top, 0, bottom, job.width, uint32_t(job.width), uint32_t(bottom - top)};
         generate.theFlareBuffer.bufferDepth = job.depth;
         if (plugin.Call(kCmdGenerate, int32_t(sizeof(generate)), &generate) != kNoError) return {};
     }
@@ -168,7 +169,8 @@ TEST(GoldenRenders, RowsLeftOutBetweenBandsChangeNoOtherRow) {
         // Around the light (row 94): one row left out, then two, then one again.
         for (int32_t gap : {70, 90, 94, 101, 115}) {
             for (int32_t rows : {1, 2}) {
-                SCOPED_TRACE(::testing::Message() << depth << "-bit, rows " << gap << " to " << gap + rows - 1 << " left out");
+                SCOPED_TRACE(::testing::Message() << depth << "-bit, rows " << gap << " to " << gap + rows - 1
+                                                  << " left out");
                 const std::vector<uint8_t> banded = RenderBands(job, {{0, gap}, {gap + rows, 150}, {150, job.height}});
                 ASSERT_EQ(banded.size(), whole.size());
                 std::vector<uint8_t> expected = whole;
