@@ -81,25 +81,6 @@ TEST(ControlDefaults, AreTheDocumentedSettings) {
     EXPECT_TRUE(SameBytes(&defaults, &kDefaults, sizeof(defaults)));
 }
 
-TEST_F(PluginTest, SteadyStateMakesNoHostCall) {
-    Fake().layoutBytes = 64;
-    ASSERT_EQ(Init(), kNoError);
-    EXPECT_EQ(host.pluginSize(), F + 64);
-    host.ClearLog();
-    ASSERT_EQ(InitChannels(), kNoError);
-    ASSERT_EQ(LoadChannels(3), kNoError);
-    EXPECT_TRUE(host.calls.empty());
-    EXPECT_EQ(Fake().layouts, 1);
-}
-
-TEST_F(PluginTest, EmptyFlareIsCheckedAgainOnEveryCommand) {
-    // With nothing laid out the record never grows past F, so it never counts as settled.
-    ASSERT_EQ(Init(), kNoError);
-    host.ClearLog();
-    ASSERT_EQ(InitChannels(), kNoError);
-    EXPECT_EQ(host.Selectors(), Seq({kHostFree, kHostAllocate, kHostAllocate}));
-}
-
 // The settings block as the host hands it over: kept (converted from the other byte order when
 // need be) or replaced by the defaults with a channel reset; either way the block ends exactly one
 // record long, and a block of another rounded size is resized before anything is written to it.
@@ -187,32 +168,51 @@ TEST(WorkingRecord, TooLittleMemoryIsAMemoryError) {
     EXPECT_EQ(more.calls[3].pluginSize, F + 8);
 }
 
-TEST_F(PluginTest, ResetFlareColorsRelaysOutWithoutReloading) {
-    Fake().layoutBytes = 40;
-    ASSERT_EQ(Init(), kNoError);
-    host.ClearLog();
-    ResetFlareColors();   // the statics still describe the host's records after the last call
-    ASSERT_EQ(InitChannels(), kNoError);
-    EXPECT_EQ(host.Selectors(), Seq({kHostFree, kHostAllocate, kHostAllocate}));
-    EXPECT_EQ(host.calls[2].pluginSize, RoundSize(F + 40));
-    EXPECT_EQ(Fake().opens, 1);
-    EXPECT_EQ(Fake().layouts, 2);
-}
-
-TEST_F(PluginTest, ResetFlareElementsReloadsTheTable) {
-    Fake().ringCount = 3;
-    ASSERT_EQ(Init(), kNoError);
-    EXPECT_EQ(data().flareRingCount, 3);
-    host.ClearLog();
-    ResetFlareElements();
-    EXPECT_EQ(data().flareRingCount, 0);
-    ASSERT_EQ(Validate(), kNoError);
-    EXPECT_EQ(Fake().opens, 2);
-    EXPECT_EQ(Fake().reads, 2);
-    EXPECT_EQ(data().flareRingCount, 3);
-    EXPECT_EQ(data().flareElementSize, F + 3 * int32_t(sizeof(RingElement)));
-    EXPECT_EQ(host.calls.front().selector, kHostFree);
-    EXPECT_EQ(host.calls.back().pluginSize, RoundSize(data().flareDataSize));
+// The next command after the working record was left in some state: nothing at all when a
+// flare is laid out and settled; otherwise a new layout (FREE, then ALOC to all there is and
+// back to what was used), with the table read again when the elements were reset or the record
+// does not fit its block. Either way the block ends the size of the record.
+TEST(WorkingRecord, NextCommandRedoesOnlyWhatIsStale) {
+    const struct {
+        const char* what;
+        int32_t rings, layoutBytes;
+        void (*leave)(PluginDataRec&, int32_t blockSize);
+        int32_t reportedShortfall;   // the next header reports the block this much smaller
+        bool settled;
+        int reads;
+    } cases[] = {
+        {"settled", 3, 64, [](PluginDataRec&, int32_t) {}, 0, true, 1},
+        {"nothing laid out", 0, 0, [](PluginDataRec&, int32_t) {}, 0, false, 1},
+        {"colours reset", 3, 40, [](PluginDataRec&, int32_t) { ResetFlareColors(); }, 0, false, 1},
+        {"elements reset", 3, 40, [](PluginDataRec&, int32_t) { ResetFlareElements(); }, 0, false, 2},
+        {"data size below the elements", 3, 16,
+         [](PluginDataRec& d, int32_t) { d.flareDataSize = d.flareElementSize - 8; }, 0, false, 2},
+        {"data size past the block", 3, 16, [](PluginDataRec& d, int32_t size) { d.flareDataSize = size + 64; }, 0,
+         false, 2},
+        {"block 3 bytes short, same rounded size", 0, 16, [](PluginDataRec&, int32_t) {}, 3, false, 2}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        ResetFake();
+        Fake().ringCount = c.rings;
+        Fake().layoutBytes = c.layoutBytes;
+        TestHost host;
+        PluginInitializeRec init{};
+        ASSERT_EQ(host.Send(kCmdInitialize, init), kNoError);
+        host.ClearLog();
+        c.leave(*reinterpret_cast<PluginDataRec*>(host.plugin()), host.pluginSize());
+        PluginFlareGenerateRec block{};   // an empty buffer: the command only checks the records
+        block.theInfo = host.Info();
+        block.theInfo.thePluginDataSize -= c.reportedShortfall;
+        ASSERT_EQ(RoundSize(block.theInfo.thePluginDataSize), host.pluginSize());
+        block.theFlareBuffer.bufferDepth = 48;
+        ASSERT_EQ(host.SendRaw(kCmdGenerate, int32_t(sizeof(block)), &block), kNoError);
+        EXPECT_EQ(host.Selectors(), c.settled ? Seq({}) : Seq({kHostFree, kHostAllocate, kHostAllocate}));
+        EXPECT_EQ(std::tie(Fake().reads, Fake().layouts), std::make_tuple(c.reads, c.settled ? 1 : 2));
+        const auto& d = *reinterpret_cast<const PluginDataRec*>(host.plugin());
+        EXPECT_EQ(d.flareRingCount, c.rings);
+        EXPECT_EQ(d.flareDataSize, F + c.rings * int32_t(sizeof(RingElement)) + c.layoutBytes);
+        EXPECT_EQ(host.pluginSize(), RoundSize(d.flareDataSize));
+    }
 }
 
 TEST_F(PluginTest, ResetRequestsIgnoreAMissingOrShortRecord) {
@@ -227,26 +227,6 @@ TEST_F(PluginTest, ResetRequestsIgnoreAMissingOrShortRecord) {
     ResetFlareElements();
     ResetFlareColors();
     EXPECT_EQ(small, std::vector<uint8_t>(64, 0x11));
-}
-
-TEST_F(PluginTest, InvalidWorkingRecordIsRebuilt) {
-    Fake().layoutBytes = 16;
-    ASSERT_EQ(Init(), kNoError);
-    data().flareDataSize = data().flareElementSize - 8;   // inconsistent
-    ASSERT_EQ(InitChannels(), kNoError);
-    EXPECT_EQ(Fake().reads, 2);
-
-    data().flareDataSize = host.pluginSize() + 64;          // claims more than the block holds
-    ASSERT_EQ(InitChannels(), kNoError);
-    EXPECT_EQ(Fake().reads, 3);
-    EXPECT_EQ(data().flareDataSize, F + 16);
-
-    // A block a few bytes short of the record rounds to the same size, but is still too small.
-    PluginInitializeChannelRec block{};
-    block.theInfo = host.Info();
-    block.theInfo.thePluginDataSize -= 3;
-    ASSERT_EQ(host.SendRaw(kCmdInitializeChannel, int32_t(sizeof(block)), &block), kNoError);
-    EXPECT_EQ(Fake().reads, 4);
 }
 
 TEST_F(PluginTest, EveryFailingHostCallStopsTheCheckAndIsReturned) {
