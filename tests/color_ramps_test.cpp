@@ -74,16 +74,13 @@ TEST(ColorRamps, StopsInsideAnEntryAddTheirColourOnce) {
 TEST(ColorRamps, NothingToDrawLeavesTheTableUntouched) {
     const std::vector<ElementColor> fade = {Grey(0.0f, 16320), Grey(1.0f, 0)};
     const std::vector<Entry> untouched(5, Entry{1, 1, 1});
-    Sampled s = Sample(fade, 4.0f, 1.0f, FlareColor{0, 0, 0});
-    EXPECT_FALSE(s.result);
-    EXPECT_EQ(s.entries, untouched);
-    s = Sample(fade, 4.0f, 0.0f, kWhite);
-    EXPECT_FALSE(s.result);
-    EXPECT_EQ(s.entries, untouched);
-    s = Sample({}, 4.0f, 1.0f, kWhite);                // no stops: no table
-    EXPECT_FALSE(s.result);
-    EXPECT_EQ(s.entries, untouched);
-    s = Sample({Grey(0.0f, 0), Grey(1.0f, 0)}, 4.0f, 1.0f, kWhite);   // all black: written, but false
+    // A black tint, no intensity, no stops at all.
+    for (const Sampled& s : {Sample(fade, 4.0f, 1.0f, FlareColor{0, 0, 0}), Sample(fade, 4.0f, 0.0f, kWhite),
+                             Sample({}, 4.0f, 1.0f, kWhite)}) {
+        EXPECT_FALSE(s.result);
+        EXPECT_EQ(s.entries, untouched);
+    }
+    Sampled s = Sample({Grey(0.0f, 0), Grey(1.0f, 0)}, 4.0f, 1.0f, kWhite);   // all black: written, but false
     EXPECT_FALSE(s.result);
     EXPECT_EQ(s.entries, std::vector<Entry>(5, E(0)));
 }

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <tuple>
 
 #include "fake_services/fake_dialog_host.h"
 #include "plugin/commands.h"
@@ -40,17 +41,17 @@ TEST_F(PluginTest, CheckAnswersForTheTwelveCommandsOnly) {
 }
 
 TEST(Describe, GivesTheResultTexts) {
-    EXPECT_EQ(Describe(0), "No plug-in error");
-    EXPECT_EQ(Describe(1), "Plug-in could not allocate needed memory");
-    EXPECT_EQ(Describe(2), "Unsupported plug-in command was received");
-    EXPECT_EQ(Describe(3), "Incompatible plug-in parameter record was received");
-    EXPECT_EQ(Describe(4), "The user canceled the plug-in operation");
-    EXPECT_EQ(Describe(5), "A plug-in command was received out of sequence");
-    EXPECT_EQ(Describe(6), "Plug-in could not get a required resource");
-    EXPECT_EQ(Describe(8), "A requested plug-in feature or mode is not supported");
-    EXPECT_EQ(Describe(7), "");
-    EXPECT_EQ(Describe(9), "");
-    EXPECT_EQ(Describe(-1), "");
+    const std::pair<int32_t, const char*> texts[] = {
+        {0, "No plug-in error"},
+        {1, "Plug-in could not allocate needed memory"},
+        {2, "Unsupported plug-in command was received"},
+        {3, "Incompatible plug-in parameter record was received"},
+        {4, "The user canceled the plug-in operation"},
+        {5, "A plug-in command was received out of sequence"},
+        {6, "Plug-in could not get a required resource"},
+        {8, "A requested plug-in feature or mode is not supported"},
+        {7, ""}, {9, ""}, {-1, ""}};
+    for (auto [code, text] : texts) EXPECT_EQ(Describe(code), text) << code;
 
     PluginDescribeRec block{};
     block.theResult = 8;
@@ -100,17 +101,22 @@ TEST_F(PluginTest, TableFileNeverStaysOpenAfterACommand) {
     EXPECT_EQ(fake_host::Log().strayCalls, 0);
 }
 
+// Without a callback every command that needs the host is refused before it touches anything;
+// CHCK needs none.
 TEST_F(PluginTest, MissingCallback) {
     host.withCallback = false;
     PluginInitializeRec init{};
     PluginFinishRec finish{};
     PluginFlareSetupRec setup{};
+    PluginInitializeChannelRec channels{};
     PluginCheckRec check{};
     check.theCommand = kCmdInitialize;
     EXPECT_EQ(host.Send(kCmdInitialize, init), kIncompatibleRecord);
     EXPECT_EQ(host.Send(kCmdFinish, finish), kIncompatibleRecord);
     EXPECT_EQ(host.Send(kCmdSetup, setup), kIncompatibleRecord);
-    EXPECT_EQ(host.Send(kCmdCheck, check), kNoError);   // needs no host
+    EXPECT_EQ(host.Send(kCmdInitializeChannel, channels), kIncompatibleRecord);
+    EXPECT_EQ(host.Send(kCmdCheck, check), kNoError);
+    EXPECT_TRUE(host.calls.empty());
     EXPECT_EQ(host.controlSize(), 0);
     host.withCallback = true;
     EXPECT_EQ(host.Send(kCmdFinish, finish), kNoError);
@@ -167,22 +173,14 @@ TEST_F(PluginTest, SetupTakesTheFrameIn) {
     host.ClearLog();
     ASSERT_EQ(host.Send(kCmdSetup, setup), kNoError);
     const PluginDataRec& d = data();
-    EXPECT_EQ(d.flareRect.left, 20);
-    EXPECT_EQ(d.flareRect.top, 10);
-    EXPECT_EQ(d.flareRect.right, 220);
-    EXPECT_EQ(d.flareRect.bottom, 110);
-    EXPECT_EQ(d.flareRect.width, 200u);
-    EXPECT_EQ(d.flareRect.height, 100u);
-    EXPECT_EQ(d.flareXScale, 100.0f);
-    EXPECT_EQ(d.flareYScale, 90.0f);
-    EXPECT_EQ(d.flareXCenter, 120.0f);
-    EXPECT_EQ(d.flareYCenter, 60.0f);
-    EXPECT_EQ(d.flareXPosition, 33.25f);
-    EXPECT_EQ(d.flareYPosition, 44.5f);
-    EXPECT_EQ(d.flareLightIntensity, 0.75f);
-    EXPECT_EQ(d.flareLightColor.r, 2);
-    EXPECT_EQ(d.flareLightColor.b, 4);
-    EXPECT_EQ(d.flareLightSize, 0.0f);   // flag bit 22 is off by default
+    const L_Rect& r = d.flareRect;
+    EXPECT_EQ(std::tie(r.left, r.top, r.right, r.bottom, r.width, r.height),
+              std::make_tuple(20, 10, 220, 110, 200u, 100u));
+    EXPECT_EQ(std::tie(d.flareXScale, d.flareYScale, d.flareXCenter, d.flareYCenter, d.flareXPosition, d.flareYPosition,
+                       d.flareLightIntensity, d.flareLightSize),
+              std::make_tuple(100.0f, 90.0f, 120.0f, 60.0f, 33.25f, 44.5f, 0.75f, 0.0f));   // light size: flag 22 off
+    EXPECT_EQ(std::tie(d.flareLightColor.a, d.flareLightColor.r, d.flareLightColor.g, d.flareLightColor.b),
+              std::make_tuple(1, 2, 3, 4));
     EXPECT_EQ(d.flarePixelBuffer.bufferBase, nullptr);
     EXPECT_EQ(d.flarePixelBuffer.bufferRect.right, 220);
     EXPECT_EQ(Fake().layouts, 2);   // laid out again for this frame

@@ -72,13 +72,20 @@ TEST_F(GenerateTest, ChecksTheBlockAndTheBufferFirst) {
     data().flareReset = 1;   // a pending re-layout: only a validated command would run it
     const std::vector<uint8_t> record(host.plugin(), host.plugin() + host.pluginSize());
     const int layouts = Fake().layouts;
-    EXPECT_EQ(Generate(pixels.data(), 24, 0, 0, 4, 10, 48, 61), kIncompatibleRecord);
-    EXPECT_EQ(Generate(pixels.data(), 24, 0, 0, 4, 10, 48, int32_t(sizeof(PluginFlareGenerateRec)) - 1),
-              kIncompatibleRecord);
-    EXPECT_EQ(Generate(pixels.data(), 24, 0, 0, 4, 10, 16), kUnsupportedFeature);
-    EXPECT_EQ(Generate(nullptr, 24, 0, 0, 4, 10, 48), kIncompatibleRecord);
-    EXPECT_EQ(Generate(pixels.data(), 23, 0, 0, 4, 10, 48), kIncompatibleRecord);    // a row is 24 bytes
-    EXPECT_EQ(Generate(pixels.data(), -15, 0, 0, 4, 10, 32), kIncompatibleRecord);   // a row is 16 bytes
+    const int32_t full = int32_t(sizeof(PluginFlareGenerateRec));
+    const struct {
+        uint8_t* base;
+        int32_t rowBytes;
+        int16_t depth;
+        int32_t size, result;
+    } refused[] = {{pixels.data(), 24, 48, 61, kIncompatibleRecord},
+                   {pixels.data(), 24, 48, full - 1, kIncompatibleRecord},
+                   {pixels.data(), 24, 16, full, kUnsupportedFeature},
+                   {nullptr, 24, 48, full, kIncompatibleRecord},
+                   {pixels.data(), 23, 48, full, kIncompatibleRecord},    // a row is 24 bytes
+                   {pixels.data(), -15, 32, full, kIncompatibleRecord}};  // a row is 16 bytes
+    for (const auto& r : refused)
+        EXPECT_EQ(Generate(r.base, r.rowBytes, 0, 0, 4, 10, r.depth, r.size), r.result) << r.rowBytes << " " << r.size;
     EXPECT_TRUE(host.calls.empty());
     EXPECT_EQ(std::vector<uint8_t>(host.plugin(), host.plugin() + host.pluginSize()), record);
     EXPECT_EQ(Fake().layouts, layouts);
@@ -100,43 +107,55 @@ TEST_F(GenerateTest, BufferOutsideTheFrameIsLeftAlone) {
 TEST_F(GenerateTest, BufferIsClippedToTheFrame) {
     SetFrame(50, 0, 150, 400);
     PaintEverywhere(1000, data().flareRect);
-    // A 32-bit buffer over columns 0..149 and rows -2..9: frame column 50 of row 0 is byte 200 of
-    // the buffer's third row.
-    std::vector<uint8_t> pixels(600 * 12, 0);
-    ASSERT_EQ(Generate(pixels.data(), 600, 0, -2, 150, 10, 32), kNoError);
-    const VelluxBuffer& b = data().flarePixelBuffer;
-    EXPECT_EQ(b.bufferBase, pixels.data() + 2 * 600 + 200);
-    EXPECT_TRUE(b.bufferRect.top == 0 && b.bufferRect.left == 50 && b.bufferRect.bottom == 10 &&
-                b.bufferRect.right == 150 && b.bufferRect.width == 100u && b.bufferRect.height == 10u);
-    EXPECT_TRUE(std::all_of(pixels.begin(), pixels.begin() + 2 * 600 + 200, [](uint8_t v) { return v == 0; }));
-    EXPECT_EQ(pixels[2 * 600 + 200], 0);                          // alpha
-    EXPECT_GE(pixels[2 * 600 + 201], 15);                         // 1000 / 64, dithered
-    EXPECT_GE(pixels[11 * 600 + 599], 15);
+    // A buffer over columns 0..149 and rows -2..9: frame pixel (50, 0) lies 50 pixels into the
+    // buffer's third row, the frame's last pixel is the buffer's last.
+    for (int16_t depth : {int16_t(32), int16_t(48)}) {
+        SCOPED_TRACE(depth);
+        const int32_t bpp = depth / 8, rowBytes = 150 * bpp;
+        const size_t first = size_t(2 * rowBytes + 50 * bpp);
+        std::vector<uint8_t> pixels(size_t(rowBytes) * 12, 0);
+        ASSERT_EQ(Generate(pixels.data(), rowBytes, 0, -2, 150, 10, depth), kNoError);
+        const VelluxBuffer& b = data().flarePixelBuffer;
+        EXPECT_EQ(b.bufferBase, pixels.data() + first);
+        EXPECT_TRUE(b.bufferRect.top == 0 && b.bufferRect.left == 50 && b.bufferRect.bottom == 10 &&
+                    b.bufferRect.right == 150 && b.bufferRect.width == 100u && b.bufferRect.height == 10u);
+        EXPECT_TRUE(std::all_of(pixels.begin(), pixels.begin() + ptrdiff_t(first), [](uint8_t v) { return v == 0; }));
+        for (size_t at : {first, pixels.size() - size_t(bpp)}) {
+            if (depth == 48) {
+                uint16_t red;
+                std::memcpy(&red, &pixels[at], 2);
+                EXPECT_EQ(red, 1000);
+            } else {
+                EXPECT_EQ(pixels[at], 0);       // alpha
+                EXPECT_GE(pixels[at + 1], 15);  // 1000 / 64, dithered
+            }
+        }
+    }
 }
 
+// Reports count rows from the frame's top, wherever the band and the frame lie; the position is
+// the fraction of the frame's 400 rows done.
 TEST_F(GenerateTest, ProgressCountsRowsOfTheWholeFrame) {
-    std::vector<uint8_t> frame(24 * 400, 0);
-    ASSERT_EQ(Generate(frame.data(), 24, 0, 0, 4, 400, 48), kNoError);
-    std::vector<TestHost::Call> reports = Reports();
-    ASSERT_EQ(reports.size(), 402u);   // the first, one after every row, the final
-    for (int32_t i = 0; i <= 400; ++i) EXPECT_EQ(reports[size_t(i)].statusValue, i);
-    EXPECT_EQ(reports.front().statusPos, 0.0f);
-    EXPECT_EQ(reports.back().statusValue, 400);
-    EXPECT_EQ(reports.back().statusPos, 1.0f);
+    struct Case {
+        int32_t frameTop, top, bottom;
+    };
+    for (const Case& c : {Case{0, 0, 400}, Case{0, 100, 200}, Case{100, 200, 300}}) {
+        SCOPED_TRACE(::testing::Message() << "frame from " << c.frameTop << ", band " << c.top << " to " << c.bottom);
+        SetFrame(0, c.frameTop, 4, c.frameTop + 400);
+        std::vector<uint8_t> band(24 * size_t(c.bottom - c.top), 0);
+        ASSERT_EQ(Generate(band.data(), 24, 0, c.top, 4, c.bottom, 48), kNoError);
+        const std::vector<TestHost::Call> reports = Reports();
+        const int32_t rows = c.bottom - c.top, done = c.top - c.frameTop;
+        ASSERT_EQ(reports.size(), size_t(rows + 2));   // the first, one after every row, the final
+        for (int32_t i = 0; i <= rows; ++i) EXPECT_EQ(reports[size_t(i)].statusValue, done + i);
+        EXPECT_EQ(reports.front().statusPos, float(done) / 400.0f);
+        EXPECT_EQ(reports.back().statusValue, done + rows);
+        EXPECT_EQ(reports.back().statusPos, float(done + rows) / 400.0f);
+    }
     const HostStatusRec& status = data().theStatusRec;
     EXPECT_EQ(PStrText(status.theStatusUnit), "Scanline");
     EXPECT_EQ(PStrText(status.theStatusInfo), "Drawing Flare");
     EXPECT_TRUE(status.theStatusMin == 0 && status.theStatusMax == 400);
-
-    host.ClearLog();
-    std::vector<uint8_t> band(24 * 100, 0);
-    ASSERT_EQ(Generate(band.data(), 24, 0, 100, 4, 200, 48), kNoError);
-    reports = Reports();
-    ASSERT_EQ(reports.size(), 102u);
-    EXPECT_EQ(reports.front().statusValue, 100);
-    EXPECT_EQ(reports.front().statusPos, 0.25f);
-    EXPECT_EQ(reports.back().statusValue, 200);
-    EXPECT_EQ(reports.back().statusPos, 0.5f);
 }
 
 TEST_F(GenerateTest, HostPacesAndCancelsTheReports) {

@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <string>
+#include <tuple>
 
 #include "fake_services/fake_dialog_host.h"
 #include "kit/byte_order.h"
@@ -34,12 +35,8 @@ TEST(ByteOrder, ReversesInPlace) {
 TEST(Rectangles, SetTakesLeftTopRightBottom) {
     L_Rect r;
     SetLRect(&r, 10, 20, 110, 70);
-    EXPECT_EQ(r.left, 10);
-    EXPECT_EQ(r.top, 20);
-    EXPECT_EQ(r.right, 110);
-    EXPECT_EQ(r.bottom, 70);
-    EXPECT_EQ(r.width, 100u);
-    EXPECT_EQ(r.height, 50u);
+    EXPECT_EQ(std::tie(r.left, r.top, r.right, r.bottom, r.width, r.height),
+              std::make_tuple(10, 20, 110, 70, 100u, 50u));
     SetLRect(&r, -32767, -32767, 32767, 32767);
     EXPECT_EQ(r.width, 65534u);
 }
@@ -49,12 +46,8 @@ TEST(Rectangles, IntersectionRules) {
     SetLRect(&a, 0, 0, 100, 50);
     SetLRect(&b, 60, 10, 200, 90);
     EXPECT_EQ(SectLRect(&a, &b, &out), 1);
-    EXPECT_EQ(out.left, 60);
-    EXPECT_EQ(out.top, 10);
-    EXPECT_EQ(out.right, 100);
-    EXPECT_EQ(out.bottom, 50);
-    EXPECT_EQ(out.width, 40u);
-    EXPECT_EQ(out.height, 40u);
+    EXPECT_EQ(std::tie(out.left, out.top, out.right, out.bottom, out.width, out.height),
+              std::make_tuple(60, 10, 100, 50, 40u, 40u));
 
     SetLRect(&b, 100, 0, 150, 50);             // touching only
     std::memset(&out, 0x3C, sizeof(out));
@@ -67,10 +60,7 @@ TEST(Rectangles, IntersectionRules) {
     L_Rect inPlace = a;                         // dst aliasing a source
     SetLRect(&b, -10, 20, 30, 500);
     EXPECT_EQ(SectLRect(&inPlace, &b, &inPlace), 1);
-    EXPECT_EQ(inPlace.left, 0);
-    EXPECT_EQ(inPlace.top, 20);
-    EXPECT_EQ(inPlace.right, 30);
-    EXPECT_EQ(inPlace.bottom, 50);
+    EXPECT_EQ(std::tie(inPlace.left, inPlace.top, inPlace.right, inPlace.bottom), std::make_tuple(0, 20, 30, 50));
 }
 
 TEST(PluginClient, DescribesResultCodes) {

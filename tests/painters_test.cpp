@@ -149,16 +149,6 @@ TEST(RingPainter, ReadsTheTableAtTheEllipticalDistance) {
         {9, {1000, 500, 250}},    // 3.5 steps: half way from the last entry to nothing
         {10, {0, 0, 0}},          {19, {0, 0, 0}}};
     for (const auto& [x, colour] : expected) EXPECT_EQ(f.At48(x, 0), colour) << "column " << x;
-
-    // Under a dissolve of 0.5 a painted pixel is lowered to the ceiling even by a zero colour;
-    // the pixels around it, beyond the table, keep their value.
-    Flare d(48, 3, 1, 0x3F);   // 0x3F3F = 16191 in every channel
-    d.AddRing(1.0f, 0.0f, 65536.0f, 65536.0f, {{0, 0, 0}});
-    d.control.flareDissolve = 0.5;
-    d.Rings(0);
-    EXPECT_EQ(d.At48(1, 0), (Rgb{8160, 8160, 8160}));
-    EXPECT_EQ(d.At48(0, 0), (Rgb{0x3F3F, 0x3F3F, 0x3F3F}));
-    EXPECT_EQ(d.At48(2, 0), (Rgb{0x3F3F, 0x3F3F, 0x3F3F}));
 }
 
 TEST(RingPainter, XFactorTwiceYFactorGivesAnEllipseHalfAsWideAsTall) {
@@ -284,6 +274,32 @@ TEST(StreakPainter, ThirtyTwoBitLookupAndCutOff) {
     const RGB_Real quarter{0.25f, 0.5f, 0.125f};   // 4080, 8160 and 2040 in 1/64 units
     EXPECT_EQ(paint(0.0f, 0.0f, 1, 1, quarter), (Argb{0, 64, 127, 32}));
     EXPECT_EQ(paint(0.0f, 0.0f, 1, 0, quarter), (Argb{0, 63, 127, 31}));
+}
+
+// Under a dissolve of 0.5 a ring or streak pixel ends at half a full channel (16320 / 2 in 48
+// bits, 255 / 2 truncated in 32), however bright the element or the pixel was; the pixels beside
+// it keep their value.
+TEST(Painters, DissolveHoldsPaintedPixelsUnderItsCeiling) {
+    for (bool ring : {true, false}) {
+        for (int32_t depth : {48, 32}) {
+            SCOPED_TRACE(::testing::Message() << (ring ? "ring, " : "streak, ") << depth << " bits");
+            Flare f(depth, 3, 1, 0x3F);   // 0x3F3F in a 48-bit channel, 0x3F in a 32-bit one
+            f.control.flareDissolve = 0.5;
+            if (ring) {
+                f.AddRing(1.0f, 0.0f, 65536.0f, 65536.0f, {{16320, 16320, 16320}});   // column 1 only
+                f.Rings(0);
+            } else {
+                f.AddStreak(1, 1, 0, 0, 0, {2.0f, 2.0f, 2.0f}, 0.0f);
+                f.Streaks(0);
+            }
+            const Rgb held48{8160, 8160, 8160}, kept48{0x3F3F, 0x3F3F, 0x3F3F};
+            const Argb held32{0x3F, 127, 127, 127}, kept32{0x3F, 0x3F, 0x3F, 0x3F};   // alpha untouched
+            for (int32_t x : {0, 1, 2}) {
+                if (depth == 48) EXPECT_EQ(f.At48(x, 0), x == 1 ? held48 : kept48) << x;
+                else EXPECT_EQ(f.At32(x, 0), x == 1 ? held32 : kept32) << x;
+            }
+        }
+    }
 }
 
 TEST(Sketch, PlotsOutlinePointsInsideTheBufferOnly) {

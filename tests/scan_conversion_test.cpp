@@ -1,8 +1,10 @@
 // Rounding to pixel positions and the row-by-row stepping of quadrilateral edges.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <limits>
 #include <tuple>
+#include <vector>
 
 #include "kit/rect.h"
 #include "plugin/scan_conversion.h"
@@ -69,6 +71,7 @@ TEST(ScanEdges, SetEdgeTakesTheCoveredRowsAndWidensTheBox) {
     EXPECT_EQ(rows(0, 10.5f, 20.5f), std::pair(11, 20));
     EXPECT_EQ(rows(0, 10.0f, 10.9f).first, 32767);        // no row
     EXPECT_EQ(rows(40, 10.0f, 20.0f).first, 32767);       // wholly above the top
+    EXPECT_EQ(rows(12, 10.0f, 20.0f), std::pair(12, 20));  // first row just above the top: held at it
     Box fresh;
     SetEdge(&e, 15, 10, 10, 20, 30, &fresh.xMin, &fresh.yMin, &fresh.xMax, &fresh.yMax);   // begins above the top
     EXPECT_EQ(std::tie(e.y1, e.y2, e.step, e.xPos), std::make_tuple(15, 30, 0.5f, 12.5f));
@@ -85,23 +88,27 @@ TEST(ScanSpans, ColumnsBetweenCrossingsClippedToTheRectangle) {
     EXPECT_EQ(Quad(0, {{3.2f, 0}, {3.2f, 10}, {3.8f, 10}, {3.8f, 0}}).Slice(5), kNoSpan);   // sliver
 }
 
-TEST(ScanSpans, EdgesStepAcrossGapsAndEndOnTheirLastRow) {
-    Quad rows(0, kSlanted), late(0, kSlanted), gap(0, kSlanted);
-    for (int32_t y = 11; y < 14; ++y) ASSERT_TRUE(std::get<0>(rows.Slice(y)));
-    EXPECT_EQ(rows.Slice(14), Span(true, 13, 22));   // crossings 12.0 and 22.0
-    // First sliced three rows below its first row: where the row-by-row edge is, not a step behind.
-    EXPECT_EQ(late.Slice(14), Span(true, 13, 22));
-    for (const Quad* q : {&rows, &late})
-        EXPECT_EQ(std::tie(q->e[0].y1, q->e[0].curXPos, q->e[0].xPos), std::make_tuple(14, 12, 12.5f));
-    // Running, last used on row 11, next on row 15: three steps before use, one after.
-    EXPECT_EQ(gap.Slice(11), Span(true, 11, 20));
-    EXPECT_EQ(gap.Slice(15), Span(true, 13, 22));   // crossings 12.5 and 22.5
-    EXPECT_EQ(std::tie(gap.e[0].y1, gap.e[0].xPos), std::make_tuple(15, 13.0f));
-    // Used on its last row, then inactive and skipped.
-    EXPECT_EQ(gap.Slice(30), Span(true, 21, 30));
-    EXPECT_EQ(std::tie(gap.e[0].y1, gap.e[2].y1), std::make_tuple(32767, 32767));
-    EXPECT_EQ(gap.Slice(31), kNoSpan);
-    // A running edge skipped past its last row drops out without taking part.
-    EXPECT_EQ(rows.Slice(40), kNoSpan);
-    EXPECT_EQ(rows.e[0].y1, 32767);
+// However the rows are sliced (every row, single rows left out, a first slice below the edges'
+// first row, a jump past their last), each sliced row gets the span the edges cross on it:
+// left x = 10 + (y - 10) / 2, right ten columns further, on rows 11 to 30.
+TEST(ScanSpans, EdgesStepOverLeftOutRowsAndEndOnTheirLastRow) {
+    auto expected = [](int32_t y) {
+        if (y < 11 || y > 30) return kNoSpan;
+        const int32_t left = int32_t(std::floor(10.0 + (y - 10) / 2.0)) + 1;
+        return Span(true, left, int32_t(std::floor(20.0 + (y - 10) / 2.0)));
+    };
+    const std::vector<std::vector<int32_t>> orders = {
+        {5, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31},
+        {11, 13, 15, 17, 19, 21, 23, 25, 27, 29, 31},   // one row left out each time
+        {12, 14, 16, 18, 20, 22, 24, 26, 28, 30},       // first sliced one row below the first row
+        {14, 15, 19, 30, 31},                           // three rows below, then gaps of three and ten
+        {11, 40},                                       // past the last row: drops out unused
+        {29, 31, 32}};                                  // over the last row
+    for (const std::vector<int32_t>& rows : orders) {
+        Quad q(0, kSlanted);
+        for (int32_t y : rows) {
+            SCOPED_TRACE(::testing::Message() << "row " << y << " of order starting " << rows.front());
+            EXPECT_EQ(q.Slice(y), expected(y));
+        }
+    }
 }

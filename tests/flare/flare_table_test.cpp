@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <tuple>
 #include <vector>
 
 #include "fake_services/fake_dialog_host.h"
@@ -97,28 +98,19 @@ TEST_F(TableTest, ElementFieldsAreScaledFromFileUnits) {
     Ring(5, ring);
     ASSERT_EQ(Read(), kNoError);
     const RingElement& e = Element(0);
-    EXPECT_EQ(e.ringPosition, -0.5f);
     const float f = float(1.0 / 100);                       // file units to flare units, in float
-    EXPECT_EQ(e.ringInner, 10.0f * f);
-    EXPECT_EQ(e.ringOuter, 40.0f * f);
-    EXPECT_EQ(e.ringScale, 1.0f);
-    EXPECT_EQ(e.ringIntensity, 1.0f);
-    EXPECT_EQ(e.ringType, 3);
-    EXPECT_EQ(e.ringMode, 0x80000001u);
-    EXPECT_EQ(uint16_t(e.ringColor.alpha), 0xFFFF);
-    EXPECT_EQ(uint16_t(e.ringColor.blue), 0xFFFF);
-    EXPECT_EQ(e.ringElementColors, 2);
-    EXPECT_EQ(e.ringFlareColors, 0);
+    EXPECT_EQ(std::tie(e.ringPosition, e.ringInner, e.ringOuter, e.ringScale, e.ringIntensity),
+              std::make_tuple(-0.5f, 10.0f * f, 40.0f * f, 1.0f, 1.0f));
+    EXPECT_EQ(std::tie(e.ringType, e.ringMode, e.ringElementColors, e.ringFlareColors),
+              std::make_tuple(3, 0x80000001u, 2, 0));
+    EXPECT_EQ(std::pair(e.ringColor.alpha, e.ringColor.blue), std::pair(int16_t(-1), int16_t(-1)));   // 0xFFFF
     EXPECT_EQ(e.ringLabelChannel, nullptr);
     // Sorted by radius; the outer stop's radius is exactly 1; colours to the 16320 scale.
-    const ElementColor* stops = Stops(e);
-    EXPECT_EQ(stops[0].rgb.radius, 0.0f);
-    EXPECT_EQ(stops[0].rgb.alpha, 7);
-    EXPECT_EQ(stops[1].rgb.radius, 1.0f);
-    EXPECT_EQ(stops[1].rgb.alpha, 0x1234);
-    EXPECT_EQ(stops[1].rgb.red, 16320);
-    EXPECT_EQ(stops[1].rgb.green, 64);
-    EXPECT_EQ(stops[1].rgb.blue, 63);
+    const auto& inner = Stops(e)[0].rgb;
+    const auto& outer = Stops(e)[1].rgb;
+    EXPECT_EQ(std::tie(inner.radius, inner.alpha), std::make_tuple(0.0f, 7));
+    EXPECT_EQ(std::tie(outer.radius, outer.alpha, outer.red, outer.green, outer.blue),
+              std::make_tuple(1.0f, 0x1234, 16320, 64, 63));
 }
 
 TEST_F(TableTest, StopCountComesFromTheSmallerOfCountAndData) {
@@ -152,12 +144,11 @@ TEST_F(TableTest, MissingOrShortResourcesAreResultSix) {
     EXPECT_EQ(data->flareElementSize, F);
     fake_host::AddResource(kFlar, 1001, {0, 0, 0, 0, 'R', 'I', 'N', 'G', 0, 1, 0});   // 11 bytes
     EXPECT_EQ(Read(), kMissingResource);
-    Flare({{"RING", 1, 1}}, 2);                                // the count asks for a run it lacks
-    EXPECT_EQ(Read(), kMissingResource);
-    Flare({{"RING", 1, 1}}, -1 * 0x40000000);                  // a negative count never fits
-    EXPECT_EQ(Read(), kMissingResource);
-    Flare({{"RING", 1, 1}}, 0x7FFFFFFF);                       // nor does a huge one
-    EXPECT_EQ(Read(), kMissingResource);
+    // A count asking for a run the flare lacks, a negative one, a huge one.
+    for (int32_t count : {2, -1 * 0x40000000, 0x7FFFFFFF}) {
+        Flare({{"RING", 1, 1}}, count);
+        EXPECT_EQ(Read(), kMissingResource) << count;
+    }
 
     Flare({{"RING", 1, 3}});                                   // RING 2 missing: 1 stays loaded
     Ring(1, WithStops(1));

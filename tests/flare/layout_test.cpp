@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <tuple>
 #include <vector>
 
 #include "fake_services/fake_dialog_host.h"
@@ -76,14 +77,12 @@ protected:
 TEST_F(LayoutTest, ElementsSitOnTheLineThroughTheCentre) {
     Load({Element(4, 0, 50), Element(4, 1000, 50), Element(4, -1000, 50)});
     ASSERT_EQ(Layout(), kNoError);
-    EXPECT_EQ(Ring(0).ringXPos, 960.0f);
-    EXPECT_EQ(Ring(0).ringYPos, 540.0f);
-    EXPECT_EQ(Ring(1).ringXPos, 1160.0f);
-    EXPECT_EQ(Ring(1).ringYPos, 640.0f);
-    EXPECT_EQ(Ring(2).ringXPos, 760.0f);
-    EXPECT_EQ(Ring(2).ringYPos, 440.0f);
-    EXPECT_EQ(Ring(1).ringRect.left, 1155);       // floor(1160 - 5) .. ceil(1160 + 5)
-    EXPECT_EQ(Ring(1).ringRect.right, 1165);
+    const float centres[3][2] = {{960.0f, 540.0f}, {1160.0f, 640.0f}, {760.0f, 440.0f}};
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(std::pair(Ring(i).ringXPos, Ring(i).ringYPos), std::pair(centres[i][0], centres[i][1])) << i;
+    // floor(1160 - 5) .. ceil(1160 + 5), floor(640 - 5) .. ceil(640 + 5)
+    const L_Rect& r = Ring(1).ringRect;
+    EXPECT_EQ(std::tie(r.left, r.top, r.right, r.bottom), std::make_tuple(1155, 635, 1165, 645));
     data->flareXPosition = 960.0f;
     data->flareYPosition = 540.0f;
     ASSERT_EQ(Layout(), kNoError);

@@ -111,11 +111,11 @@ TEST_F(StreakTest, StarFilterSetsRegularRays) {
 
 TEST_F(StreakTest, RandomSprayFollowsTheDensity) {
     control.flareFlags = kFlagRandomStreaks;
-    control.flareStreakDensity = 0.99;
-    EXPECT_EQ(std::pair(Build(), data->flareStreakCount), std::pair(0, 0));
-    control.flareStreakDensity = 50.0;
-    Make();
-    ASSERT_EQ(Build(), 0);
+    for (auto [density, rays] : {std::pair{0.99, 0}, {1.0, 1}, {50.0, 50}}) {
+        control.flareStreakDensity = density;
+        Make();
+        EXPECT_EQ(std::pair(Build(), data->flareStreakCount), std::pair(0, rays)) << density;
+    }
     ASSERT_EQ(data->flareStreakCount, 50);
     EXPECT_EQ(S(0).streakAngle, float(6.283185307179586 * (12345 * 2.328306436e-10)));
     const double expected[3][3] = {{1.806e-05, 0.18388, 0.0065954}, {5.26204, 0.33750, 0.0071248},
@@ -147,32 +147,32 @@ TEST_F(StreakTest, AnamorphicStreakIsAHorizontalBand) {
     // Corners about (-110, 36.5), (-110, 63.5), (310, 63.5), (310, 36.5): two upright sides on
     // rows 37 to 63, the level ones inactive.
     EXPECT_EQ(std::tie(s.streakRect.top, s.streakRect.bottom), std::make_tuple(37, 64));
-    EXPECT_NEAR(s.streakEdges[0].xPos, -110, 1e-3);
-    EXPECT_NEAR(s.streakEdges[2].xPos, 310, 1e-3);
     for (int i : {0, 2}) EXPECT_EQ(std::tie(s.streakEdges[i].y1, s.streakEdges[i].y2), std::make_tuple(37, 63));
     EXPECT_EQ(std::tie(s.streakEdges[1].y1, s.streakEdges[3].y1), std::make_tuple(32767, 32767));
     EXPECT_NEAR(s.streakRect.left, -110, 1);
     EXPECT_NEAR(s.streakRect.right, 311, 1);
-    EXPECT_FLOAT_EQ(s.streakXLength, 1.0f / 70);
     EXPECT_FLOAT_EQ(s.streakYWidth, 1.0f / 4.5f);
+    // Stretched horizontally only by an anamorphic factor of 2: x from -320 to 520, half the falloff.
+    for (double factor : {1.0, 2.0}) {
+        control.flareFlags = kFlagAnamorphicStreak | (factor != 1.0 ? kFlagAnamorphic : 0u);
+        control.flareAnamorphicFactor = factor;
+        Make(kTail, 100, 50, true);
+        ASSERT_EQ(Build(), 0);
+        EXPECT_NEAR(S(0).streakEdges[0].xPos, 100 - 210 * factor, 1e-3);
+        EXPECT_NEAR(S(0).streakEdges[2].xPos, 100 + 210 * factor, 1e-3);
+        EXPECT_EQ(std::tie(S(0).streakRect.top, S(0).streakRect.bottom), std::make_tuple(37, 64));
+        EXPECT_FLOAT_EQ(S(0).streakXLength, float(1.0 / (70 * factor)));
+    }
     Make();   // clipped to the frame
     ASSERT_EQ(Build(), 0);
     EXPECT_EQ(std::tie(S(0).streakRect.left, S(0).streakRect.top, S(0).streakRect.right), std::make_tuple(0, 37, 200));
-    control.flareFlags |= kFlagAnamorphic;   // stretched horizontally only
-    control.flareAnamorphicFactor = 2.0;
-    Make(kTail, 100, 50, true);
-    ASSERT_EQ(Build(), 0);
-    EXPECT_NEAR(S(0).streakEdges[0].xPos, -320, 1e-3);
-    EXPECT_NEAR(S(0).streakEdges[2].xPos, 520, 1e-3);
-    EXPECT_EQ(std::tie(S(0).streakRect.top, S(0).streakRect.bottom), std::make_tuple(37, 64));
-    EXPECT_FLOAT_EQ(S(0).streakXLength, 1.0f / 140);
 }
 
 TEST_F(StreakTest, KindsAreGroupedChainedAndTintedByTheLight) {
     control.flareFlags = kFlagAnamorphicStreak | kFlagRandomStreaks;
     control.flareStarFilter = 4;
     control.flareStreakDensity = 3.0;
-    data->flareLightColor = ARGB{0, 255, 128, 51};
+    data->flareLightColor = ARGB{0, 204, 128, 51};
     ASSERT_EQ(Build(), 0);
     ASSERT_EQ(data->flareStreakCount, 8);
     EXPECT_EQ(std::tie(data->flareStreakFirst, base, size), std::make_tuple(F, F + 8 * kStreak, kTail - 8 * kStreak));
@@ -180,7 +180,7 @@ TEST_F(StreakTest, KindsAreGroupedChainedAndTintedByTheLight) {
     for (int i = 0; i < 8; ++i)
         EXPECT_EQ(std::pair(S(i).streakMode & 3u, S(i).streakNext),
                   std::pair(kinds[i], i < 7 ? F + (i + 1) * kStreak : 0));
-    EXPECT_FLOAT_EQ(S(0).streakColor.r, 0.04f);
+    EXPECT_FLOAT_EQ(S(0).streakColor.r, float(204 / 255.0 * 0.04f));
     EXPECT_FLOAT_EQ(S(0).streakColor.g, float(128 / 255.0 * 0.08f));
     EXPECT_FLOAT_EQ(S(0).streakColor.b, float(51 / 255.0 * 0.32f));
     EXPECT_FLOAT_EQ(S(7).streakColor.g, float(128 / 255.0 * 0.03f));

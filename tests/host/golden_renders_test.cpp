@@ -6,6 +6,8 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <algorithm>
+#include <cstring>
 #include <map>
 #include <sstream>
 
@@ -14,6 +16,18 @@
 namespace {
 
 const char* const kHashFile = VELLUX_SOURCE_DIR "/tests/host/golden_hashes.txt";
+
+// Random streaks far brighter than the ceiling a dissolve of 0.4 sets (16320 * 0.6 = 9792).
+RenderJob BrightStreaksUnderDissolve() {
+    RenderJob job;
+    job.settings = [](ControlDataRec& c) {
+        c.flareDissolve = 0.4;
+        c.flareStreakIntensity = 1.5;
+        c.flareStarFilter = 4;
+        c.flareFlags |= kFlagAnamorphicStreak;
+    };
+    return job;
+}
 
 std::map<std::string, RenderJob> Canonical() {
     std::map<std::string, RenderJob> jobs;
@@ -35,7 +49,48 @@ std::map<std::string, RenderJob> Canonical() {
     outside.lightX = 1.15;
     outside.lightY = -0.1;
     jobs["light-outside-48"] = outside;
+    jobs["streaks-dissolve-48"] = BrightStreaksUnderDissolve();
     return jobs;
+}
+
+// The job's frame painted by one GENF per band, each band a run of rows; rows no band covers
+// stay black.
+std::vector<uint8_t> RenderBands(const RenderJob& job, const std::vector<std::pair<int32_t, int32_t>>& bands) {
+    vellux::host::SetHomeDirectory(VELLUX_TABLE_DIR);
+    static vellux::host::PluginLibrary plugin(VELLUX_PLUGIN_PATH);
+    vellux::host::HostSession host;
+    PluginInitializeRec init{host.Info()};
+    if (plugin.Call(kCmdInitialize, int32_t(sizeof(init)), &init) != kNoError) return {};
+    std::vector<uint8_t> control = host.controlData();
+    ControlDataRec record;
+    std::memcpy(&record, control.data(), sizeof(record));
+    if (job.settings) job.settings(record);
+    std::memcpy(control.data(), &record, sizeof(record));
+    host.SetControlData(control);
+    PluginFlareSetupRec setup{};
+    setup.theInfo = host.Info();
+    setup.theFrameRect = L_Rect{0, 0, job.height, job.width, uint32_t(job.width), uint32_t(job.height)};
+    setup.theFrameXScale = setup.theFrameYScale = double(std::min(job.width, job.height));
+    setup.theFrameXCenter = job.width / 2.0;
+    setup.theFrameYCenter = job.height / 2.0;
+    setup.theLightFramePosition = DCoordinate{job.lightX * job.width, job.lightY * job.height, 0.0};
+    setup.theLightColor = ARGB{255, 255, 244, 230};
+    setup.theLightIntensity = 1.0;
+    if (plugin.Call(kCmdSetup, int32_t(sizeof(setup)), &setup) != kNoError) return {};
+    const int32_t bytes = job.depth / 8, rowBytes = job.width * bytes;
+    std::vector<uint8_t> pixels(size_t(rowBytes) * size_t(job.height), 0);
+    for (const auto& [top, bottom] : bands) {
+        PluginFlareGenerateRec generate{};
+        generate.theInfo = host.Info();
+        generate.theFlareBuffer.bufferBase = pixels.data() + size_t(top) * size_t(rowBytes);
+        generate.theFlareBuffer.bufferRowBytes = rowBytes;
+        generate.theFlareBuffer.bufferRect =
+            L_Rect{top, 0, bottom, job.width, uint32_t(job.width), uint32_t(bottom - top)};
+        generate.theFlareBuffer.bufferDepth = job.depth;
+        if (plugin.Call(kCmdGenerate, int32_t(sizeof(generate)), &generate) != kNoError) return {};
+    }
+    vellux::host::SetHomeDirectory({});
+    return pixels;
 }
 
 std::map<std::string, std::string> ReadHashes() {
@@ -65,6 +120,20 @@ TEST(GoldenRenders, PixelsMatchThePinnedHashes) {
     if (std::getenv("VELLUX_UPDATE_GOLDEN") != nullptr) std::ofstream(kHashFile) << measured.str();
 }
 
+// Rings and streaks alike stop at the dissolve's ceiling, and these streaks are bright enough to
+// reach it.
+TEST(GoldenRenders, DissolveHoldsBrightStreaksAtItsCeiling) {
+    const std::vector<uint8_t> pixels = Render(BrightStreaksUnderDissolve());
+    ASSERT_FALSE(pixels.empty());
+    uint16_t brightest = 0;
+    for (size_t i = 0; i + 1 < pixels.size(); i += 2) {
+        uint16_t channel;
+        std::memcpy(&channel, &pixels[i], 2);
+        brightest = std::max(brightest, channel);
+    }
+    EXPECT_EQ(brightest, 9792);
+}
+
 // The host may hand the frame over in bands; the streak edges carry on from band to band and
 // the 32-bit dither restarts on every row, so the picture is the same however it is cut.
 TEST(GoldenRenders, BandsPaintTheSameFrameAsAWhole) {
@@ -80,6 +149,35 @@ TEST(GoldenRenders, BandsPaintTheSameFrameAsAWhole) {
         for (int32_t rows : {1, 7, 100}) {
             job.bandRows = rows;
             EXPECT_TRUE(Render(job) == whole) << depth << "-bit in bands of " << rows;
+        }
+    }
+}
+
+// A host may leave rows out between bands (rows it does not need). Every row either side of the
+// gap must still come out as in the whole frame: the streak edges step over the rows not painted.
+TEST(GoldenRenders, RowsLeftOutBetweenBandsChangeNoOtherRow) {
+    for (int16_t depth : {int16_t(48), int16_t(32)}) {
+        RenderJob job;
+        job.depth = depth;
+        job.settings = [](ControlDataRec& c) {
+            c.flareStarFilter = 8;
+            c.flareFlags |= kFlagAnamorphicStreak;
+        };
+        const std::vector<uint8_t> whole = Render(job);
+        ASSERT_FALSE(whole.empty());
+        const size_t rowBytes = size_t(job.width) * size_t(depth / 8);
+        // Around the light (row 94): one row left out, then two, then one again.
+        for (int32_t gap : {70, 90, 94, 101, 115}) {
+            for (int32_t rows : {1, 2}) {
+                SCOPED_TRACE(::testing::Message() << depth << "-bit, rows " << gap << " to " << gap + rows - 1
+                                                  << " left out");
+                const std::vector<uint8_t> banded = RenderBands(job, {{0, gap}, {gap + rows, 150}, {150, job.height}});
+                ASSERT_EQ(banded.size(), whole.size());
+                std::vector<uint8_t> expected = whole;
+                std::fill(expected.begin() + ptrdiff_t(size_t(gap) * rowBytes),
+                          expected.begin() + ptrdiff_t(size_t(gap + rows) * rowBytes), uint8_t(0));
+                EXPECT_TRUE(banded == expected);
+            }
         }
     }
 }
