@@ -15,6 +15,7 @@
 #ifndef VELLUX_ENGINE_FLARE_PASS_H
 #define VELLUX_ENGINE_FLARE_PASS_H
 
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 
@@ -49,8 +50,10 @@ OIIO::TypeDesc PassFileType(const std::filesystem::path& output, bool halfFloat)
 void WriteFlarePass(const OIIO::ImageBuf& pass, const std::filesystem::path& output, bool halfFloat = false);
 
 // Writes any image in `type` (TypeUnknown: the image's own) in the format the extension names,
-// atomically as above.
-void WriteImageFile(const OIIO::ImageBuf& image, const std::filesystem::path& output, OIIO::TypeDesc type);
+// atomically as above, losslessly and fast (PNG at zlib level 1, EXR with PIZ, unless the image's
+// own attributes say otherwise). Nothing is written once `cancel` is set.
+void WriteImageFile(const OIIO::ImageBuf& image, const std::filesystem::path& output, OIIO::TypeDesc type,
+                    const std::atomic<bool>* cancel = nullptr);
 
 // Float plates and the composite ---------------------------------------------------------------
 

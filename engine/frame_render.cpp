@@ -42,17 +42,6 @@ FlareSetup RequestSetup(const RenderRequest& request) {
     return setup;
 }
 
-void WriteFrameFile(const OIIO::ImageBuf& image, const fs::path& output, OIIO::TypeDesc type,
-                    const std::atomic<bool>* cancel) {
-    if (fs::is_directory(output)) throw std::runtime_error(output.string() + ": is a folder");
-    PendingOutput pending(output);
-    // The format comes from the target's name: the temporary one ends in random letters.
-    if (!image.write(pending.temporary().string(), type, output.string()))
-        throw std::runtime_error(output.string() + ": cannot write the image: " + image.geterror());
-    if (Cancelled(cancel)) Interrupted(output);
-    pending.Commit();
-}
-
 void RenderFlareImage(const RenderRequest& request, const RenderReporting& reporting) {
     const FlareSetup setup = RequestSetup(request);
     if (!request.table.empty()) CheckFlareTable(request.table);
@@ -90,7 +79,7 @@ void RenderFlareImage(const RenderRequest& request, const RenderReporting& repor
     }
     flare.Finish();
     if (Cancelled(reporting.cancel)) Interrupted(request.output);
-    WriteFrameFile(result, request.output, type, reporting.cancel);
+    WriteImageFile(result, request.output, type, reporting.cancel);
 }
 
 }  // namespace vellux::engine

@@ -25,11 +25,6 @@ FlareSetup RequestSetup(const RenderRequest& request);
 // or value, and then has written nothing.
 void RenderFlareImage(const RenderRequest& request, const RenderReporting& reporting = {});
 
-// Writes atomically in `type` (TypeUnknown: the image's own), the format by the output's
-// extension; throws naming `output`. Nothing is written once `cancel` is set.
-void WriteFrameFile(const OIIO::ImageBuf& image, const std::filesystem::path& output, OIIO::TypeDesc type,
-                    const std::atomic<bool>* cancel);
-
 }  // namespace vellux::engine
 
 #endif  // VELLUX_ENGINE_FRAME_RENDER_H

@@ -167,7 +167,7 @@ void RenderSceneFrame(SequenceWork& work, SceneSession& session, int32_t frame) 
         OIIO::ImageBuf pass = flare.Pass(work.size, light, request.bandRows);
         const OIIO::TypeDesc type = PassFileType(target, request.halfFloat);
         ConvertPass(pass, ChooseColorspace("--colorspace", request.colorspace, type != OIIO::TypeUInt16));
-        return WriteFrameFile(pass, target, type, &work.stop);
+        return WriteImageFile(pass, target, type, &work.stop);
     }
     const OIIO::ImageBuf plate = floatPlate ? ReadFloatPlate(plateFile)
                                  : plateFile.empty() ? FrameImage::Black(work.size).image()
@@ -175,7 +175,7 @@ void RenderSceneFrame(SequenceWork& work, SceneSession& session, int32_t frame) 
     if (plate.spec().width != work.size.width || plate.spec().height != work.size.height)   // changed since the check
         throw std::runtime_error(plateFile + ": frame " + std::to_string(frame) + " is no longer " + SizeText(work.size));
     const OIIO::ImageBuf result = flare.Composite(plate, light, {request.bandRows, request.colorspace});
-    WriteFrameFile(result, target, floatPlate ? plate.nativespec().format : plate.spec().format, &work.stop);
+    WriteImageFile(result, target, floatPlate ? plate.nativespec().format : plate.spec().format, &work.stop);
 }
 
 // A failure's message, naming the frame and its file.

@@ -1,0 +1,111 @@
+// Whole renders through the engine, as `vellux render` runs them: a 48-frame 1920x1080 scene to
+// EXR (black 16-bit frames, written as half floats) and to 8-bit PNG (the sample frame as the
+// plate of every frame), on 1 and 2 workers, in frames per second; and one 1080p frame split into
+// its parts (the process starting and loading, reading the plate, the flare, writing the image).
+#include <benchmark/benchmark.h>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include <OpenImageIO/imagebuf.h>
+
+#include "engine/engine.h"
+#include "engine/sample_frame.h"
+#include "host/resource_services.h"
+
+extern char** environ;
+
+namespace {
+
+using namespace vellux::engine;
+namespace fs = std::filesystem;
+
+constexpr int32_t kFrames = 48;
+constexpr FrameSize kSize{1920, 1080};
+
+// A scratch folder with the plate and the two scenes, made once.
+const fs::path& Work() {
+    static const fs::path folder = [] {
+        const fs::path dir = fs::temp_directory_path() / ("vellux_sequence_bench_" + std::to_string(getpid()));
+        fs::create_directories(dir);
+        vellux::host::SetHomeDirectory(VELLUX_TABLE_DIR);
+        WriteSampleFrame(dir / "plate.png", kSize, 1);
+        Scene scene;
+        scene.firstFrame = 1;
+        scene.lastFrame = kFrames;
+        scene.lightUnits = LightUnits::fraction;
+        scene.light[1] = LightKey{0.2, 0.3, {255, 255, 255}, 1.0, 0.0};
+        scene.light[kFrames] = LightKey{0.7, 0.4, {255, 200, 150}, 1.2, 0.0};
+        scene.channels["Intensity"] = {{1, 0.4}, {kFrames, 0.8}};
+        scene.width = kSize.width;
+        scene.height = kSize.height;
+        WriteSceneFile(dir / "black.json", scene);
+        scene.width = scene.height = 0;
+        scene.input = "plate.png";   // no frame field: one plate for every frame
+        WriteSceneFile(dir / "plate.json", scene);
+        return dir;
+    }();
+    return folder;
+}
+
+void BM_Sequence(benchmark::State& state, const char* scene, const char* output) {
+    Work();
+    RenderRequest request;
+    request.scene = Work() / scene;
+    request.output = Work() / output;
+    request.plugin = VELLUX_PLUGIN_PATH;
+    request.jobs = int32_t(state.range(0));
+    for (auto _ : state) RenderSceneSequence(request);
+    state.SetItemsProcessed(state.iterations() * kFrames);   // items per second: frames per second
+}
+BENCHMARK_CAPTURE(BM_Sequence, exr, "black.json", "black.####.exr")->Arg(1)->Arg(2)->Iterations(1)->UseRealTime()->Unit(benchmark::kSecond);
+BENCHMARK_CAPTURE(BM_Sequence, png8, "plate.json", "lit.####.png")->Arg(1)->Arg(2)->Iterations(1)->UseRealTime()->Unit(benchmark::kSecond);
+
+// ---- One frame's parts ----
+
+void BM_ProcessStart(benchmark::State& state) {   // `vellux info`: start, load the plug-in, exit
+    Work();
+    const std::string tool = std::string(VELLUX_TABLE_DIR) + "/vellux";
+    char* argv[] = {const_cast<char*>(tool.c_str()), const_cast<char*>("info"), nullptr};
+    for (auto _ : state) {
+        pid_t pid = 0;
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+        posix_spawn(&pid, tool.c_str(), &actions, nullptr, argv, environ);
+        posix_spawn_file_actions_destroy(&actions);
+        int status = 0;
+        waitpid(pid, &status, 0);
+    }
+}
+BENCHMARK(BM_ProcessStart)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+void BM_ReadPlate(benchmark::State& state) {
+    Work();
+    for (auto _ : state) benchmark::DoNotOptimize(FrameImage::Read(Work() / "plate.png"));
+}
+BENCHMARK(BM_ReadPlate)->Unit(benchmark::kMillisecond);
+
+void BM_Flare(benchmark::State& state) {   // conversion in, SETF + GENF, conversion out
+    FlareSetup setup;
+    setup.plugin = VELLUX_PLUGIN_PATH;
+    Flare flare(setup);
+    const OIIO::ImageBuf plate = FrameImage::Read(Work() / "plate.png").image();
+    FlareLight light;
+    light.x = 0.3 * kSize.width;
+    light.y = 0.35 * kSize.height;
+    for (auto _ : state) benchmark::DoNotOptimize(flare.Composite(plate, light, {}));
+}
+BENCHMARK(BM_Flare)->Unit(benchmark::kMillisecond);
+
+void BM_WritePng(benchmark::State& state) {
+    const OIIO::ImageBuf plate = FrameImage::Read(Work() / "plate.png").image();
+    for (auto _ : state) WriteImageFile(plate, Work() / "written.png", OIIO::TypeUnknown, nullptr);
+}
+BENCHMARK(BM_WritePng)->Unit(benchmark::kMillisecond);
+
+}  // namespace
