@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <filesystem>
 
 #include <OpenImageIO/imagebuf.h>
@@ -45,7 +46,12 @@ const fs::path& Work() {
         scene.height = kSize.height;
         WriteSceneFile(dir / "black.json", scene);
         scene.width = scene.height = 0;
-        scene.input = "plate.png";   // no frame field: one plate for every frame
+        scene.input = "plate.####.png";   // one plate, linked under every frame's name
+        for (int32_t frame = 1; frame <= kFrames; ++frame) {
+            char name[32];
+            std::snprintf(name, sizeof(name), "plate.%04d.png", frame);
+            fs::create_symlink("plate.png", dir / name);
+        }
         WriteSceneFile(dir / "plate.json", scene);
         return dir;
     }();

@@ -1,5 +1,7 @@
 #include "engine/scene_render.h"
 
+#include <OpenImageIO/imageio.h>
+
 #include <algorithm>
 #include <cmath>
 #include <condition_variable>
@@ -221,6 +223,32 @@ void RunWorker(SequenceWork& work, const FlareSetup& setup) {
     work.changed.notify_all();
 }
 
+// While several workers run, the image library's own thread pools (the OpenEXR codec's, its
+// colour conversions') only compete with them for the same cores: each worker's library calls run
+// on the worker's thread. Restored when the sequence ends.
+class LibraryThreadsScope {
+public:
+    explicit LibraryThreadsScope(bool single) : single_(single) {
+        if (!single_) return;
+        OIIO::getattribute("threads", threads_);
+        OIIO::getattribute("exr_threads", exrThreads_);
+        OIIO::attribute("threads", 1);
+        OIIO::attribute("exr_threads", 1);
+    }
+    ~LibraryThreadsScope() {
+        if (!single_) return;
+        OIIO::attribute("threads", threads_);
+        OIIO::attribute("exr_threads", exrThreads_);
+    }
+    LibraryThreadsScope(const LibraryThreadsScope&) = delete;
+    LibraryThreadsScope& operator=(const LibraryThreadsScope&) = delete;
+
+private:
+    bool single_;
+    int threads_ = 0;
+    int exrThreads_ = 0;
+};
+
 void ReportFrame(const RenderReporting& reporting, int32_t frame, int32_t done, int32_t count) {
     if (reporting.frameDone) reporting.frameDone(frame, done, count);
     if (!reporting.progress) return;
@@ -251,6 +279,7 @@ SequenceResult RenderSceneSequence(const RenderRequest& request, const RenderRep
 
     const size_t jobs = std::min(size_t(request.jobs), work.frames.size());
     work.running = int(jobs);
+    const LibraryThreadsScope libraryThreads(jobs > 1);
     std::vector<std::thread> workers;
     for (size_t j = 0; j < jobs; ++j) workers.emplace_back(RunWorker, std::ref(work), std::cref(setup));
 
