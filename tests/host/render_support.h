@@ -5,7 +5,9 @@
 
 #include <cstdint>
 #include <cstring>
+#include <algorithm>
 #include <functional>
+#include <utility>
 #include <string>
 #include <vector>
 
@@ -18,8 +20,19 @@ struct RenderJob {
     int16_t depth = 48;
     double lightX = 0.3, lightY = 0.35;   // fractions of the frame
     int32_t bandRows = 0;                 // 0: the whole frame in one GENF
+    std::vector<std::pair<int32_t, int32_t>> bands;   // rows [top, bottom) per GENF instead; rows no
+                                                      // band covers stay black
     std::function<void(ControlDataRec&)> settings;
 };
+
+// The bands a job asks for: its own list, else bandRows rows each from the top.
+inline std::vector<std::pair<int32_t, int32_t>> BandsOf(const RenderJob& job) {
+    if (!job.bands.empty()) return job.bands;
+    std::vector<std::pair<int32_t, int32_t>> bands;
+    const int32_t band = job.bandRows > 0 ? job.bandRows : job.height;
+    for (int32_t top = 0; top < job.height; top += band) bands.emplace_back(top, std::min(top + band, job.height));
+    return bands;
+}
 
 inline std::vector<uint8_t> Render(const RenderJob& job) {
     vellux::host::SetHomeDirectory(VELLUX_TABLE_DIR);
@@ -48,9 +61,7 @@ inline std::vector<uint8_t> Render(const RenderJob& job) {
     if (plugin.Call(kCmdSetup, int32_t(sizeof(setup)), &setup) != kNoError) return {};
     const int32_t bytes = job.depth / 8;
     std::vector<uint8_t> pixels(size_t(job.width) * job.height * bytes, 0);
-    const int32_t band = job.bandRows > 0 ? job.bandRows : job.height;
-    for (int32_t top = 0; top < job.height; top += band) {
-        const int32_t bottom = std::min(top + band, job.height);
+    for (const auto& [top, bottom] : BandsOf(job)) {
         PluginFlareGenerateRec generate{};
         generate.theInfo = host.Info();
         generate.theFlareBuffer.bufferBase = pixels.data() + size_t(top) * job.width * bytes;
