@@ -56,7 +56,7 @@ OIIO::ImageBuf Flare::Composite(const OIIO::ImageBuf& plate, const FlareLight& l
     if (!floatPixels && IsDisplaySpace(space)) {
         FrameImage image = FrameImage::FromImage(plate);
         Paint(image, light, options.bandRows);
-        return image.image();
+        return std::move(image).image();
     }
     OIIO::ImageBuf pass = Pass({plate.spec().width, plate.spec().height}, light, options.bandRows);
     ConvertPass(pass, space);

@@ -28,7 +28,8 @@ public:
     static FrameImage Black(FrameSize size);                      // 16-bit RGB
     static FrameImage FromImage(OIIO::ImageBuf image);            // an image already in memory
 
-    const OIIO::ImageBuf& image() const { return image_; }
+    const OIIO::ImageBuf& image() const& { return image_; }
+    OIIO::ImageBuf image() && { return std::move(image_); }   // a frame's pixels handed on, not copied
 
     int32_t width() const { return image_.spec().width; }
     int32_t height() const { return image_.spec().height; }

@@ -42,44 +42,50 @@ FlareSetup RequestSetup(const RenderRequest& request) {
     return setup;
 }
 
+RenderedFrame RenderRequestedFrame(Flare& flare, const RenderRequest& request, const std::string& plateFile,
+                                   FrameSize size, const FlareLight& light, const fs::path& target) {
+    if (request.passMode) {
+        // A pass is linear unless said otherwise, except in the integer files (PNG, TIFF).
+        const OIIO::TypeDesc type = PassFileType(target, request.halfFloat);
+        OIIO::ImageBuf pass = flare.Pass(size, light, request.bandRows);
+        ConvertPass(pass, ChooseColorspace("--colorspace", request.colorspace, type != OIIO::TypeUInt16));
+        return {std::move(pass), type};
+    }
+    const bool floatPlate = !plateFile.empty() && IsFloatImage(plateFile);
+    const OIIO::ImageBuf plate = floatPlate          ? ReadFloatPlate(plateFile)
+                                 : plateFile.empty() ? FrameImage::Black(size).image()
+                                                     : FrameImage::Read(plateFile).image();
+    if (plate.spec().width != size.width || plate.spec().height != size.height)   // changed since it was checked
+        throw std::runtime_error(plateFile + ": is no longer " + std::to_string(size.width) + "x" +
+                                 std::to_string(size.height));
+    // The plate's colour space defaults by its pixel type (colour.h).
+    OIIO::ImageBuf painted = flare.Composite(plate, light, {request.bandRows, request.colorspace});
+    return {std::move(painted), floatPlate ? plate.nativespec().format : plate.spec().format};
+}
+
 void RenderFlareImage(const RenderRequest& request, const RenderReporting& reporting) {
     const FlareSetup setup = RequestSetup(request);
     if (!request.table.empty()) CheckFlareTable(request.table);
     CheckOutputFormat(request.output);
     if (!request.input.empty() && !fs::exists(request.input))
         throw std::runtime_error(request.input.string() + ": no such file");
-    const bool floatPlate = !request.passMode && !request.input.empty() && IsFloatImage(request.input);
-    const bool integerPlate = !request.passMode && !floatPlate;
-    // Integer plates and black frames are in sRGB unless said otherwise; float plates and passes
-    // are linear unless said otherwise, except passes into integer files.
-    const bool floatDefault = floatPlate || (request.passMode && PassFileType(request.output, request.halfFloat) != OIIO::TypeUInt16);
-    const std::string space = ChooseColorspace("--colorspace", request.colorspace, integerPlate ? false : floatDefault);
+    if (request.passMode) PassFileType(request.output, request.halfFloat);   // a wrong pass format, before the render
+    if (!request.colorspace.empty()) ChooseColorspace("--colorspace", request.colorspace, true);
+    const FrameSize size = request.input.empty() ? request.blackFrame : ReadImageSize(request.input);
 
     Flare flare(setup);
     flare.SetProgress(reporting.progress);
     flare.SetCancel(reporting.cancel);
-    OIIO::ImageBuf result;
-    OIIO::TypeDesc type = OIIO::TypeUnknown;
+    RenderedFrame frame;
     try {
-        if (request.passMode) {
-            const FrameSize size = request.input.empty() ? request.blackFrame : ReadImageSize(request.input);
-            result = flare.Pass(size, RequestLight(request, size), request.bandRows);
-            ConvertPass(result, space);
-            type = PassFileType(request.output, request.halfFloat);
-        } else {
-            const OIIO::ImageBuf plate = floatPlate ? ReadFloatPlate(request.input)
-                                         : request.input.empty() ? FrameImage::Black(request.blackFrame).image()
-                                                                 : FrameImage::Read(request.input).image();
-            const FrameSize size{plate.spec().width, plate.spec().height};
-            result = flare.Composite(plate, RequestLight(request, size), {request.bandRows, space});
-            type = floatPlate ? plate.nativespec().format : plate.spec().format;
-        }
+        frame = RenderRequestedFrame(flare, request, request.input.string(), size, RequestLight(request, size),
+                                     request.output);
     } catch (const PluginError& error) {
         throw PluginError(std::string(error.what()) + "; " + request.output.string() + " not written", error.code);
     }
     flare.Finish();
     if (Cancelled(reporting.cancel)) Interrupted(request.output);
-    WriteImageFile(result, request.output, type, reporting.cancel);
+    WriteImageFile(frame.image, request.output, frame.type, reporting.cancel);
 }
 
 }  // namespace vellux::engine

@@ -6,6 +6,7 @@
 #define VELLUX_ENGINE_FRAME_RENDER_H
 
 #include <filesystem>
+#include <string>
 
 #include <OpenImageIO/imagebuf.h>
 
@@ -20,6 +21,16 @@ FlareLight RequestLight(const RenderRequest& request, FrameSize size);
 // The flare setup a request asks for: its plug-in (found as plugin_location.h says), table and
 // settings edits.
 FlareSetup RequestSetup(const RenderRequest& request);
+
+// A frame rendered as the request asks, ready to write: the pass of `size`, or the plate (the
+// file `plateFile`, or a black frame of `size` when it is empty) with the flare, and the pixel type
+// to write it in. Throws naming the plate when it is not of `size`.
+struct RenderedFrame {
+    OIIO::ImageBuf image;
+    OIIO::TypeDesc type;
+};
+RenderedFrame RenderRequestedFrame(Flare& flare, const RenderRequest& request, const std::string& plateFile,
+                                   FrameSize size, const FlareLight& light, const std::filesystem::path& target);
 
 // One frame; throws std::runtime_error (or PluginError) with the message to show, naming the file
 // or value, and then has written nothing.

@@ -7,7 +7,6 @@
 #include <condition_variable>
 #include <mutex>
 #include <thread>
-#include <iostream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -137,6 +136,8 @@ namespace {
 // What every worker of one sequence shares: the checked request, the frames still to take, and
 // the first failure.
 struct SequenceWork {
+    SequenceWork(const RenderRequest& r, const Scene& s) : request(r), scene(s), all(SceneFrames(s)) {}
+
     const RenderRequest& request;
     const Scene& scene;
     FrameRange all;
@@ -154,30 +155,16 @@ struct SequenceWork {
     int running = 0;
 };
 
-// One frame: the channels at the frame, the light, the plate, the flare, the file.
+// One frame: the channels at the frame, the light, the flare, the file.
 void RenderSceneFrame(SequenceWork& work, SceneSession& session, int32_t frame) {
-    const RenderRequest& request = work.request;
     const std::string target = work.output.For(frame);
-    const std::string plateFile = work.input ? work.input->For(frame) : std::string();
-    const bool floatPlate = !plateFile.empty() && !request.passMode && IsFloatImage(plateFile);
     FlareLight light = SceneLightAt(work.scene, frame, work.size.width, work.size.height);
-    if (!request.occlusion.empty())
-        light = OccludedLight(light, OcclusionMask::Read(MaskFor(request.occlusion, frame), work.size));
+    if (!work.request.occlusion.empty())
+        light = OccludedLight(light, OcclusionMask::Read(MaskFor(work.request.occlusion, frame), work.size));
     session.instance().LoadChannels(work.all.first, work.all.last, frame);
-    Flare& flare = session.flare();
-    if (request.passMode) {
-        OIIO::ImageBuf pass = flare.Pass(work.size, light, request.bandRows);
-        const OIIO::TypeDesc type = PassFileType(target, request.halfFloat);
-        ConvertPass(pass, ChooseColorspace("--colorspace", request.colorspace, type != OIIO::TypeUInt16));
-        return WriteImageFile(pass, target, type, &work.stop);
-    }
-    const OIIO::ImageBuf plate = floatPlate ? ReadFloatPlate(plateFile)
-                                 : plateFile.empty() ? FrameImage::Black(work.size).image()
-                                                     : FrameImage::Read(plateFile).image();
-    if (plate.spec().width != work.size.width || plate.spec().height != work.size.height)   // changed since the check
-        throw std::runtime_error(plateFile + ": frame " + std::to_string(frame) + " is no longer " + SizeText(work.size));
-    const OIIO::ImageBuf result = flare.Composite(plate, light, {request.bandRows, request.colorspace});
-    WriteImageFile(result, target, floatPlate ? plate.nativespec().format : plate.spec().format, &work.stop);
+    const std::string plateFile = work.input ? work.input->For(frame) : std::string();
+    const RenderedFrame rendered = RenderRequestedFrame(session.flare(), work.request, plateFile, work.size, light, target);
+    WriteImageFile(rendered.image, target, rendered.type, &work.stop);
 }
 
 // A failure's message, naming the frame and its file.
@@ -267,7 +254,8 @@ SequenceResult RenderSceneSequence(const RenderRequest& request, const RenderRep
     FlareSetup setup = RequestSetup(request);
     if (!request.table.empty()) CheckFlareTable(request.table);
     const Scene scene = LoadScene(request.scene);
-    SequenceWork work{request, scene, SceneFrames(scene), FrameListWithin(scene, request.frames, "--frames"), {}, {}, {}};
+    SequenceWork work(request, scene);
+    work.frames = FrameListWithin(scene, request.frames, "--frames");
     work.output = OutputPattern(request.output, work.frames);
     work.size = {scene.width, scene.height};
     if (!scene.input.empty()) {
