@@ -49,15 +49,8 @@ void ConvertPass(OIIO::ImageBuf& pass, const std::string& name) {
         if (!OIIO::ImageBufAlgo::colorconvert(pass, pass, kDisplaySpace, name, false, "", "", &Config(),
                                               OIIO::ROI::All(), 1))
             throw std::runtime_error("cannot convert the flare to " + name + ": " + pass.geterror());
-        const OIIO::ROI roi = pass.roi();
-        const size_t count = size_t(roi.width()) * size_t(roi.height());
-        std::vector<float> values(count * 4);
-        pass.get_pixels(roi, OIIO::TypeFloat, values.data());
-        for (size_t i = 0; i < count; ++i) {
-            float* p = &values[i * 4];
-            p[3] = std::min(std::max({p[0], p[1], p[2]}), 1.0f);
-        }
-        pass.set_pixels(roi, OIIO::TypeFloat, values.data());
+        for (OIIO::ImageBuf::Iterator<float> p(pass); !p.done(); ++p)   // in place: the pass is float RGBA
+            p[3] = std::min(std::max({float(p[0]), float(p[1]), float(p[2])}), 1.0f);
     }
     pass.specmod().attribute("oiio:ColorSpace", name);
 }
