@@ -12,7 +12,8 @@
 //   Loading    the engine works however it was loaded: into a program's global scope (the tool)
 //              or a local one (a video host's filter, a Python module); the host's services are
 //              made global before the plug-in is loaded.
-//   Images     OpenImageIO ImageBufs. 8-bit plates go through the plug-in's 32-bit path, 16-bit
+//   Images     OpenImageIO ImageBufs, kept whole: the flare changes a plate's colour channels
+//              and nothing else (plate.h). 8-bit plates go through the plug-in's 32-bit path, 16-bit
 //              ones through its 48-bit path; float plates, and plates in a colour space other than
 //              sRGB, get the flare pass converted into their space and added in float.
 //   Colour     the plug-in paints display-referred (sRGB) levels; a linear plate receives them
@@ -44,9 +45,13 @@
 //   FrameImage::Read / Black / FromImage  a plate in the plug-in's terms
 //   CheckFrameMemory(size, bytes, what)   says how much memory a frame needs when there is not enough
 //   CheckOutputFormat(path)               throws unless the image library writes this extension
+#include "engine/plate.h"
+//   ReadPlateFile, WritePlateFile         an image file kept whole: every part, channel, attribute
+//   LayoutOf, FrameColour, WithFrameColour  where the flare goes in a part, and back
+//   WriteImageFile(image, path, type)     one image, atomically, lossless and fast
 #include "engine/flare_pass.h"
 //   RenderFlarePass, CompositeFlarePass   the pass, and plate + pass in float
-//   PassFileType, IsFloatImage, ReadFloatPlate
+//   PassFileType                          a pass's file type by extension
 #include "engine/colour.h"
 //   ChooseColorspace(option, name, float) the plate's space, by name or by pixel type
 //   ConvertPass(pass, space)              the pass into a colour space, tagged oiio:ColorSpace

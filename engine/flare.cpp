@@ -6,6 +6,7 @@
 
 #include "engine/colour.h"
 #include "engine/flare_pass.h"
+#include "engine/plate.h"
 #include "host/resource_file.h"
 
 namespace vellux::engine {
@@ -50,10 +51,11 @@ OIIO::ImageBuf Flare::Pass(FrameSize size, const FlareLight& light, int32_t band
     return RenderFlarePass(*instance_, light, size, bandRows);
 }
 
-OIIO::ImageBuf Flare::Composite(const OIIO::ImageBuf& plate, const FlareLight& light, const FrameOptions& options) {
-    const bool floatPixels = IsFloat(plate.spec());
-    const std::string space = ChooseColorspace("colorspace", options.colorspace, floatPixels);
-    if (!floatPixels && IsDisplaySpace(space)) {
+// The flare over an image of R, G, B (, A) exactly the frame's size, returned in the image's
+// pixel type with its attributes.
+OIIO::ImageBuf Flare::CompositeColour(const OIIO::ImageBuf& plate, const FlareLight& light, const FrameOptions& options,
+                                      const std::string& space) {
+    if (!IsFloat(plate.spec()) && IsDisplaySpace(space)) {
         FrameImage image = FrameImage::FromImage(plate);
         Paint(image, light, options.bandRows);
         return std::move(image).image();
@@ -61,12 +63,26 @@ OIIO::ImageBuf Flare::Composite(const OIIO::ImageBuf& plate, const FlareLight& l
     OIIO::ImageBuf pass = Pass({plate.spec().width, plate.spec().height}, light, options.bandRows);
     ConvertPass(pass, space);
     OIIO::ImageBuf composite = CompositeFlarePass(plate, pass);
-    composite.specmod().attribute("oiio:ColorSpace", space);
-    if (plate.spec().format == OIIO::TypeFloat) return composite;
-    OIIO::ImageBuf typed;
-    if (!OIIO::ImageBufAlgo::copy(typed, composite, plate.spec().format))
-        throw std::runtime_error("cannot convert the composite back: " + typed.geterror());
-    return typed;
+    if (plate.spec().format != OIIO::TypeFloat) {
+        OIIO::ImageBuf typed;
+        if (!OIIO::ImageBufAlgo::copy(typed, composite, plate.spec().format))
+            throw std::runtime_error("cannot convert the composite back: " + typed.geterror());
+        composite = std::move(typed);
+    }
+    OIIO::ImageSpec kept = plate.spec();   // names, windows and attributes, in the composite's layout
+    kept.set_format(composite.spec().format);
+    kept.channelformats.clear();
+    composite.specmod() = kept;
+    return composite;
+}
+
+OIIO::ImageBuf Flare::Composite(const OIIO::ImageBuf& plate, const FlareLight& light, const FrameOptions& options) {
+    const std::string space = ChooseColorspace("colorspace", options.colorspace, IsFloat(plate.spec()));
+    const PlateLayout layout = LayoutOf(plate.spec());
+    OIIO::ImageBuf painted = layout.plain ? CompositeColour(plate, light, options, space)
+                                          : WithFrameColour(plate, layout, CompositeColour(FrameColour(plate, layout), light, options, space));
+    painted.specmod().attribute("oiio:ColorSpace", space);
+    return painted;
 }
 
 void Flare::Finish() { instance_->Finish(); }

@@ -59,7 +59,8 @@ public:
     // The plate with the flare painted in: 8-bit plates through the plug-in's 32-bit path, 16-bit
     // ones through its 48-bit path, both as they are when the plate is in sRGB; float plates, and
     // plates in another colour space, get the pass converted to their space and added in float.
-    // The result has the plate's pixel type, its colour as RGB and its alpha kept.
+    // The result is the plate with its colour changed (plate.h): every channel, attribute and
+    // window kept, in the plate's pixel type.
     OIIO::ImageBuf Composite(const OIIO::ImageBuf& plate, const FlareLight& light, const FrameOptions& options);
 
     // The flare alone on black as float RGBA (flare_pass.h), in the plug-in's display space.
@@ -71,6 +72,9 @@ public:
     void Finish();   // FINI (the destructor sends it too, ignoring the answer)
 
 private:
+    OIIO::ImageBuf CompositeColour(const OIIO::ImageBuf& plate, const FlareLight& light, const FrameOptions& options,
+                                   const std::string& space);
+
     host::PluginLibrary plugin_;
     host::HostSession host_;
     std::optional<PluginInstance> instance_;

@@ -84,56 +84,7 @@ void WriteFlarePass(const OIIO::ImageBuf& pass, const fs::path& output, bool hal
     WriteImageFile(pass, output, PassFileType(output, halfFloat));
 }
 
-namespace {
-
-// The writers' settings for a render: lossless and fast. Measured on a 1920x1080 frame, PNG at
-// zlib level 1 writes in about a fifth of the time of its default level 6 for files about a
-// quarter larger, and PIZ writes an EXR in about a third of the time of ZIP, and smaller.
-OIIO::ImageSpec WritingSpec(const OIIO::ImageSpec& spec) {
-    OIIO::ImageSpec writing = spec;
-    if (spec.find_attribute("png:compressionLevel") == nullptr) writing.attribute("png:compressionLevel", 1);
-    if (spec.find_attribute("compression") == nullptr) writing.attribute("compression", "piz");
-    return writing;
-}
-
-}  // namespace
-
-void WriteImageFile(const OIIO::ImageBuf& image, const fs::path& output, OIIO::TypeDesc type,
-                    const std::atomic<bool>* cancel) {
-    if (fs::is_directory(output)) throw std::runtime_error(output.string() + ": is a folder");
-    PendingOutput pending(output);
-    // The same pixels under the writing settings: a view of the image's memory where it has it.
-    OIIO::ImageBuf view = image.localpixels() != nullptr
-                              ? OIIO::ImageBuf(WritingSpec(image.spec()), const_cast<void*>(image.localpixels()))
-                              : image;
-    if (image.localpixels() == nullptr) view.specmod() = WritingSpec(image.spec());
-    // The format comes from the target's name: the temporary one ends in random letters.
-    if (!view.write(pending.temporary().string(), type, output.string()))
-        throw std::runtime_error(output.string() + ": cannot write the image: " + view.geterror());
-    if (cancel != nullptr && cancel->load()) throw std::runtime_error("interrupted; " + output.string() + " not written");
-    pending.Commit();
-}
-
 // Float plates and the composite ---------------------------------------------------------------
-
-bool IsFloatImage(const fs::path& file) {
-    std::unique_ptr<OIIO::ImageInput> input = OIIO::ImageInput::open(file.string());
-    if (input == nullptr) throw std::runtime_error(file.string() + ": cannot read the image: " + OIIO::geterror());
-    const auto type = OIIO::TypeDesc::BASETYPE(input->spec().format.basetype);
-    return type == OIIO::TypeDesc::HALF || type == OIIO::TypeDesc::FLOAT || type == OIIO::TypeDesc::DOUBLE;
-}
-
-OIIO::ImageBuf ReadFloatPlate(const fs::path& file) {
-    OIIO::ImageSpec config;
-    config.attribute("oiio:UnassociatedAlpha", 1);
-    OIIO::ImageBuf plate(file.string(), 0, 0, nullptr, &config);
-    if (!plate.init_spec(file.string(), 0, 0))
-        throw std::runtime_error(file.string() + ": cannot read the image: " + plate.geterror());
-    CheckFrameMemory({plate.spec().width, plate.spec().height}, 4.0 * plate.spec().nchannels * 3.0 + 40.0, file.string());
-    if (!plate.read(0, 0, true, OIIO::TypeFloat))
-        throw std::runtime_error(file.string() + ": cannot read the image: " + plate.geterror());
-    return plate;
-}
 
 OIIO::ImageBuf CompositeFlarePass(const OIIO::ImageBuf& plate, const OIIO::ImageBuf& pass) {
     const OIIO::ImageSpec& in = plate.spec();

@@ -24,6 +24,7 @@
 #include "engine/flare_instance.h"
 #include "engine/option_values.h"
 #include "engine/plugin_pixels.h"
+#include "engine/plate.h"
 
 namespace vellux::engine {
 
@@ -49,22 +50,7 @@ OIIO::TypeDesc PassFileType(const std::filesystem::path& output, bool halfFloat)
 // was there before.
 void WriteFlarePass(const OIIO::ImageBuf& pass, const std::filesystem::path& output, bool halfFloat = false);
 
-// Writes any image in `type` (TypeUnknown: the image's own) in the format the extension names,
-// atomically as above, losslessly and fast (PNG at zlib level 1, EXR with PIZ, unless the image's
-// own attributes say otherwise). Nothing is written once `cancel` is set.
-void WriteImageFile(const OIIO::ImageBuf& image, const std::filesystem::path& output, OIIO::TypeDesc type,
-                    const std::atomic<bool>* cancel = nullptr);
-
 // Float plates and the composite ---------------------------------------------------------------
-
-// Whether the file's pixels are floating point (half, float, double): such plates are composited
-// in float instead of going through the 48-bit path, which clamps them to 0..1. Reads only the
-// header; throws naming the file if it cannot.
-bool IsFloatImage(const std::filesystem::path& file);
-
-// The plate in float, colour and alpha as stored (as FrameImage::Read reads it); the image's
-// native type stays in nativespec(), for writing the composite back in it.
-OIIO::ImageBuf ReadFloatPlate(const std::filesystem::path& file);
 
 // plate + pass, channel by channel: the plate's colour as RGB (its first three channels that are
 // not alpha, a grey plate's one repeated) plus the pass's RGB, and the plate's alpha, if any,

@@ -59,14 +59,6 @@ double FrameBytesPerPixel(const OIIO::ImageSpec& spec) {
     return double(spec.nchannels) * double(spec.format.size()) * 3.0 + 6.0 + double(spec.nchannels) * 4.0;
 }
 
-// The library's message for an image, without its trailing line breaks.
-std::string ImageError(const OIIO::ImageBuf& image) {
-    std::string text = image.geterror();
-    OIIO::geterror();   // and the library's pending copy, which it would otherwise print at exit
-    while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
-    return text.empty() ? "unknown error" : text;
-}
-
 void CheckDimensions(int32_t width, int32_t height) {
     if (width < 1 || height < 1 || width > INT32_MAX / 6)
         throw std::runtime_error(std::to_string(width) + "x" + std::to_string(height) + " pixels is not a size it can render");
@@ -79,6 +71,13 @@ void RequireFile(const std::filesystem::path& file) {
 }
 
 }  // namespace
+
+std::string ImageErrorText(const OIIO::ImageBuf& image) {
+    std::string text = image.geterror();
+    OIIO::geterror();   // and the library's pending copy, which it would otherwise print at exit
+    while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
+    return text.empty() ? "unknown error" : text;
+}
 
 void CheckFrameMemory(FrameSize size, double bytesPerPixel, const std::string& what) {
     const double needed = double(size.width) * double(size.height) * bytesPerPixel;
@@ -108,7 +107,16 @@ FrameSize ReadImageSize(const std::filesystem::path& file) {
     RequireFile(file);
     const auto input = OIIO::ImageInput::open(file.string());
     if (!input) throw std::runtime_error(file.string() + ": cannot read the image: " + OIIO::geterror());
-    return {input->spec().width, input->spec().height};
+    // The display window of the part the flare goes on (plate.h): the first with a channel R.
+    OIIO::ImageSpec part = input->spec();
+    for (int index = 0; input->seek_subimage(index, 0); ++index) {
+        const auto& names = input->spec().channelnames;
+        if (std::find(names.begin(), names.end(), "R") == names.end()) continue;
+        part = input->spec();
+        break;
+    }
+    OIIO::geterror();   // seeking past the last part leaves a message behind
+    return {part.full_width, part.full_height};
 }
 
 FrameImage FrameImage::Read(const std::filesystem::path& file) {
@@ -119,7 +127,7 @@ FrameImage FrameImage::Read(const std::filesystem::path& file) {
     config.attribute("oiio:UnassociatedAlpha", 1);
     OIIO::ImageBuf image(file.string(), 0, 0, nullptr, &config);
     if (!image.init_spec(file.string(), 0, 0))
-        throw std::runtime_error(file.string() + ": cannot read the image: " + ImageError(image));
+        throw std::runtime_error(file.string() + ": cannot read the image: " + ImageErrorText(image));
     try {
         CheckDimensions(image.spec().width, image.spec().height);
     } catch (const std::runtime_error& problem) {
@@ -127,7 +135,7 @@ FrameImage FrameImage::Read(const std::filesystem::path& file) {
     }
     CheckFrameMemory({image.spec().width, image.spec().height}, FrameBytesPerPixel(image.spec()), file.string());
     if (!image.read(0, 0, true, OIIO::TypeUnknown))
-        throw std::runtime_error(file.string() + ": cannot read the image: " + ImageError(image));
+        throw std::runtime_error(file.string() + ": cannot read the image: " + ImageErrorText(image));
     try {
         return FromImage(std::move(image));
     } catch (const std::runtime_error& problem) {

@@ -55,8 +55,12 @@ private:
 // when that is more than the machine can give (its available memory and the process's limit).
 void CheckFrameMemory(FrameSize size, double bytesPerPixel, const std::string& what);
 
-// The size of the image in `file`, from its header; throws naming the file as Read does.
+// The size of the frame in `file` (the display window of the part a flare goes on, plate.h), from
+// its header; throws naming the file as Read does.
 FrameSize ReadImageSize(const std::filesystem::path& file);
+
+// The image library's message for what failed on `image`, without trailing line breaks.
+std::string ImageErrorText(const OIIO::ImageBuf& image);
 
 // Throws unless the image library can write files with this name's extension.
 void CheckOutputFormat(const std::filesystem::path& output);

@@ -2,11 +2,15 @@
 
 #include <stdexcept>
 
+#include <nlohmann/json.hpp>
+
 #include "engine/colour.h"
 #include "engine/flare_pass.h"
 #include "engine/frame_image.h"
 #include "engine/occlusion.h"
 #include "engine/pending_output.h"
+#include "engine/plugin_about.h"
+#include "engine/scene.h"
 #include "engine/plugin_location.h"
 
 namespace vellux::engine {
@@ -42,25 +46,44 @@ FlareSetup RequestSetup(const RenderRequest& request) {
     return setup;
 }
 
-RenderedFrame RenderRequestedFrame(Flare& flare, const RenderRequest& request, const std::string& plateFile,
-                                   FrameSize size, const FlareLight& light, const fs::path& target) {
+namespace {
+
+// What made the image, as an image tool records it: the program, and the flare's settings record
+// (as a settings file holds it, so that it can be saved and rendered with again) and light.
+void Describe(OIIO::ImageBuf& image, Flare& flare, const FlareLight& light) {
+    OIIO::ImageSpec& spec = image.specmod();
+    spec.attribute("Software", "Vellux " + VelluxVersion());
+    spec.attribute("Vellux:Settings", WriteSettingsText({NativeByteOrder(), flare.host().controlData()}));
+    const nlohmann::json described = {{"x", light.x},
+                                      {"y", light.y},
+                                      {"color", {light.color.red, light.color.green, light.color.blue}},
+                                      {"intensity", light.intensity},
+                                      {"radius", light.radius}};
+    spec.attribute("Vellux:Light", described.dump());
+}
+
+}  // namespace
+
+PlateFile RenderRequestedFrame(Flare& flare, const RenderRequest& request, const std::string& plateFile, FrameSize size,
+                               const FlareLight& light, const fs::path& target) {
     if (request.passMode) {
         // A pass is linear unless said otherwise, except in the integer files (PNG, TIFF).
         const OIIO::TypeDesc type = PassFileType(target, request.halfFloat);
         OIIO::ImageBuf pass = flare.Pass(size, light, request.bandRows);
         ConvertPass(pass, ChooseColorspace("--colorspace", request.colorspace, type != OIIO::TypeUInt16));
-        return {std::move(pass), type};
+        Describe(pass, flare, light);
+        return SinglePart(std::move(pass), type);
     }
-    const bool floatPlate = !plateFile.empty() && IsFloatImage(plateFile);
-    const OIIO::ImageBuf plate = floatPlate          ? ReadFloatPlate(plateFile)
-                                 : plateFile.empty() ? FrameImage::Black(size).image()
-                                                     : FrameImage::Read(plateFile).image();
-    if (plate.spec().width != size.width || plate.spec().height != size.height)   // changed since it was checked
+    PlateFile plate = plateFile.empty() ? SinglePart(FrameImage::Black(size).image()) : ReadPlateFile(plateFile);
+    OIIO::ImageBuf& part = plate.parts[plate.flarePart];
+    const FrameSize frame{part.spec().full_width, part.spec().full_height};
+    if (frame.width != size.width || frame.height != size.height)   // changed since it was checked
         throw std::runtime_error(plateFile + ": is no longer " + std::to_string(size.width) + "x" +
                                  std::to_string(size.height));
     // The plate's colour space defaults by its pixel type (colour.h).
-    OIIO::ImageBuf painted = flare.Composite(plate, light, {request.bandRows, request.colorspace});
-    return {std::move(painted), floatPlate ? plate.nativespec().format : plate.spec().format};
+    part = flare.Composite(part, light, {request.bandRows, request.colorspace});
+    Describe(part, flare, light);
+    return plate;
 }
 
 void RenderFlareImage(const RenderRequest& request, const RenderReporting& reporting) {
@@ -76,7 +99,7 @@ void RenderFlareImage(const RenderRequest& request, const RenderReporting& repor
     Flare flare(setup);
     flare.SetProgress(reporting.progress);
     flare.SetCancel(reporting.cancel);
-    RenderedFrame frame;
+    PlateFile frame;
     try {
         frame = RenderRequestedFrame(flare, request, request.input.string(), size, RequestLight(request, size),
                                      request.output);
@@ -85,7 +108,7 @@ void RenderFlareImage(const RenderRequest& request, const RenderReporting& repor
     }
     flare.Finish();
     if (Cancelled(reporting.cancel)) Interrupted(request.output);
-    WriteImageFile(frame.image, request.output, frame.type, reporting.cancel);
+    WritePlateFile(frame, request.output, reporting.cancel);
 }
 
 }  // namespace vellux::engine

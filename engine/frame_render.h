@@ -11,6 +11,7 @@
 #include <OpenImageIO/imagebuf.h>
 
 #include "engine/flare.h"
+#include "engine/plate.h"
 #include "engine/render_request.h"
 
 namespace vellux::engine {
@@ -23,14 +24,11 @@ FlareLight RequestLight(const RenderRequest& request, FrameSize size);
 FlareSetup RequestSetup(const RenderRequest& request);
 
 // A frame rendered as the request asks, ready to write: the pass of `size`, or the plate (the
-// file `plateFile`, or a black frame of `size` when it is empty) with the flare, and the pixel type
-// to write it in. Throws naming the plate when it is not of `size`.
-struct RenderedFrame {
-    OIIO::ImageBuf image;
-    OIIO::TypeDesc type;
-};
-RenderedFrame RenderRequestedFrame(Flare& flare, const RenderRequest& request, const std::string& plateFile,
-                                   FrameSize size, const FlareLight& light, const std::filesystem::path& target);
+// file `plateFile` kept whole, or a black frame of `size` when it is empty) with the flare, both
+// carrying the program and the flare's settings and light in their attributes. Throws naming the
+// plate when its frame is not of `size`.
+PlateFile RenderRequestedFrame(Flare& flare, const RenderRequest& request, const std::string& plateFile, FrameSize size,
+                               const FlareLight& light, const std::filesystem::path& target);
 
 // One frame; throws std::runtime_error (or PluginError) with the message to show, naming the file
 // or value, and then has written nothing.

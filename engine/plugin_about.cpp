@@ -63,4 +63,6 @@ PluginAbout AskPlugin(const host::PluginLibrary& plugin) {
     return about;
 }
 
+std::string VelluxVersion() { return VELLUX_VERSION; }
+
 }  // namespace vellux::engine

@@ -28,6 +28,9 @@ struct PluginAbout {
 // Sends INFO and the CHEKs; throws std::runtime_error naming the plug-in when INFO fails.
 PluginAbout AskPlugin(const host::PluginLibrary& plugin);
 
+// This build's version ("0.1.0").
+std::string VelluxVersion();
+
 // A length-prefixed Mac OS Roman string as UTF-8 (see above).
 std::string RomanText(const unsigned char* pstr);
 

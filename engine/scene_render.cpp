@@ -163,8 +163,8 @@ void RenderSceneFrame(SequenceWork& work, SceneSession& session, int32_t frame) 
         light = OccludedLight(light, OcclusionMask::Read(MaskFor(work.request.occlusion, frame), work.size));
     session.instance().LoadChannels(work.all.first, work.all.last, frame);
     const std::string plateFile = work.input ? work.input->For(frame) : std::string();
-    const RenderedFrame rendered = RenderRequestedFrame(session.flare(), work.request, plateFile, work.size, light, target);
-    WriteImageFile(rendered.image, target, rendered.type, &work.stop);
+    WritePlateFile(RenderRequestedFrame(session.flare(), work.request, plateFile, work.size, light, target), target,
+                   &work.stop);
 }
 
 // A failure's message, naming the frame and its file.

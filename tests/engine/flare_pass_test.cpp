@@ -36,6 +36,13 @@ OIIO::ImageBuf FloatImage(int w, int h, int channels, const std::vector<float>& 
     return image;
 }
 
+// A file's pixels as float, as a float plate is composited.
+OIIO::ImageBuf Float(const fs::path& file) {
+    OIIO::ImageBuf image(file.string());
+    image.read(0, 0, true, OIIO::TypeFloat);
+    return image;
+}
+
 class FlarePass : public testing::Test {
 protected:
     static void SetUpTestSuite() { vellux::host::SetHomeDirectory(VELLUX_COMPILED_TABLES_DIR); }
@@ -96,7 +103,7 @@ TEST_F(FlarePass, PassAddedToAPlateMatchesTheFlarePaintedIntoIt) {
     std::vector<uint16_t> painted(plate.size());
     ASSERT_TRUE(directImage.get_pixels(directImage.roi(), OIIO::TypeUInt16, painted.data()));
 
-    const std::vector<float> composite = Floats(CompositeFlarePass(ReadFloatPlate(dir_ / "plate.tif"), pass));
+    const std::vector<float> composite = Floats(CompositeFlarePass(Float(dir_ / "plate.tif"), pass));
     ASSERT_EQ(composite.size(), plate.size());
     size_t flared = 0, compared = 0;
     for (size_t i = 0; i < plate.size(); ++i) {
@@ -115,11 +122,12 @@ TEST_F(FlarePass, FloatPlatesKeepValuesBeyondTheUnitRangeAndTheirAlpha) {
     const fs::path file = dir_ / "plate.exr";
     ASSERT_TRUE(FloatImage(3, 1, 4, plate).write(file.string(), OIIO::TypeHalf));
     ASSERT_TRUE(FloatImage(3, 1, 4, plate).write((dir_ / "plate.png").string(), OIIO::TypeUInt16));
-    EXPECT_TRUE(IsFloatImage(file));
-    EXPECT_FALSE(IsFloatImage(dir_ / "plate.png"));
-
-    const OIIO::ImageBuf read = ReadFloatPlate(file);
-    EXPECT_EQ(read.nativespec().format, OIIO::TypeHalf);
+    // Float files are read as float and remember their type; integer ones stay integers.
+    const PlateFile plateFile = ReadPlateFile(file);
+    const OIIO::ImageBuf& read = plateFile.parts[0];
+    EXPECT_EQ(read.spec().format, OIIO::TypeFloat);
+    EXPECT_EQ(plateFile.stored[0].format, OIIO::TypeHalf);
+    EXPECT_EQ(ReadPlateFile(dir_ / "plate.png").parts[0].spec().format, OIIO::TypeUInt16);
     const std::vector<float> pass = Floats(SyntheticPass());
     const std::vector<float> out = Floats(CompositeFlarePass(read, SyntheticPass()));
     ASSERT_EQ(out.size(), plate.size());
