@@ -26,6 +26,9 @@
 //   FindPlugin(path)                      the plug-in: the path given, else beside the program or this library
 //   PluginFolders()                       where FindPlugin looks
 
+#include "engine/closest_match.h"
+//   ClosestMatch(given, names)            "did you mean" for a mistyped name
+
 // ---- A flare instance --------------------------------------------------------------------------
 #include "engine/flare.h"
 //   FlareSetup                            plug-in, table, settings record, setting edits, private or shared copy
@@ -77,7 +80,8 @@
 #include "engine/frame_render.h"
 //   RenderFlareImage(request, reporting)  one frame from files to a file, written atomically
 #include "engine/scene_render.h"
-//   RenderSceneSequence(request, rep.)    a scene's frames on request.jobs workers, bit-identical to one
+//   RenderSceneSequence(request, rep.)    a scene's (or a plate sequence's) frames on request.jobs workers
+//   IsSequence(request)                   whether a request renders a sequence
 //   SceneSession                          a Flare set up for a scene (channels keyed)
 
 // ---- Settings dialog and the plug-in's description ---------------------------------------------

@@ -1,5 +1,6 @@
 #include "engine/frame_sequence.h"
 
+#include <algorithm>
 #include <cctype>
 #include <set>
 
@@ -75,6 +76,26 @@ std::string FramePattern::For(int32_t frame) const {
     std::string digits = std::to_string(frame);
     if (int(digits.size()) < width_) digits.insert(0, size_t(width_) - digits.size(), '0');
     return prefix_ + digits + suffix_;
+}
+
+std::vector<int32_t> FramePattern::FramesOnDisk() const {
+    if (!hasField_) throw std::invalid_argument(text_ + ": has no frame number field (####, %04d or %d)");
+    // The library scans a folder for a printf-style pattern; it takes "%0Nd", not "%d" (and "%01d"
+    // matches numbers of any length).
+    const auto escaped = [](const std::string& part) {
+        std::string out;
+        for (const char c : part) out += c == '%' ? std::string("%%") : std::string(1, c);
+        return out;
+    };
+    const std::string field = "%0" + std::to_string(std::max(width_, 1)) + "d";
+    std::vector<int> numbers;
+    std::vector<std::string> names;
+    OIIO::Filesystem::scan_for_matching_filenames(escaped(prefix_) + field + escaped(suffix_), numbers, names);
+    std::vector<int32_t> frames(numbers.begin(), numbers.end());
+    std::sort(frames.begin(), frames.end());
+    frames.erase(std::unique(frames.begin(), frames.end()), frames.end());
+    if (frames.empty()) throw std::runtime_error(text_ + ": no frames found");
+    return frames;
 }
 
 FrameRange ParseFrameRange(const std::string& option, const std::string& text) {

@@ -28,6 +28,8 @@ public:
     bool HasField() const { return hasField_; }
     const std::string& text() const { return text_; }
     std::string For(int32_t frame) const;   // the file name of this frame
+    // The frames whose files exist, ascending; throws naming the pattern when there are none.
+    std::vector<int32_t> FramesOnDisk() const;
 
 private:
     std::string text_;

@@ -24,6 +24,10 @@ namespace {
 
 PendingOutput::PendingOutput(std::filesystem::path target) : target_(std::move(target)) {
     const std::filesystem::path directory = target_.parent_path().empty() ? "." : target_.parent_path();
+    // A missing output folder is made, as image tools do; it stays even when the write fails.
+    std::error_code made;
+    std::filesystem::create_directories(directory, made);
+    if (made) throw std::runtime_error(target_.string() + ": cannot create the folder " + directory.string() + ": " + made.message());
     std::string pattern = (directory / ("." + target_.filename().string() + ".XXXXXX")).string();
     const int fd = mkstemp(pattern.data());
     if (fd < 0) Fail(target_, "create a temporary file in " + directory.string());

@@ -10,7 +10,8 @@ namespace vellux::engine {
 
 class PendingOutput {
 public:
-    // Creates the temporary file (".NAME.XXXXXX" in the target's folder); throws naming the target.
+    // Creates the temporary file (".NAME.XXXXXX" in the target's folder, made first if missing);
+    // throws naming the target.
     explicit PendingOutput(std::filesystem::path target);
     ~PendingOutput();   // removes the temporary file unless committed
     PendingOutput(const PendingOutput&) = delete;

@@ -27,7 +27,7 @@ struct RenderReporting {
 };
 
 struct RenderRequest {
-    std::filesystem::path input;    // empty: a black frame of blackFrame's size
+    std::filesystem::path input;    // empty: a black frame of blackFrame's size; a frame pattern: a sequence
     FrameSize blackFrame;
     std::filesystem::path scene;    // a scene to render as a sequence instead (no input, no light)
     std::vector<int32_t> frames;    // with a scene: these of its frames, in order; empty: all

@@ -72,6 +72,28 @@ Scene LoadScene(const fs::path& path) {
     throw std::runtime_error(message);
 }
 
+bool IsSequence(const RenderRequest& request) {
+    if (!request.scene.empty() || !request.frames.empty()) return true;
+    return !request.input.empty() && !fs::exists(request.input) && FramePattern::Parse(request.input.string()).HasField();
+}
+
+Scene FixedLightScene(const RenderRequest& request) {
+    const FramePattern input = FramePattern::Parse(request.input.string());
+    const std::vector<int32_t> frames = request.frames.empty() ? input.FramesOnDisk() : request.frames;
+    Scene scene;
+    scene.firstFrame = *std::min_element(frames.begin(), frames.end());
+    scene.lastFrame = *std::max_element(frames.begin(), frames.end());
+    scene.input = request.input.string();
+    scene.lightUnits = request.lightIsFraction ? LightUnits::fraction : LightUnits::pixels;
+    LightKey& key = scene.light[scene.firstFrame];
+    key.x = request.lightX;
+    key.y = request.lightY;
+    key.color = {request.color.red, request.color.green, request.color.blue};
+    key.intensity = request.intensity;
+    key.radius = request.radius;
+    return scene;
+}
+
 FrameRange SceneFrames(const Scene& scene) { return {scene.firstFrame, scene.lastFrame}; }
 
 std::vector<int32_t> FrameListWithin(const Scene& scene, const std::vector<int32_t>& requested, const char* option) {
@@ -253,7 +275,7 @@ void ReportFrame(const RenderReporting& reporting, int32_t frame, int32_t done, 
 SequenceResult RenderSceneSequence(const RenderRequest& request, const RenderReporting& reporting) {
     FlareSetup setup = RequestSetup(request);
     if (!request.table.empty()) CheckFlareTable(request.table);
-    const Scene scene = LoadScene(request.scene);
+    const Scene scene = request.scene.empty() ? FixedLightScene(request) : LoadScene(request.scene);
     SequenceWork work(request, scene);
     work.frames = FrameListWithin(scene, request.frames, "--frames");
     work.output = OutputPattern(request.output, work.frames);

@@ -32,6 +32,14 @@ namespace vellux::engine {
 // Reads a scene file; throws std::runtime_error naming the file and every problem in it.
 Scene LoadScene(const std::filesystem::path& path);
 
+// Whether the request renders a sequence: it names a scene, frames, or an input frame pattern
+// (a name with a frame field that is not itself a file).
+bool IsSequence(const RenderRequest& request);
+
+// A plate sequence without a scene file: the request's input pattern over its frames (the ones
+// asked for, else every frame found on disk) under a light that does not move.
+Scene FixedLightScene(const RenderRequest& request);
+
 // The scene's frames, and requested ones checked to lie within (std::invalid_argument naming
 // `option` otherwise); none requested: all of them.
 FrameRange SceneFrames(const Scene& scene);
@@ -63,7 +71,7 @@ struct SequenceResult {
     std::vector<int32_t> written;
 };
 
-// The request's scene over its frames, written to its output pattern by request.jobs workers
+// The request's scene (or, without one, its input sequence under a fixed light) over its frames, written to its output pattern by request.jobs workers
 // (at least 1). Throws after every worker has stopped: the failing frame's message (naming the
 // frame and its file), or "interrupted" after a cancel.
 SequenceResult RenderSceneSequence(const RenderRequest& request, const RenderReporting& reporting = {});

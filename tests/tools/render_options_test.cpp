@@ -54,6 +54,8 @@ TEST(RenderOptions, DefaultsAndTypedValues) {
     EXPECT_DOUBLE_EQ(typed.lightX, 12.5);
     EXPECT_DOUBLE_EQ(typed.lightY, -4.0);   // off the frame is allowed: the flare still shows
     EXPECT_EQ(typed.color.green, 128);
+    const RenderRequest hex = Check({"--size", "8x8", "-o", "o.png", "--color", "#FF80a0"});
+    EXPECT_EQ(std::vector<int>({hex.color.red, hex.color.green, hex.color.blue}), std::vector<int>({255, 128, 160}));
     EXPECT_EQ(typed.bandRows, 16);
     EXPECT_EQ(typed.settings.starFilter, -3);
     EXPECT_EQ(typed.settings.dissolve, 1.0);
@@ -68,6 +70,9 @@ TEST(RenderOptions, OutOfRangeValuesNameTheOption) {
     EXPECT_EQ(with({"--color", "256,0,0"}), "--color: '256,0,0' must be three whole numbers from 0 to 255");
     EXPECT_EQ(with({"--color", "1.5,0,0"}).rfind("--color:", 0), 0u);
     EXPECT_EQ(with({"--color", "255,255"}).rfind("--color:", 0), 0u);
+    for (const char* hex : {"#fff", "#ff80a0f", "#gg0000", "#"})
+        EXPECT_EQ(with({"--color", hex}), std::string("--color: '") + hex + "' must be #RRGGBB, six hexadecimal digits");
+    EXPECT_EQ(with({"--frames", "1-3"}), "--frames: only with --scene or an -i frame pattern");
     EXPECT_EQ(with({"--intensity", "nan"}), "--intensity: nan is out of range (at least 0)");
     EXPECT_EQ(with({"--intensity", "inf"}).rfind("--intensity:", 0), 0u);
     EXPECT_EQ(with({"--radius", "-1"}).rfind("--radius:", 0), 0u);

@@ -7,6 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -206,6 +208,63 @@ TEST_F(SceneTool, ImageSequencesAreReadFrameByFrameBesideTheScene) {
     EXPECT_FALSE(fs::exists(Path("bad.1.png")));
 }
 
+// A plate sequence needs no scene: every frame is the single-frame render of its plate, the frames
+// found on disk unless --frames says which, and missing output folders are made.
+TEST_F(SceneTool, PlateSequencesRenderWithoutAScene) {
+    for (int frame = 1; frame <= 3; ++frame) {
+        OIIO::ImageBuf plate(OIIO::ImageSpec(64, 48, 3, OIIO::TypeDesc::UINT16));
+        const float grey[] = {0.1f * float(frame), 0.2f, 0.3f};
+        OIIO::ImageBufAlgo::fill(plate, grey);
+        plate.write(Path("plate." + std::to_string(frame) + ".tif").string());
+    }
+    const std::string light = " --light 20,30 --color '#ffc080' --star-filter 6 -q";
+    const ToolRun found = Vellux("render -i " + Q("plate.#.tif") + light + " --jobs 2 -o " + Q("new/lit.####.tif"));
+    ASSERT_EQ(found.exitCode, 0) << found.err << found.out;
+    const ToolRun listed = Vellux("render -i " + Q("plate.#.tif") + light + " --frames 3,1 -o " + Q("two.#.tif"));
+    ASSERT_EQ(listed.exitCode, 0) << listed.err;
+    EXPECT_FALSE(fs::exists(Path("two.2.tif")));
+    for (int frame = 1; frame <= 3; ++frame) {
+        const std::string n = std::to_string(frame);
+        ASSERT_EQ(Vellux("render -i " + Q("plate." + n + ".tif") + light + " -o " + Q("one." + n + ".tif")).exitCode, 0);
+        const std::vector<float> single = Pixels(Path("one." + n + ".tif"));
+        EXPECT_GT(Sum(single), Sum(Pixels(Path("plate." + n + ".tif"))));
+        EXPECT_EQ(Pixels(Path("new/lit.000" + n + ".tif")), single) << "frame " << n;
+        if (frame != 2) EXPECT_EQ(Pixels(Path("two." + n + ".tif")), single) << "frame " << n;
+    }
+    const ToolRun none = Vellux("render -i " + Q("none.#.tif") + " -o " + Q("x.#.tif"));
+    EXPECT_EQ(none.exitCode, 1);
+}
+
+// Ctrl-C in a sequence: the frames written stay, nothing partial is left, and the exit code is 130.
+TEST_F(SceneTool, InterruptedSequencesExit130KeepingFinishedFrames) {
+    Scene scene = RisingScene(40);
+    scene.width = 1280, scene.height = 720;
+    WriteSceneFile(Path("s.json"), scene);
+    const pid_t child = fork();
+    if (child == 0) {
+        const std::string err = Path("err").string();
+        freopen(err.c_str(), "w", stderr);
+        execl(VELLUX_TOOL_PATH, "vellux", "render", "--scene", Path("s.json").c_str(), "--jobs", "1", "--star-filter", "8",
+              "-o", Path("f.##.exr").c_str(), static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    while (Slurp(Path("err")).find("(1 of 40)") == std::string::npos) usleep(20000);   // a frame is done
+    kill(child, SIGINT);
+    int status = 0;
+    waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 130);
+    EXPECT_NE(Slurp(Path("err")).find("interrupted;"), std::string::npos) << Slurp(Path("err"));
+    size_t frames = 0;
+    for (const auto& entry : fs::directory_iterator(dir_)) {
+        const std::string name = entry.path().filename().string();
+        EXPECT_NE(name[0], '.') << "a temporary file is left: " << name;
+        frames += name.rfind("f.", 0) == 0;
+    }
+    EXPECT_GE(frames, 1u);
+    EXPECT_LT(frames, 40u);
+}
+
 // Passes and occlusion per frame: a mask pattern with a frame field hides the light on frame 2 only.
 TEST_F(SceneTool, SequencesRenderPassesAndFollowOcclusionMasks) {
     WriteSceneFile(Path("s.json"), RisingScene(3));
@@ -239,7 +298,7 @@ TEST_F(SceneTool, MistakesExitOneNamingTheFileOrFrameAndWriteNothing) {
         {scene + " --jobs 0 -o " + Q("f.#.tif"), "--jobs: 0 must be at least 1"},
         {scene + " --colorspace nonsense -o " + Q("f.#.tif"), "--colorspace: 'nonsense' is not a colour space"},
         {scene + " --frames 2-3 -o " + Q("f.tif"), "-o: '" + Path("f.tif").string() + "' has no frame number field"},
-        {scene + " -o " + Q("missing/f.#.tif"), Path("missing/f.1.tif").string() + ": cannot create a temporary file"},
+        {scene + " -o " + Q("s.json/f.#.tif"), ": cannot create the folder " + Path("s.json").string()},
         {"render -q --scene " + Q("none.json") + " -o " + Q("f.#.tif"), Path("none.json").string() + ": cannot read"},
         {"scene key " + Q("s.json") + " --frames 0-2", "--frames: 0-2 is outside the scene's frames 1-10"},
     };

@@ -136,6 +136,22 @@ TEST_F(VelluxTool, UsageErrorsExitTwoAndHelpZero) {
     const ToolRun compileHelp = Vellux("rsc compile --help");
     EXPECT_EQ(compileHelp.exitCode, 0);
     EXPECT_NE(compileHelp.out.find("several sources are merged in order"), std::string::npos) << compileHelp.out;
+
+    const struct {
+        const char* typed;
+        const char* message;
+    } mistyped[] = {{"rendr", "unknown command 'rendr'; did you mean 'render'?"},
+                    {"Scene", "unknown command 'Scene'; did you mean 'scene'?"},
+                    {"xyzzy", "unknown command 'xyzzy'\n"}};
+    for (const auto& c : mistyped) {
+        const ToolRun run = Vellux(std::string(c.typed) + " -o x.png");
+        EXPECT_EQ(run.exitCode, 2) << c.typed;
+        EXPECT_NE(run.err.find(c.message), std::string::npos) << run.err;
+    }
+    const ToolRun version = Vellux("--version");
+    EXPECT_EQ(version.exitCode, 0);
+    EXPECT_EQ(version.out.rfind("vellux " VELLUX_VERSION "\nplug-in ", 0), 0u) << version.out;
+    EXPECT_NE(version.out.find(" version 1 ("), std::string::npos) << version.out;
 }
 
 }  // namespace

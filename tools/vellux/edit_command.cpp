@@ -67,7 +67,6 @@ pid_t StartOpener(const std::string& address) {
 int Edit(const EditOptions& options) {
     const bool openBrowser = !options.noBrowser && HasDisplay();
     pid_t openerProcess = -1;
-    InterruptGuard interrupt;
 
     host::WebDialogOptions web;
     web.port = options.port;

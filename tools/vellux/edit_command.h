@@ -19,7 +19,6 @@
 
 namespace vellux::tool {
 
-inline constexpr int kExitInterrupted = 130;
 
 void AddEditCommand(CLI::App& app, Action& action);
 

@@ -22,6 +22,18 @@ std::string AboutText(const PluginAbout& about) {
     return text;
 }
 
+std::string VersionText() {
+    std::string text = "vellux " + VelluxVersion() + "\n";
+    try {
+        const std::filesystem::path path = FindPlugin("");
+        const PluginAbout about = AskPlugin(host::PluginLibrary(path.string()));
+        text += "plug-in " + about.name + " version " + std::to_string(about.version) + " (" + path.string() + ")";
+    } catch (const std::exception& error) {
+        text += std::string("plug-in not loaded: ") + error.what();
+    }
+    return text;
+}
+
 void AddInfoCommand(CLI::App& app, Action& action) {
     auto plugin = std::make_shared<std::string>();
     CLI::App* info = app.add_subcommand("info", "What the plug-in says about itself (INFO, CHEK)");

@@ -26,6 +26,10 @@ void AddInfoCommand(CLI::App& app, Action& action);
 
 std::string AboutText(const PluginAbout& about);
 
+// What --version prints: the tool's version, and the plug-in's name, version and file (or why it
+// could not be loaded).
+std::string VersionText();
+
 
 }  // namespace vellux::tool
 

@@ -1,4 +1,5 @@
-// While a guard is alive, Ctrl-C (SIGINT) asks the render to stop instead of ending the process:
+// While a guard is alive, Ctrl-C (SIGINT) asks the running command to stop instead of ending the
+// process (main holds one around every command):
 // the handler only sets a flag, which the host turns into "user cancelled" at the plug-in's next
 // progress report. The handler is one-shot, so a second Ctrl-C ends the process as usual. The
 // previous handler comes back when the guard goes. One guard at a time.

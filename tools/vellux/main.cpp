@@ -4,12 +4,16 @@
 // (sample-frame). See command.h for how commands plug in.
 #include <exception>
 #include <iostream>
+#include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
+#include "engine/closest_match.h"
 #include "tools/vellux/command.h"
 #include "tools/vellux/edit_command.h"
 #include "tools/vellux/info_command.h"
+#include "tools/vellux/interrupt_guard.h"
 #include "tools/vellux/render_command.h"
 #include "tools/vellux/rsc_command.h"
 #include "tools/vellux/sample_frame_command.h"
@@ -25,13 +29,34 @@ int ExitForUsage(const CLI::App& app, const CLI::ParseError& error) {
     return code == 0 ? 0 : vellux::tool::kExitUsage;
 }
 
+// Ctrl-C asks the running command to stop (InterruptGuard); whatever it did, the exit code is
+// then 130, as a shell reports an interrupted program.
 int Run(const Action& action) {
+    const vellux::tool::InterruptGuard interrupt;
+    int code = vellux::tool::kExitFailure;
     try {
-        return action();
+        code = action();
     } catch (const std::exception& error) {
         std::cerr << "vellux: " << error.what() << "\n";
-        return vellux::tool::kExitFailure;
     }
+    return vellux::tool::InterruptGuard::Requested() ? vellux::tool::kExitInterrupted : code;
+}
+
+bool IsCommand(const CLI::App& app, const std::string& name) {
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; }))
+        if (command->check_name(name)) return true;
+    return false;
+}
+
+// A first argument that is neither an option nor a command: named, with the closest command.
+int UnknownCommand(const CLI::App& app, const std::string& given) {
+    std::vector<std::string> names;
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) names.push_back(command->get_name());
+    std::cerr << "vellux: unknown command '" << given << "'";
+    const std::string closest = vellux::engine::ClosestMatch(given, names);
+    if (!closest.empty()) std::cerr << "; did you mean '" << closest << "'?";
+    std::cerr << "\nRun with --help for the commands.\n";
+    return vellux::tool::kExitUsage;
 }
 
 }  // namespace
@@ -47,6 +72,8 @@ int main(int argc, char** argv) {
     vellux::tool::AddEditCommand(app, action);
     vellux::tool::AddInfoCommand(app, action);
     vellux::tool::AddSampleFrameCommand(app, action);
+    app.set_version_flag("--version", vellux::tool::VersionText);
+    if (argc > 1 && argv[1][0] != '-' && !IsCommand(app, argv[1])) return UnknownCommand(app, argv[1]);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

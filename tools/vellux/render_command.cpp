@@ -24,12 +24,11 @@ void AddRenderCommand(CLI::App& app, Action& action) {
 }
 
 void RunRender(const RenderRequest& request, bool quiet) {
-    const InterruptGuard interrupt;
     host::ProgressBar bar(std::cerr, !quiet && host::StderrIsTerminal());
     RenderReporting reporting;
     reporting.progress = bar.Sink();
     reporting.cancel = &InterruptGuard::Flag();
-    if (request.scene.empty()) return RenderFlareImage(request, reporting);
+    if (!IsSequence(request)) return RenderFlareImage(request, reporting);
     if (!quiet) {
         reporting.frameDone = [&bar](int32_t frame, int32_t done, int32_t count) {
             bar.Finish();

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <algorithm>
+#include <cctype>
 #include <stdexcept>
 #include <thread>
 
@@ -12,7 +13,9 @@ namespace {
 // Returns --scene, which the light options exclude (the scene animates the light).
 CLI::Option* AddFrameOptions(CLI::App& render, RenderOptions& options) {
     CLI::Option_group* frame = render.add_option_group("frame", "What to paint the flare into (one of)");
-    frame->add_option("-i,--input", options.input, "Image to render onto (any format the image library reads)")
+    frame->add_option("-i,--input", options.input,
+                      "Image to render onto (any format the image library reads), or a frame pattern "
+                      "(plate.####.exr) for a sequence under a fixed light")
         ->type_name("IMAGE");
     frame->add_option("--size", options.size, "A black frame of this size instead, e.g. 1920x1080")
         ->type_name("WxH");
@@ -20,14 +23,14 @@ CLI::Option* AddFrameOptions(CLI::App& render, RenderOptions& options) {
         ->type_name("SCENE.json");
     frame->require_option(1);
     render.add_option("--frames", options.frames,
-                      "With --scene: only these frames, e.g. 1-48, 1-48x2, 1,5,10-20 (default: all)")
-        ->type_name("LIST")
-        ->needs(scene);
-    render.add_option("--jobs", options.jobs, "With --scene: frames rendered at once (default: the number of cores)")
-        ->type_name("N")
-        ->needs(scene);
+                      "With --scene or an -i frame pattern: only these frames, e.g. 1-48, 1-48x2, 1,5,10-20 "
+                      "(default: all of the scene's, or every input frame found)")
+        ->type_name("LIST");
+    render.add_option("--jobs", options.jobs, "For a sequence: frames rendered at once (default: the number of cores)")
+        ->type_name("N");
     render.add_option("-o,--output", options.output,
-                      "Image to write; its extension picks the format. With --scene a frame pattern: ####, %04d or %d")
+                      "Image to write; its extension picks the format; a missing folder is made. For a sequence a frame "
+                      "pattern: ####, %04d or %d")
         ->type_name("IMAGE")
         ->required();
     return scene;
@@ -39,7 +42,9 @@ void AddLightOptions(CLI::App& render, RenderOptions& options, CLI::Option* scen
         ->type_name("X,Y")
         ->default_str("0.3,0.35")
         ->excludes(pixels);
-    render.add_option("--color", options.color, "Light colour, 0 to 255 each")->type_name("R,G,B")->capture_default_str();
+    render.add_option("--color", options.color, "Light colour: R,G,B from 0 to 255, or #RRGGBB")
+        ->type_name("R,G,B")
+        ->capture_default_str();
     render.add_option("--intensity", options.intensity, "Light intensity")->capture_default_str();
     render.add_option("--radius", options.radius, "The light's radius on the frame in pixels (with --follow-light-size)")
         ->capture_default_str();
@@ -87,6 +92,12 @@ void RequireFinite(const char* option, double value, double min) {
 }
 
 LightColor ParseColor(const std::string& text) {
+    if (!text.empty() && text[0] == '#') {   // #RRGGBB, as colour pickers give it
+        const bool hex = text.size() == 7 && std::all_of(text.begin() + 1, text.end(), [](unsigned char c) { return std::isxdigit(c); });
+        if (!hex) throw std::invalid_argument("--color: '" + text + "' must be #RRGGBB, six hexadecimal digits");
+        const auto byte = [&](size_t at) { return uint8_t(std::stoi(text.substr(at, 2), nullptr, 16)); };
+        return {byte(1), byte(3), byte(5)};
+    }
     const std::vector<double> rgb = ParseNumbers("--color", text, 3);
     for (double component : rgb) {
         if (component < 0.0 || component > 255.0 || component != std::floor(component))
@@ -121,7 +132,11 @@ RenderRequest CheckRenderOptions(const RenderOptions& options) {
     RenderRequest request;
     request.input = options.input;
     request.scene = options.scene;
-    if (!options.frames.empty()) request.frames = ParseFrameList("--frames", options.frames);
+    if (!options.frames.empty()) {
+        if (options.input.empty() && options.scene.empty())
+            throw std::invalid_argument("--frames: only with --scene or an -i frame pattern");
+        request.frames = ParseFrameList("--frames", options.frames);
+    }
     if (options.jobs && *options.jobs < 1)
         throw std::invalid_argument("--jobs: " + std::to_string(*options.jobs) + " must be at least 1");
     request.jobs = options.jobs.value_or(int32_t(std::max(1u, std::thread::hardware_concurrency())));
