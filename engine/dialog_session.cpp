@@ -36,16 +36,10 @@ private:
     host::DialogRunner& runner_;
 };
 
-std::optional<SettingsRecord> LoadSettingsFile(const fs::path& path) {
+std::optional<SettingsRecord> ExistingSettings(const fs::path& path) {
     std::error_code error;
     if (!fs::exists(path, error)) return std::nullopt;   // created when the dialog is accepted
-    const SettingsReadResult read = ReadSettingsFile(path);
-    if (!read.errors.empty()) {
-        std::string message = path.string() + ":";
-        for (const SceneError& problem : read.errors) message += "\n  " + problem.Text();
-        throw std::runtime_error(message);
-    }
-    return read.settings;
+    return LoadSettingsFile(path);
 }
 
 void SaveSettings(const SettingsSource& source, std::optional<Scene>& scene, const DialogOutcome& outcome) {
@@ -74,7 +68,7 @@ DialogOutcome RunSettingsDialog(const SettingsSource& source, host::DialogRunner
         scene = LoadScene(source.scene);
         settings = scene->settings;
     } else if (!source.settings.empty()) {
-        settings = LoadSettingsFile(source.settings);
+        settings = ExistingSettings(source.settings);
     }
 
     setup.settings = settings;

@@ -42,6 +42,7 @@ FlareSetup RequestSetup(const RenderRequest& request) {
     FlareSetup setup;
     setup.plugin = FindPlugin(request.plugin);
     setup.table = request.table;
+    if (!request.settingsFile.empty()) setup.settings = LoadSettingsFile(request.settingsFile);
     setup.edits = request.settings;
     return setup;
 }

@@ -46,7 +46,8 @@ struct RenderRequest {
     std::string colorspace;         // the plate's (or the pass's) colour space; empty: by pixel type
     std::filesystem::path occlusion;    // a mask hiding the light: 1 = hidden
     int32_t jobs = 1;               // a sequence's frames rendered at once (each its own plug-in copy)
-    SettingEdits settings;
+    std::filesystem::path settingsFile;   // a saved settings record to start from (a scene's is then not used)
+    SettingEdits settings;                // then these changes
 };
 
 }  // namespace vellux::engine

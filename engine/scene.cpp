@@ -465,6 +465,14 @@ SettingsReadResult ReadSettingsFile(const std::filesystem::path& path) {
     return ReadSettingsText(*text);
 }
 
+SettingsRecord LoadSettingsFile(const std::filesystem::path& path) {
+    const SettingsReadResult read = ReadSettingsFile(path);
+    if (read.errors.empty()) return *read.settings;
+    std::string message = path.string() + ":";
+    for (const SceneError& problem : read.errors) message += (read.errors.size() > 1 ? "\n  " : " ") + problem.Text();
+    throw std::runtime_error(message);
+}
+
 SceneReadResult ReadScene(std::string_view text) {
     SceneReadResult result;
     const std::optional<Json> parsed = ParseJson(text, result.errors);

@@ -122,6 +122,8 @@ struct SettingsReadResult {
 SettingsReadResult ReadSettingsText(std::string_view text);
 SettingsReadResult ReadSettingsFile(const std::filesystem::path& path);
 std::string WriteSettingsText(const SettingsRecord& settings);
+// A settings file's record; throws std::runtime_error naming the file and each problem.
+SettingsRecord LoadSettingsFile(const std::filesystem::path& path);
 // Written under a temporary name and renamed over `path`; throws std::runtime_error on failure.
 void WriteSceneFile(const std::filesystem::path& path, const Scene& scene);
 

@@ -135,7 +135,7 @@ FlareLight SceneLightAt(const Scene& scene, int32_t frame, int32_t width, int32_
 }
 
 FlareSetup SceneSession::WithSceneSettings(FlareSetup setup, const Scene& scene) {
-    if (scene.settings) setup.settings = scene.settings;
+    if (scene.settings && !setup.settings) setup.settings = scene.settings;   // a settings file asked for wins
     return setup;
 }
 

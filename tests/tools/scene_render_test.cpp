@@ -235,6 +235,20 @@ TEST_F(SceneTool, PlateSequencesRenderWithoutAScene) {
     EXPECT_EQ(none.exitCode, 1);
 }
 
+// A saved settings file renders as the same settings typed as options, and options change it.
+TEST_F(SceneTool, SavedSettingsRenderAsTheirOptionsWould) {
+    std::ofstream(Path("look.json")) << WriteSettingsText(Settings(NativeByteOrder(), 0.75, 6));
+    const std::string frame = "render -q --size 96x64 --light 30,20";
+    ASSERT_EQ(Vellux(frame + " --settings " + Q("look.json") + " -o " + Q("saved.tif")).exitCode, 0);
+    ASSERT_EQ(Vellux(frame + " --flare-intensity 0.75 --star-filter 6 -o " + Q("typed.tif")).exitCode, 0);
+    ASSERT_EQ(Vellux(frame + " --settings " + Q("look.json") + " --star-filter 0 -o " + Q("edited.tif")).exitCode, 0);
+    EXPECT_EQ(Pixels(Path("saved.tif")), Pixels(Path("typed.tif")));
+    EXPECT_NE(Pixels(Path("saved.tif")), Pixels(Path("edited.tif")));
+    const ToolRun missing = RunTool(frame + " --settings " + Q("none.json") + " -o " + Q("x.tif"));
+    EXPECT_EQ(missing.exitCode, 1);
+    EXPECT_NE(missing.err.find(Path("none.json").string() + ": cannot read"), std::string::npos) << missing.err;
+}
+
 // Ctrl-C in a sequence: the frames written stay, nothing partial is left, and the exit code is 130.
 TEST_F(SceneTool, InterruptedSequencesExit130KeepingFinishedFrames) {
     Scene scene = RisingScene(40);

@@ -65,6 +65,10 @@ void AddSettingOptions(CLI::App& render, SettingEdits& edits) {
 
 void AddRunOptions(CLI::App& render, RenderOptions& options) {
     render.add_option("--table", options.table, "Flare table (resource file) instead of Vellux.rsc")->type_name("FILE");
+    render.add_option("--settings", options.settingsFile,
+                      "Start from a saved settings file (as `vellux settings set` or `vellux edit` write it); "
+                      "the setting options above then change it")
+        ->type_name("LOOK.json");
     render.add_option_function<int32_t>("--band-rows", [&options](const int32_t& rows) { options.bandRows = rows; },
                                         "Hand the frame over in bands of N rows (default: all at once)")
         ->type_name("N");
@@ -160,6 +164,7 @@ RenderRequest CheckRenderOptions(const RenderOptions& options) {
     request.occlusion = options.occlusion;
     CheckSettingEdits(options.settings);
     request.settings = options.settings;
+    request.settingsFile = options.settingsFile;
     return request;
 }
 

@@ -41,6 +41,7 @@ struct RenderOptions {
     std::string occlusion;
     std::string colorspace;
     std::optional<int32_t> jobs;
+    std::string settingsFile;
     SettingEdits settings;
 };
 
