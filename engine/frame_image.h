@@ -59,8 +59,15 @@ void CheckFrameMemory(FrameSize size, double bytesPerPixel, const std::string& w
 // its header; throws naming the file as Read does.
 FrameSize ReadImageSize(const std::filesystem::path& file);
 
-// The image library's message for what failed on `image`, without trailing line breaks.
+// An image file's part opened for reading (its specification read, no pixels yet), colour and
+// alpha to be read as stored; throws naming the file when it is missing, damaged or unreadable.
+OIIO::ImageBuf OpenImageFile(const std::filesystem::path& file, int part);
+
+// The image library's message for what failed on `image`, as OneLine makes it.
 std::string ImageErrorText(const OIIO::ImageBuf& image);
+
+// The image library's lines of a message joined with "; ", each only once.
+std::string OneLine(const std::string& text);
 
 // Throws unless the image library can write files with this name's extension.
 void CheckOutputFormat(const std::filesystem::path& output);

@@ -1,4 +1,5 @@
 #include "engine/occlusion.h"
+#include "engine/frame_image.h"
 
 #include <algorithm>
 #include <cmath>
@@ -7,15 +8,9 @@
 namespace vellux::engine {
 
 OcclusionMask OcclusionMask::Read(const std::filesystem::path& file, FrameSize frame) {
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(file, error))
-        throw std::runtime_error(file.string() + ": " + (std::filesystem::exists(file, error) ? "not a file" : "no such file"));
-    // Values as stored: an unassociated alpha (PNG) is read as it is, and so is the colour.
-    OIIO::ImageSpec config;
-    config.attribute("oiio:UnassociatedAlpha", 1);
-    OIIO::ImageBuf image(file.string(), 0, 0, nullptr, &config);
+    OIIO::ImageBuf image = OpenImageFile(file, 0);   // values as stored, alpha unassociated
     if (!image.read(0, 0, true, OIIO::TypeFloat))
-        throw std::runtime_error(file.string() + ": cannot read the occlusion mask: " + image.geterror());
+        throw std::runtime_error(file.string() + ": cannot read the occlusion mask: " + ImageErrorText(image));
     const OIIO::ImageSpec& layout = image.spec();
     if (layout.width != frame.width || layout.height != frame.height)
         throw std::runtime_error(file.string() + ": the occlusion mask is " + std::to_string(layout.width) + "x" +

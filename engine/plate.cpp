@@ -118,8 +118,8 @@ void WriteSinglePart(const OIIO::ImageBuf& part, const OIIO::ImageSpec& writing,
 void WriteParts(const PlateFile& plate, const std::vector<OIIO::ImageSpec>& writing, const fs::path& temporary,
                 const fs::path& output) {
     const std::unique_ptr<OIIO::ImageOutput> out = OIIO::ImageOutput::create(output.string());
-    if (out == nullptr) throw std::runtime_error(output.string() + ": cannot write the image: " + OIIO::geterror());
-    const auto failed = [&]() { return std::runtime_error(output.string() + ": cannot write the image: " + out->geterror()); };
+    if (out == nullptr) throw std::runtime_error(output.string() + ": cannot write the image: " + OneLine(OIIO::geterror()));
+    const auto failed = [&]() { return std::runtime_error(output.string() + ": cannot write the image: " + OneLine(out->geterror())); };
     if (!out->open(temporary.string(), int(writing.size()), writing.data())) throw failed();
     for (size_t i = 0; i < plate.parts.size(); ++i) {
         if (i > 0 && !out->open(temporary.string(), writing[i], OIIO::ImageOutput::AppendSubimage)) throw failed();
@@ -196,17 +196,11 @@ OIIO::ImageBuf WithFrameColour(const OIIO::ImageBuf& plate, const PlateLayout& l
 }
 
 PlateFile ReadPlateFile(const fs::path& file) {
-    if (!fs::is_regular_file(file)) throw std::runtime_error(file.string() + ": " + (fs::exists(file) ? "not a file" : "no such file"));
     const std::string what = file.string() + ": cannot read the image";
-    // Colour as stored: formats that keep alpha unassociated (PNG, most TIFFs) are not
-    // premultiplied on the way in, so the write need not divide it out again.
-    OIIO::ImageSpec config;
-    config.attribute("oiio:UnassociatedAlpha", 1);
     PlateFile plate;
     double bytes = 0.0;
     for (int part = 0;; ++part) {
-        OIIO::ImageBuf image(file.string(), part, 0, nullptr, &config);
-        Check(image.init_spec(file.string(), part, 0), image, what);
+        OIIO::ImageBuf image = OpenImageFile(file, part);
         plate.stored.push_back(image.nativespec());
         bytes += PartBytes(image.spec());
         plate.parts.push_back(std::move(image));

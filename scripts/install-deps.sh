@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(cmake ninja-build g++ g++-multilib libgtest-dev libgmock-dev googletest libbenchmark-dev
           clang libclang-rt-14-dev
           nlohmann-json3-dev libcli11-dev
-          libopenimageio-dev openimageio-tools pkgconf
+          libopenimageio-dev openimageio-tools pkgconf zlib1g-dev
           libcpp-httplib-dev chromium)
 # Node for the browser test: Debian's, unless a node is installed already (its own npm would
 # conflict with Debian's npm package).

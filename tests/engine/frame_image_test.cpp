@@ -6,9 +6,11 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <vector>
 
 #include <OpenImageIO/imagebuf.h>
+#include <OpenImageIO/imagebufalgo.h>
 
 #include "engine/frame_image.h"
 #include "engine/plugin_pixels.h"
@@ -152,6 +154,47 @@ TEST_F(FrameImageFile, UnreadableFilesNameTheFile) {
     }
     EXPECT_THROW(CheckOutputFormat(dir_ / "out.unknown"), std::runtime_error);
     EXPECT_NO_THROW(CheckOutputFormat(dir_ / "out.exr"));
+}
+
+// Damaged PNGs get one message naming the file, and nothing from the PNG library on stderr.
+TEST_F(FrameImageFile, DamagedPngsAreNamedAndTheLibraryStaysQuiet) {
+    OIIO::ImageBuf good(OIIO::ImageSpec(64, 32, 3, OIIO::TypeUInt8));
+    const float grey[] = {0.3f, 0.5f, 0.7f};
+    OIIO::ImageBufAlgo::fill(good, grey);
+    ASSERT_TRUE(good.write((dir_ / "good.png").string()));
+    const std::string bytes = [&] {
+        std::ifstream in(dir_ / "good.png", std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    }();
+    const struct {
+        const char* name;
+        std::string content;
+        const char* message;
+    } cases[] = {
+        {"header-only.png", bytes.substr(0, 8), "ends early (truncated)"},
+        {"in-ihdr.png", bytes.substr(0, 20), "ends early (truncated)"},
+        {"in-data.png", bytes.substr(0, bytes.size() - 30), "ends early (truncated)"},
+        {"no-end.png", bytes.substr(0, bytes.size() - 12), "ends early (truncated)"},
+        {"flipped.png", bytes.substr(0, 60) + char(bytes[60] ^ 0x5a) + bytes.substr(61), "a chunk's checksum is wrong"},
+        {"huge.png", bytes.substr(0, 8) + std::string("\xff\xff\xff\xf0IHDR", 8), "a chunk claims"},
+    };
+    for (const auto& c : cases) {
+        const fs::path file = dir_ / c.name;
+        std::ofstream(file, std::ios::binary) << c.content;
+        for (int way = 0; way < 2; ++way) {   // the header alone, and the whole image
+            testing::internal::CaptureStderr();
+            try {
+                way == 0 ? void(ReadImageSize(file)) : void(FrameImage::Read(file));
+                ADD_FAILURE() << c.name;
+            } catch (const std::runtime_error& error) {
+                const std::string what = error.what();
+                EXPECT_EQ(what.rfind(file.string() + ": cannot read the image: the PNG file ", 0), 0u) << what;
+                EXPECT_NE(what.find(c.message), std::string::npos) << what;
+            }
+            EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << c.name;
+        }
+    }
+    EXPECT_NO_THROW(FrameImage::Read(dir_ / "good.png"));
 }
 
 }  // namespace
