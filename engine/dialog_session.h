@@ -28,7 +28,7 @@ struct SettingsSource {
     std::filesystem::path scene;      // edit this scene's settings
     std::filesystem::path settings;   // or this settings file's
     std::filesystem::path plugin;     // empty: searched beside the tool
-    std::filesystem::path table;      // empty: the plug-in's own Vellux.rsc (holds the dialog)
+    std::filesystem::path table;      // a name or path (table_search.h); empty: the default (holds the dialog)
 
     bool HasFile() const { return !scene.empty() || !settings.empty(); }
 };

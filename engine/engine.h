@@ -25,6 +25,9 @@
 #include "engine/plugin_location.h"
 //   FindPlugin(path)                      the plug-in: the path given, else beside the program or this library
 //   PluginFolders()                       where FindPlugin looks
+#include "engine/table_search.h"
+//   FindTable(nameOrPath), ListTables()   flare tables by name: user folder, VELLUX_TABLE_PATH, shipped
+//   TableFolders(), FindDefaultTable()    where they are looked for; the one named Vellux
 
 #include "engine/closest_match.h"
 //   ClosestMatch(given, names)            "did you mean" for a mistyped name

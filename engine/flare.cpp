@@ -7,6 +7,7 @@
 #include "engine/colour.h"
 #include "engine/flare_pass.h"
 #include "engine/plate.h"
+#include "engine/table_search.h"
 #include "host/resource_file.h"
 
 namespace vellux::engine {
@@ -28,13 +29,15 @@ void CheckFlareTable(const std::filesystem::path& table) {
         throw std::runtime_error(table.string() + ": not a flare table: it has no FLAR " + std::to_string(kFlareListId));
 }
 
-// The plug-in still asks for Vellux.rsc; this instance's host answers with the chosen table,
+// The plug-in still asks for Vellux.rsc; this instance's host answers with the chosen table (by
+// name or path, table_search.h; none chosen: the default one found there),
 // checked first so that a wrong file gets a message about the file rather than the plug-in's
 // "missing resource".
 Flare::Flare(const FlareSetup& setup) : plugin_(setup.plugin.string(), setup.copy) {
-    if (!setup.table.empty()) {
-        CheckFlareTable(setup.table);
-        host_.SetFileSubstitute("Vellux.rsc", std::filesystem::absolute(setup.table));
+    const std::filesystem::path table = setup.table.empty() ? FindDefaultTable() : FindTable(setup.table.string());
+    if (!table.empty()) {
+        CheckFlareTable(table);
+        host_.SetFileSubstitute("Vellux.rsc", std::filesystem::absolute(table));
     }
     if (setup.settings) host_.SetControlData(setup.settings->bytes);
     instance_.emplace(plugin_, host_);

@@ -27,7 +27,7 @@ namespace vellux::engine {
 
 struct FlareSetup {
     std::filesystem::path plugin;                 // the plug-in file (plugin_location.h finds it)
-    std::filesystem::path table;                  // empty: the plug-in's own Vellux.rsc
+    std::filesystem::path table;                  // a name or path (table_search.h); empty: the default
     std::optional<SettingsRecord> settings;       // the persistent record to start from; none: defaults
     SettingEdits edits;                           // then these changes
     host::PluginCopy copy = host::PluginCopy::private_;

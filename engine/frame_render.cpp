@@ -11,6 +11,7 @@
 #include "engine/pending_output.h"
 #include "engine/plugin_about.h"
 #include "engine/scene.h"
+#include "engine/table_search.h"
 #include "engine/plugin_location.h"
 
 namespace vellux::engine {
@@ -41,7 +42,7 @@ FlareLight RequestLight(const RenderRequest& request, FrameSize size) {
 FlareSetup RequestSetup(const RenderRequest& request) {
     FlareSetup setup;
     setup.plugin = FindPlugin(request.plugin);
-    setup.table = request.table;
+    if (!request.table.empty()) setup.table = FindTable(request.table.string());
     if (!request.settingsFile.empty()) setup.settings = LoadSettingsFile(request.settingsFile);
     setup.edits = request.settings;
     return setup;
@@ -89,7 +90,7 @@ PlateFile RenderRequestedFrame(Flare& flare, const RenderRequest& request, const
 
 void RenderFlareImage(const RenderRequest& request, const RenderReporting& reporting) {
     const FlareSetup setup = RequestSetup(request);
-    if (!request.table.empty()) CheckFlareTable(request.table);
+    if (!setup.table.empty()) CheckFlareTable(setup.table);
     CheckOutputFormat(request.output);
     if (!request.input.empty() && !fs::exists(request.input))
         throw std::runtime_error(request.input.string() + ": no such file");

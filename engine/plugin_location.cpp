@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <stdexcept>
 #include <string>
 
@@ -11,12 +12,14 @@ namespace fs = std::filesystem;
 
 std::vector<fs::path> PluginFolders() {
     std::vector<fs::path> folders;
+    const auto add = [&folders](const fs::path& folder) {
+        if (!folder.empty() && std::find(folders.begin(), folders.end(), folder) == folders.end()) folders.push_back(folder);
+    };
     for (const fs::path& base : {RunningToolFolder(), EngineFolder()}) {
-        for (const fs::path& folder : {base, base.parent_path()}) {
-            bool seen = false;
-            for (const fs::path& known : folders) seen = seen || known == folder;
-            if (!seen && !folder.empty()) folders.push_back(folder);
-        }
+        add(base);                                  // beside it
+        add(base.parent_path());                    // the build: tools/.. holds the plug-in
+        add(base.parent_path() / "lib" / "vellux"); // an installed tree: bin/../lib/vellux
+        add(base / "vellux");                       // the same from lib/
     }
     return folders;
 }

@@ -1,9 +1,10 @@
 // Where a front end finds the plug-in and the flare tables.
 //
-// The plug-in: the path given (it must exist), else Vellux.so in the running program's folder or
-// the folder above it (the build puts the tool in build/<preset>/tools and the plug-in in
-// build/<preset>), else beside this engine library or the folder above it (a front end loaded
-// into another program: a video host's filter, a Python module).
+// The plug-in: the path given (it must exist), else Vellux.so found from the running program's
+// folder, then from this engine library's (a front end loaded into another program: a video
+// host's filter, a Python module): beside it, in the folder above it (the build puts the tool in
+// build/<preset>/tools and the plug-in in build/<preset>), or in lib/vellux of an installed tree
+// (bin/vellux, lib/libvellux_engine.so, lib/vellux/Vellux.so).
 #ifndef VELLUX_ENGINE_PLUGIN_LOCATION_H
 #define VELLUX_ENGINE_PLUGIN_LOCATION_H
 

@@ -38,7 +38,7 @@ struct RenderRequest {
     LightColor color;
     double intensity = 1.0;
     double radius = 0.0;            // the light's radius on the frame, pixels
-    std::filesystem::path table;    // empty: the plug-in's own Vellux.rsc
+    std::filesystem::path table;    // a table's name or path (table_search.h); empty: the default
     int32_t bandRows = 0;           // 0: the whole frame in one generate command
     std::filesystem::path plugin;   // empty: searched beside the program (plugin_location.h)
     bool passMode = false;          // the flare alone on black, with alpha, for compositing

@@ -26,7 +26,7 @@ struct KeyRequest {
     std::filesystem::path scene;
     FrameRange frames;
     std::filesystem::path plugin;   // empty: searched beside the tool
-    std::filesystem::path table;    // empty: the plug-in's own Vellux.rsc
+    std::filesystem::path table;    // a name or path (table_search.h); empty: the default
 };
 // The work of `scene key`; returns the keyed scene as written.
 Scene KeySceneFrames(const KeyRequest& request);

@@ -274,7 +274,7 @@ void ReportFrame(const RenderReporting& reporting, int32_t frame, int32_t done, 
 
 SequenceResult RenderSceneSequence(const RenderRequest& request, const RenderReporting& reporting) {
     FlareSetup setup = RequestSetup(request);
-    if (!request.table.empty()) CheckFlareTable(request.table);
+    if (!setup.table.empty()) CheckFlareTable(setup.table);
     const Scene scene = request.scene.empty() ? FixedLightScene(request) : LoadScene(request.scene);
     SequenceWork work(request, scene);
     work.frames = FrameListWithin(scene, request.frames, "--frames");

@@ -45,7 +45,7 @@ TEST_F(VelluxTool, CompilesDumpsAndRoundTripsTheDefaultTable) {
 
     const ToolRun listing = Vellux("rsc dump " + Quote(rsc));
     ASSERT_EQ(listing.exitCode, 0) << listing.err;
-    EXPECT_NE(listing.out.find("FLAR 1001 \"Vellux default\", 12 bytes"), std::string::npos) << listing.out;
+    EXPECT_NE(listing.out.find("FLAR 1001 \"The default: a bright glow and halo, a chain of soft coloured reflections\", 12 bytes"), std::string::npos) << listing.out;
     EXPECT_NE(listing.out.find("type      1  white glow"), std::string::npos);
     EXPECT_NE(listing.out.find("offset    10000  = 1.0000 along the axis"), std::string::npos);
     EXPECT_NE(listing.out.find("radius   alpha     red   green    blue"), std::string::npos);

@@ -1,7 +1,7 @@
 // vellux: the command-line tool for Vellux: flare tables (rsc), rendering a frame or a scene's
 // sequence (render), scene files (scene), the plug-in's settings dialog without a display
 // (settings) or in a browser (edit), the plug-in's own description (info), and the sample frame
-// (sample-frame). See command.h for how commands plug in.
+// (sample-frame), the flare tables found by name (tables). See command.h for how commands plug in.
 #include <exception>
 #include <iostream>
 #include <string>
@@ -19,6 +19,7 @@
 #include "tools/vellux/sample_frame_command.h"
 #include "tools/vellux/scene_command.h"
 #include "tools/vellux/settings_command.h"
+#include "tools/vellux/tables_command.h"
 
 namespace {
 
@@ -72,6 +73,7 @@ int main(int argc, char** argv) {
     vellux::tool::AddEditCommand(app, action);
     vellux::tool::AddInfoCommand(app, action);
     vellux::tool::AddSampleFrameCommand(app, action);
+    vellux::tool::AddTablesCommand(app, action);
     app.set_version_flag("--version", vellux::tool::VersionText);
     if (argc > 1 && argv[1][0] != '-' && !IsCommand(app, argv[1])) return UnknownCommand(app, argv[1]);
     try {

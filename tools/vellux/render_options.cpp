@@ -64,7 +64,7 @@ void AddSettingOptions(CLI::App& render, SettingEdits& edits) {
 }
 
 void AddRunOptions(CLI::App& render, RenderOptions& options) {
-    render.add_option("--table", options.table, "Flare table (resource file) instead of Vellux.rsc")->type_name("FILE");
+    render.add_option("--table", options.table, "Flare table: a name (vellux tables lists them) or a .rsc file (default: Vellux)")->type_name("NAME");
     render.add_option("--settings", options.settingsFile,
                       "Start from a saved settings file (as `vellux settings set` or `vellux edit` write it); "
                       "the setting options above then change it")

@@ -109,7 +109,7 @@ void AddKey(CLI::App& group, Action& action) {
     CLI::App* key = group.add_subcommand("key", "Key the scene's settings on a range of frames");
     key->add_option("scene", options->scene, "Scene file (JSON), rewritten in place")->required();
     key->add_option("--frames", options->frames, "Frames to key, A-B or N, within the scene's")->type_name("A-B")->required();
-    key->add_option("--table", options->table, "Flare table (resource file) instead of Vellux.rsc")->type_name("FILE");
+    key->add_option("--table", options->table, "Flare table: a name (vellux tables lists them) or a .rsc file (default: Vellux)")->type_name("NAME");
     key->add_option("--plugin", options->plugin, "The plug-in (default: Vellux.so beside the tool or one folder up)")
         ->type_name("PATH");
     key->callback([options, &action] {

@@ -116,7 +116,7 @@ void AddSettingsSourceOptions(CLI::App& command, SettingsSource& source) {
         command.add_option("--settings", source.settings, "Settings file used (and saved); made when it does not exist");
     scene->excludes(settings);
     command.add_option("--plugin", source.plugin, "The plug-in library (default: Vellux.so beside the tool)");
-    command.add_option("--table", source.table, "Flare table file to use instead of the plug-in's Vellux.rsc");
+    command.add_option("--table", source.table, "Flare table: a name (vellux tables lists them) or a .rsc file (default: Vellux)")->type_name("NAME");
 }
 
 

@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# An installed tree works wherever it is moved: install into a temporary prefix, move the prefix,
+# and render from the moved copy with a clean environment. Nothing may be found in the build:
+# the libraries resolve inside the moved tree, the plug-in and the tables are the moved ones, and
+# the render equals the build's own, pixel for pixel.
+#
+#   tests/install/install_test.sh BUILD_DIR SOURCE_DIR
+set -euo pipefail
+build="$(cd "$1" && pwd)"
+source="$(cd "$2" && pwd)"
+work="$(mktemp -d)"
+trap 'rm -rf "$work"' EXIT
+fail() { echo "FAIL: $*" >&2; exit 1; }
+
+cmake --install "$build" --prefix "$work/prefix" >/dev/null
+mv "$work/prefix" "$work/moved"
+vellux="$work/moved/bin/vellux"
+run() { (cd "$work" && env -i HOME="$work/home" PATH=/usr/bin:/bin "$vellux" "$@"); }
+
+ours=$(env -i "$(command -v ldd)" "$vellux" | grep -E "vellux|$build" || true)
+grep -qF "libvellux_engine.so => $work/moved/" <<<"$ours" || fail "the engine is not the moved one: $ours"
+grep -qF "libvellux_host.so => $work/moved/" <<<"$ours" || fail "the host library is not the moved one: $ours"
+! grep -qF "$build" <<<"$ours" || fail "a library comes from the build: $ours"
+run --version | grep -qF "($work/moved/lib/vellux/Vellux.so)" || fail "the plug-in is not the moved one: $(run --version)"
+run tables | grep -qF "$work/moved/share/vellux/tables/LongZoom.rsc" || fail "the tables are not the moved ones: $(run tables)"
+run tables | grep -qF "$build" && fail "a table folder of the build is searched: $(run tables)"
+
+look=(--table LongZoom --star-filter 4 --light 288,189 -q)
+run render -i "$source/docs/sample-frame.png" "${look[@]}" -o "$work/moved.png"
+"$build/tools/vellux" render -i "$source/docs/sample-frame.png" "${look[@]}" -o "$work/built.png"
+oiiotool "$work/built.png" "$work/moved.png" --diff >/dev/null || fail "the moved tree renders other pixels"
+echo "installed, moved and rendered from $work/moved: same pixels as the build"
