@@ -4,6 +4,7 @@
 #include <cstring>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "engine/option_values.h"
 #include "vellux/plugin_records.h"
@@ -29,6 +30,10 @@ void CheckSettingEdits(const SettingEdits& edits) {
     CheckRange("--dissolve", edits.dissolve, 0.0, true, 1.0);
     CheckRange("--ring-size", edits.ringSize, 0.0, false, kNoLimit);
     CheckRange("--streak-density", edits.streakDensity, 0.0, true, kNoLimit);
+    CheckRange("--anamorphic-factor", edits.anamorphicFactor, 0.0, false, kNoLimit);
+    CheckRange("--star-rotation", edits.starRotation, -kNoLimit, false, kNoLimit);
+    CheckRange("--streak-intensity", edits.streakIntensity, 0.0, true, kNoLimit);
+    CheckRange("--streak-sharpness", edits.streakSharpness, 0.0, true, kNoLimit);
 }
 
 void ApplySettingEdits(const SettingEdits& edits, std::vector<uint8_t>& controlRecord) {
@@ -42,8 +47,28 @@ void ApplySettingEdits(const SettingEdits& edits, std::vector<uint8_t>& controlR
     if (edits.ringSize) control.flareRingSize = *edits.ringSize;
     if (edits.streakDensity) control.flareStreakDensity = *edits.streakDensity;
     if (edits.starFilter) control.flareStarFilter = *edits.starFilter;
-    if (edits.anamorphicStreak) control.flareFlags |= kFlagAnamorphicStreak;
-    if (edits.followLightSize) control.flareFlags |= kFlagFollowLightSize;
+    if (edits.anamorphicFactor) control.flareAnamorphicFactor = *edits.anamorphicFactor;
+    if (edits.starRotation) control.flareStarRotation = *edits.starRotation;
+    if (edits.streakIntensity) control.flareStreakIntensity = *edits.streakIntensity;
+    if (edits.streakSharpness) control.flareStreakSharpness = *edits.streakSharpness;
+    if (edits.ringColor) {
+        const auto wide = [](uint8_t v) { return int16_t(uint16_t(v * 257u)); };   // 0xFF is 0xFFFF
+        control.flareRingColor.red = wide(edits.ringColor->red);
+        control.flareRingColor.green = wide(edits.ringColor->green);
+        control.flareRingColor.blue = wide(edits.ringColor->blue);
+    }
+    const std::pair<const std::optional<bool>*, uint32_t> switches[] = {
+        {&edits.glow, kFlagGlow},
+        {&edits.glowInLightColor, kFlagGlowInLightColor},
+        {&edits.halo, kFlagHalo},
+        {&edits.reflections, kFlagReflections},
+        {&edits.anamorphic, kFlagAnamorphic},
+        {&edits.anamorphicStreak, kFlagAnamorphicStreak},
+        {&edits.randomStreaks, kFlagRandomStreaks},
+        {&edits.followLightSize, kFlagFollowLightSize},
+    };
+    for (const auto& [value, bit] : switches)
+        if (*value) control.flareFlags = **value ? control.flareFlags | bit : control.flareFlags & ~bit;
     std::memcpy(controlRecord.data(), &control, sizeof(control));
 }
 

@@ -8,6 +8,8 @@
 #include <optional>
 #include <vector>
 
+#include "engine/option_values.h"
+
 namespace vellux::engine {
 
 struct SettingEdits {
@@ -16,8 +18,16 @@ struct SettingEdits {
     std::optional<double> ringSize;         // > 0, flare units
     std::optional<double> streakDensity;    // >= 0
     std::optional<int32_t> starFilter;      // any value; 0 = none
-    bool anamorphicStreak = false;          // sets kFlagAnamorphicStreak
-    bool followLightSize = false;           // sets kFlagFollowLightSize: the glow follows --radius
+    std::optional<double> anamorphicFactor; // > 0: how far the anamorphic switch stretches
+    std::optional<double> starRotation;     // degrees, any finite value
+    std::optional<double> streakIntensity;  // >= 0
+    std::optional<double> streakSharpness;  // >= 0
+    std::optional<LightColor> ringColor;    // 8-bit; the record holds each as v x 257
+    // The switches (flag bits of the record): set or cleared when given.
+    std::optional<bool> glow, glowInLightColor, halo, reflections, anamorphic;
+    std::optional<bool> anamorphicStreak;   // the one horizontal streak
+    std::optional<bool> randomStreaks;
+    std::optional<bool> followLightSize;    // the glow follows the light's radius
 };
 
 // Throws std::invalid_argument naming the option when a value is out of range.

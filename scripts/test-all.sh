@@ -5,6 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
+scripts/install-test-hosts.sh
 jobs=$(nproc)
 scripts/fuzz.sh "${FUZZ_SECONDS:-60}"
 for preset in default m32 asan; do

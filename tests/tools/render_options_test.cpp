@@ -106,12 +106,19 @@ TEST(PluginSettings, EditsChangeOnlyTheirFieldsAndNeedAWholeRecord) {
     edits.dissolve = 0.25;
     edits.starFilter = 6;
     edits.anamorphicStreak = true;
+    edits.halo = false;
+    edits.ringColor = LightColor{255, 128, 0};
+    edits.starRotation = 30.0;
     ApplySettingEdits(edits, bytes);
     ControlDataRec edited;
     std::memcpy(&edited, bytes.data(), sizeof(edited));
     EXPECT_EQ(edited.flareDissolve, 0.25);
     EXPECT_EQ(edited.flareStarFilter, 6);
-    EXPECT_EQ(edited.flareFlags, 0x7B000000u | kFlagAnamorphicStreak);
+    EXPECT_EQ(edited.flareFlags, (0x7B000000u | kFlagAnamorphicStreak) & ~kFlagHalo);
+    EXPECT_EQ(edited.flareRingColor.red, -1);            // 0xFF as the record's 0xFFFF
+    EXPECT_EQ(uint16_t(edited.flareRingColor.green), 128 * 257);
+    EXPECT_EQ(edited.flareRingColor.blue, 0);
+    EXPECT_EQ(edited.flareStarRotation, 30.0);
     EXPECT_EQ(edited.flareIntensity, 0.5);
     EXPECT_EQ(edited.flareRingSize, 0.22);
 

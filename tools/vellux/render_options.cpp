@@ -59,8 +59,10 @@ void AddSettingOptions(CLI::App& render, SettingEdits& edits) {
     render.add_option_function<double>("--ring-size", set(edits.ringSize), "Halo size in flare units (plug-in default 0.22)");
     render.add_option_function<double>("--streak-density", set(edits.streakDensity), "Density of the streaks (plug-in default 50)");
     render.add_option_function<int32_t>("--star-filter", set(edits.starFilter), "Star filter, 0 = none (plug-in default 0)");
-    render.add_flag("--anamorphic-streak", edits.anamorphicStreak, "Add the horizontal anamorphic streak");
-    render.add_flag("--follow-light-size", edits.followLightSize, "Size the glow by the light's --radius");
+    render.add_flag_callback("--anamorphic-streak", [&edits] { edits.anamorphicStreak = true; },
+                             "Add the horizontal anamorphic streak");
+    render.add_flag_callback("--follow-light-size", [&edits] { edits.followLightSize = true; },
+                             "Size the glow by the light's --radius");
 }
 
 void AddRunOptions(CLI::App& render, RenderOptions& options) {

@@ -1,0 +1,187 @@
+#include "frei0r/filter_params.h"
+
+#include <algorithm>
+#include <cmath>
+#include <type_traits>
+
+#include "engine/option_values.h"
+
+namespace vellux::frei0r {
+
+namespace {
+
+using engine::SettingEdits;
+
+// A double parameter: its setting's range, and where the setting lives.
+struct DoubleParam {
+    int index;
+    const char* name;
+    const char* explanation;
+    double min, max;
+    double (*get)(const FilterSettings&);
+    void (*set)(FilterSettings&, double);
+};
+
+#define VELLUX_FIELD(expr) \
+    [](const FilterSettings& s) { return double(expr); }, [](FilterSettings& s, double v) { expr = std::remove_reference_t<decltype(expr)>(v); }
+
+const DoubleParam kDoubles[] = {
+    {24, "Light X", "Where the light is across the frame (0 left, 1 right; beyond is off the frame)", -1.0, 2.0, VELLUX_FIELD(s.lightX)},
+    {25, "Light Y", "Where the light is down the frame (0 top, 1 bottom; beyond is off the frame)", -1.0, 2.0, VELLUX_FIELD(s.lightY)},
+    {2, "Light intensity", "How bright the light is (slider 0.25 is 1, full strength)", 0.0, 4.0, VELLUX_FIELD(s.lightIntensity)},
+    {3, "Light radius", "The light's size on the frame, as a part of its smaller side (with Follow light size)", 0.0, 0.25, VELLUX_FIELD(s.lightRadius)},
+    {4, "Flare intensity", "Overall strength of the flare", 0.0, 2.0, VELLUX_FIELD(*s.edits.flareIntensity)},
+    {5, "Dissolve", "Fades the flare out", 0.0, 1.0, VELLUX_FIELD(*s.edits.dissolve)},
+    {6, "Ring size", "Size of the halo around the light", 0.0, 1.0, VELLUX_FIELD(*s.edits.ringSize)},
+    {8, "Star filter", "Points of the star: 0 none, up to 10 (five major and five minor)", 0.0, 10.0, VELLUX_FIELD(*s.edits.starFilter)},
+    {9, "Star rotation", "Turns the star, 0 to 360 degrees", 0.0, 360.0, VELLUX_FIELD(*s.edits.starRotation)},
+    {10, "Streak density", "How many streaks make the star", 0.0, 200.0, VELLUX_FIELD(*s.edits.streakDensity)},
+    {11, "Streak intensity", "How bright the streaks are", 0.0, 0.3, VELLUX_FIELD(*s.edits.streakIntensity)},
+    {12, "Streak sharpness", "How quickly the streaks fade along their length", 0.0, 30.0, VELLUX_FIELD(*s.edits.streakSharpness)},
+    {13, "Anamorphic factor", "How far Anamorphic stretches the flare sideways", 1.0, 4.0, VELLUX_FIELD(*s.edits.anamorphicFactor)},
+};
+#undef VELLUX_FIELD
+
+struct BoolParam {
+    int index;
+    const char* name;
+    const char* explanation;
+    std::optional<bool> SettingEdits::*field;   // null: Flare only
+};
+
+const BoolParam kBools[] = {
+    {14, "Glow", "The white glow around the light", &SettingEdits::glow},
+    {15, "Glow in light colour", "The glow takes the light's colour", &SettingEdits::glowInLightColor},
+    {16, "Halo", "The ring around the light", &SettingEdits::halo},
+    {17, "Reflections", "The chain of lens reflections through the frame's centre", &SettingEdits::reflections},
+    {18, "Anamorphic", "Stretches the flare sideways by the anamorphic factor", &SettingEdits::anamorphic},
+    {19, "Anamorphic streak", "One long horizontal streak through the light", &SettingEdits::anamorphicStreak},
+    {20, "Random streaks", "A spray of fine random streaks", &SettingEdits::randomStreaks},
+    {21, "Follow light size", "The glow grows with the light's radius", &SettingEdits::followLightSize},
+    {22, "Flare only", "The flare alone on transparent black, for an overlay track", nullptr},
+};
+
+// A halo needs some size: slider 0 gives this one (the slider maps 0..1 as it is, so that the
+// default 0.22 is exactly slider 0.22).
+constexpr double kSmallestRing = 0.001;
+
+const DoubleParam* DoubleAt(int index) {
+    for (const DoubleParam& p : kDoubles)
+        if (p.index == index) return &p;
+    return nullptr;
+}
+
+const BoolParam* BoolAt(int index) {
+    for (const BoolParam& p : kBools)
+        if (p.index == index) return &p;
+    return nullptr;
+}
+
+engine::LightColor ColourOf(const f0r_param_color_t& colour, std::string& problem, const char* name) {
+    const auto byte = [&](float v) {
+        if (!std::isfinite(v) || v < 0.0f || v > 1.0f) problem = std::string(name) + ": a component is outside 0..1; clamped";
+        return uint8_t(std::lround(std::clamp(std::isfinite(v) ? double(v) : 0.0, 0.0, 1.0) * 255.0));
+    };
+    return {byte(colour.r), byte(colour.g), byte(colour.b)};
+}
+
+f0r_param_color_t ColourFor(const engine::LightColor& c) {
+    return {float(c.red) / 255.0f, float(c.green) / 255.0f, float(c.blue) / 255.0f};
+}
+
+}  // namespace
+
+SettingEdits FilterSettings::DefaultEdits() {
+    SettingEdits edits;
+    edits.flareIntensity = 0.5;
+    edits.dissolve = 0.0;
+    edits.ringSize = 0.22;
+    edits.streakDensity = 50.0;
+    edits.starFilter = 0;
+    edits.anamorphicFactor = 1.77;
+    edits.starRotation = 0.0;
+    edits.streakIntensity = 0.03;
+    edits.streakSharpness = 6.0;
+    edits.ringColor = engine::LightColor{0x50, 0x14, 0x0A};
+    edits.glow = edits.glowInLightColor = edits.halo = edits.reflections = edits.randomStreaks = true;
+    edits.anamorphic = edits.anamorphicStreak = edits.followLightSize = false;
+    return edits;
+}
+
+f0r_param_info_t ParamInfo(int index) {
+    if (const DoubleParam* p = DoubleAt(index)) return {p->name, F0R_PARAM_DOUBLE, p->explanation};
+    if (const BoolParam* p = BoolAt(index)) return {p->name, F0R_PARAM_BOOL, p->explanation};
+    switch (index) {
+    case 0: return {"Light position", F0R_PARAM_POSITION, "Where the light is, as fractions of the frame's width and height"};
+    case 1: return {"Light colour", F0R_PARAM_COLOR, "The light's colour, which tints the reflections"};
+    case 7: return {"Ring colour", F0R_PARAM_COLOR, "The colour of the halo"};
+    case 23: return {"Flare table", F0R_PARAM_STRING, "The lens: a flare table's name (Vellux, LongZoom, CleanPrime) or .rsc file; empty for the default"};
+    default: return {"", F0R_PARAM_DOUBLE, ""};
+    }
+}
+
+std::string SetParam(FilterSettings& s, int index, const void* value) {
+    if (value == nullptr) return {};
+    std::string problem;
+    if (const DoubleParam* p = DoubleAt(index)) {
+        const double slider = *static_cast<const double*>(value);
+        if (!std::isfinite(slider)) return std::string(p->name) + ": " + engine::NumberText(slider) + " is not a number; ignored";
+        if (slider < 0.0 || slider > 1.0) problem = std::string(p->name) + ": " + engine::NumberText(slider) + " is outside 0..1; clamped";
+        double setting = p->min + std::clamp(slider, 0.0, 1.0) * (p->max - p->min);
+        if (index == 8) setting = std::round(setting);   // the star filter is a whole number
+        if (index == 6) setting = std::max(setting, kSmallestRing);
+        p->set(s, setting);
+        return problem;
+    }
+    if (const BoolParam* p = BoolAt(index)) {
+        const bool on = *static_cast<const double*>(value) >= 0.5;
+        if (p->field == nullptr) s.flareOnly = on;
+        else s.edits.*(p->field) = on;
+        return {};
+    }
+    switch (index) {
+    case 0: {
+        const auto& at = *static_cast<const f0r_param_position_t*>(value);
+        if (!std::isfinite(at.x) || !std::isfinite(at.y)) return "Light position: not a number; ignored";
+        s.lightX = at.x, s.lightY = at.y;
+        return {};
+    }
+    case 1: s.lightColor = ColourOf(*static_cast<const f0r_param_color_t*>(value), problem, "Light colour"); return problem;
+    case 7: s.edits.ringColor = ColourOf(*static_cast<const f0r_param_color_t*>(value), problem, "Ring colour"); return problem;
+    case 23: {
+        const char* text = *static_cast<const char* const*>(value);
+        s.table = text != nullptr ? text : "";
+        return {};
+    }
+    default: return "no parameter " + std::to_string(index);
+    }
+}
+
+void GetParam(const FilterSettings& s, int index, void* value) {
+    if (value == nullptr) return;
+    if (const DoubleParam* p = DoubleAt(index)) {
+        *static_cast<double*>(value) = (p->get(s) - p->min) / (p->max - p->min);
+    } else if (const BoolParam* p = BoolAt(index)) {
+        *static_cast<double*>(value) = (p->field == nullptr ? s.flareOnly : (s.edits.*(p->field)).value_or(false)) ? 1.0 : 0.0;
+    } else if (index == 0) {
+        *static_cast<f0r_param_position_t*>(value) = {s.lightX, s.lightY};
+    } else if (index == 1) {
+        *static_cast<f0r_param_color_t*>(value) = ColourFor(s.lightColor);
+    } else if (index == 7) {
+        *static_cast<f0r_param_color_t*>(value) = ColourFor(*s.edits.ringColor);
+    } else if (index == 23) {
+        *static_cast<const char**>(value) = s.table.c_str();
+    }
+}
+
+engine::FlareLight LightOn(const FilterSettings& s, int width, int height) {
+    engine::FlareLight light;
+    light.x = s.lightX * width;
+    light.y = s.lightY * height;
+    light.color = s.lightColor;
+    light.intensity = s.lightIntensity;
+    light.radius = s.lightRadius * std::min(width, height);
+    return light;
+}
+
+}  // namespace vellux::frei0r

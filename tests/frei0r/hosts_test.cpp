@@ -1,0 +1,82 @@
+// The filter in the real hosts: ffmpeg's frei0r filter gives the tool's pixels, renders a 1080p
+// clip, and melt (MLT) moves a keyframed light. The hosts must be installed (scripts/test-all.sh
+// installs them); a missing host fails the test.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <OpenImageIO/imagebuf.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class Frei0rHosts : public testing::Test {
+protected:
+    void SetUp() override {
+        dir_ = fs::temp_directory_path() / ("vellux_frei0r_hosts_" + std::to_string(getpid()));
+        fs::create_directories(dir_);
+        setenv("FREI0R_PATH", VELLUX_FREI0R_DIR, 1);
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+
+    // Runs a shell command in the test folder; its output goes to "log".
+    int Run(const std::string& command) const {
+        return std::system(("cd '" + dir_.string() + "' && " + command + " >log 2>&1").c_str());
+    }
+    std::vector<float> Pixels(const fs::path& name, int channels = 3) const {   // in the test folder, or absolute
+        OIIO::ImageBuf image((dir_ / name).string());
+        std::vector<float> values;
+        if (!image.read(0, 0, true, OIIO::TypeFloat)) return values;
+        OIIO::ROI rgb = image.roi();
+        rgb.chend = channels;
+        values.resize(rgb.npixels() * size_t(channels));
+        image.get_pixels(rgb, OIIO::TypeFloat, values.data());
+        return values;
+    }
+    fs::path dir_;
+};
+
+// ffmpeg sets parameters by position: light position, colour, intensity, radius, flare intensity,
+// dissolve, ring size, ring colour, star filter.
+TEST_F(Frei0rHosts, FfmpegGivesTheToolsPixels) {
+    const std::string params = "0.62/0.3|1/0.75/0.5|0.25|0|0.5|0|0.22|0x50140A|0.4";
+    ASSERT_EQ(Run("ffmpeg -v error -y -i '" VELLUX_SAMPLE_FRAME "' -vf 'frei0r=filter_name=vellux:filter_params=" +
+                  params + "' -pix_fmt rgb24 -frames:v 1 ffmpeg.png"), 0);
+    ASSERT_EQ(Run("'" VELLUX_TOOL_PATH "' render -q -i '" VELLUX_SAMPLE_FRAME
+                  "' --light-fraction 0.62,0.3 --color 255,191,128 --flare-intensity 1 --star-filter 4 -o tool.png"), 0);
+    const std::vector<float> ffmpeg = Pixels("ffmpeg.png"), tool = Pixels("tool.png");
+    ASSERT_FALSE(tool.empty());
+    EXPECT_EQ(ffmpeg, tool);
+    EXPECT_NE(tool, Pixels(VELLUX_SAMPLE_FRAME));
+}
+
+TEST_F(Frei0rHosts, FfmpegRendersA1080pClip) {
+    ASSERT_EQ(Run("ffmpeg -v error -y -f lavfi -i testsrc2=size=1920x1080:rate=25 -frames:v 10 "
+                  "-vf frei0r=filter_name=vellux -c:v png clip%02d.png"), 0);
+    EXPECT_TRUE(fs::exists(dir_ / "clip10.png"));
+    EXPECT_EQ(Pixels("clip10.png").size(), 1920u * 1080u * 3u);
+}
+
+// A light keyed from left to right on black: the brightest column moves with it.
+TEST_F(Frei0rHosts, MeltMovesAKeyframedLight) {
+    ASSERT_EQ(Run("melt -silent -profile atsc_720p_25 color:black out=9 -filter frei0r.vellux "
+                  "'Light X=0=0.45;9=0.6' 'Light Y=0.45' -consumer avformat:melt%02d.png vcodec=png"), 0);
+    const auto brightestColumn = [&](const std::string& name) {
+        const std::vector<float> v = Pixels(name);
+        size_t best = 0;
+        for (size_t i = 0; i < v.size(); i += 3)
+            if (v[i] + v[i + 1] + v[i + 2] > v[best] + v[best + 1] + v[best + 2]) best = i;
+        return int(best / 3 % 1280);
+    };
+    const int first = brightestColumn("melt01.png"), last = brightestColumn("melt10.png");
+    EXPECT_NEAR(first, 1280 * (0.45 * 3 - 1), 40);   // Light X maps -1..2 onto the slider
+    EXPECT_NEAR(last, 1280 * (0.6 * 3 - 1), 40);
+}
+
+}  // namespace
