@@ -12,17 +12,7 @@ packages=(cmake ninja-build g++ g++-multilib libgtest-dev libgmock-dev googletes
 command -v node >/dev/null || packages+=(nodejs)
 command -v npm >/dev/null || packages+=(npm)
 
-missing=()
-for package in "${packages[@]}"; do
-  dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "Installing: ${missing[*]}"
-  sudo_cmd=()
-  [ "$(id -u)" -ne 0 ] && sudo_cmd=(sudo)
-  "${sudo_cmd[@]}" apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y -qq "${missing[@]}"
-fi
+"$(dirname "$0")/apt-install-missing.sh" "${packages[@]}"
 
 # The browser test's one npm package, playwright-core, at the version web/package-lock.json pins.
 # It drives the chromium installed above; it never downloads a browser.
