@@ -1,6 +1,7 @@
 #include "frei0r/filter_instance.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <iostream>
 
@@ -46,17 +47,34 @@ engine::Flare& FilterInstance::FlareFor(const std::string& table) {
     return *flare_;
 }
 
+// A pixel's four bytes as one word, read and written without aliasing the byte buffer.
+namespace {
+
+inline uint32_t Word(const uint8_t* bytes) {
+    uint32_t word;
+    std::memcpy(&word, bytes, 4);
+    return word;
+}
+
+inline void PutWord(uint8_t* bytes, uint32_t word) { std::memcpy(bytes, &word, 4); }
+
+// The host's bytes r, g, b, a are the plug-in's a, r, g, b moved by one byte: on a little-endian
+// word, a rotation by 8 bits either way. Whole words let the compiler do many pixels at once.
+inline uint32_t ToPlugin(uint32_t rgba) { return rgba << 8 | rgba >> 24; }
+inline uint32_t FromPlugin(uint32_t argb) { return argb >> 8 | argb << 24; }
+
+}  // namespace
+
 void FilterInstance::Update(const uint32_t* in, uint32_t* out) {
+    static_assert(std::endian::native == std::endian::little, "the byte moves below assume a little-endian word");
     const std::lock_guard lock(mutex_);
     const size_t count = size_t(width_) * size_t(height_);
-    const auto* source = reinterpret_cast<const uint8_t*>(in);
     uint8_t* plugin = pixels_.bytes.data();
-    // RGBA in the host's bytes; alpha, red, green, blue in the plug-in's.
-    for (size_t i = 0; i < count; ++i) {
-        const uint8_t* rgba = source + i * 4;
-        uint8_t* argb = plugin + i * 4;
-        if (settings_.flareOnly) argb[0] = 255, argb[1] = argb[2] = argb[3] = 0;
-        else argb[0] = rgba[3], argb[1] = rgba[0], argb[2] = rgba[1], argb[3] = rgba[2];
+    constexpr uint32_t kOpaqueBlack = 0x000000ffu;   // the plug-in's a = 255, r = g = b = 0
+    if (settings_.flareOnly) {
+        for (size_t i = 0; i < count; ++i) PutWord(plugin + i * 4, kOpaqueBlack);
+    } else {
+        for (size_t i = 0; i < count; ++i) PutWord(plugin + i * 4, ToPlugin(in[i]));
     }
     try {
         engine::Flare& flare = FlareFor(settings_.table);
@@ -68,15 +86,15 @@ void FilterInstance::Update(const uint32_t* in, uint32_t* out) {
         flare_.reset();   // tried afresh on the next frame
         return;
     }
+    if (!settings_.flareOnly) {
+        constexpr uint32_t kAlpha = 0xff000000u;   // the host's a, kept from the input
+        for (size_t i = 0; i < count; ++i) out[i] = (FromPlugin(Word(plugin + i * 4)) & ~kAlpha) | (in[i] & kAlpha);
+        return;
+    }
     auto* target = reinterpret_cast<uint8_t*>(out);
     for (size_t i = 0; i < count; ++i) {
         const uint8_t* argb = plugin + i * 4;
         uint8_t* rgba = target + i * 4;
-        if (!settings_.flareOnly) {
-            const uint8_t alpha = source[i * 4 + 3];
-            rgba[0] = argb[1], rgba[1] = argb[2], rgba[2] = argb[3], rgba[3] = alpha;
-            continue;
-        }
         const unsigned alpha = std::max({argb[1], argb[2], argb[3]});
         for (int c = 0; c < 3; ++c) rgba[c] = alpha == 0 ? 0 : uint8_t((argb[1 + c] * 255u + alpha / 2) / alpha);
         rgba[3] = uint8_t(alpha);
