@@ -13,6 +13,7 @@
 #include <filesystem>
 
 #include <OpenImageIO/imagebuf.h>
+#include <OpenImageIO/imagebufalgo.h>
 
 #include "engine/engine.h"
 #include "engine/sample_frame.h"
@@ -107,6 +108,19 @@ void BM_Flare(benchmark::State& state) {   // conversion in, SETF + GENF, conver
     for (auto _ : state) benchmark::DoNotOptimize(flare.Composite(plate, light, {}));
 }
 BENCHMARK(BM_Flare)->Unit(benchmark::kMillisecond);
+
+void BM_FlareFloat(benchmark::State& state) {   // a float plate: the pass, to linear, added in float
+    FlareSetup setup;
+    setup.plugin = VELLUX_PLUGIN_PATH;
+    Flare flare(setup);
+    OIIO::ImageBuf plate;
+    OIIO::ImageBufAlgo::copy(plate, FrameImage::Read(Work() / "plate.png").image(), OIIO::TypeFloat);
+    FlareLight light;
+    light.x = 0.3 * kSize.width;
+    light.y = 0.35 * kSize.height;
+    for (auto _ : state) benchmark::DoNotOptimize(flare.Composite(plate, light, {}));
+}
+BENCHMARK(BM_FlareFloat)->Unit(benchmark::kMillisecond);
 
 void BM_WritePng(benchmark::State& state) {
     const OIIO::ImageBuf plate = FrameImage::Read(Work() / "plate.png").image();

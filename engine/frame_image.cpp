@@ -29,6 +29,13 @@ std::vector<Value> Values(const OIIO::ImageBuf& image) {
     return values;
 }
 
+// Painted pixels are written back into the image, never into memory it only borrows (a caller's
+// buffer wrapped as an image): such an image gets memory of its own first, its values having been
+// read already.
+void OwnMemory(OIIO::ImageBuf& image) {
+    if (image.storage() != OIIO::ImageBuf::LOCALBUFFER) image.reset(OIIO::ImageSpec(image.spec()), OIIO::InitializePixels::No);
+}
+
 // Colour channels first (the first three that are not alpha, the first repeated when there are
 // fewer), then alpha when the image has it.
 std::vector<int> ChannelOrder(const OIIO::ImageSpec& spec) {
@@ -246,6 +253,7 @@ void FrameImage::TakeFromPlugin(const PluginPixels& painted) {
                 value = CompositeChannel(value, ToPluginScale(value), painted.Channel48(i, c), back);
             }
         }
+        OwnMemory(image_);
         image_.set_pixels(image_.roi(), OIIO::TypeDescFromC<typename decltype(values)::value_type>::value(), values.data());
     };
     if (kind_ == Kind::shorts) {
@@ -256,6 +264,7 @@ void FrameImage::TakeFromPlugin(const PluginPixels& painted) {
         std::vector<uint8_t> values = Values<uint8_t>(image_);
         for (size_t i = 0; i < count; ++i)
             for (size_t c = 0; c < 3; ++c) values[i * channels + c] = painted.bytes[i * 4 + 1 + c];
+        OwnMemory(image_);
         image_.set_pixels(image_.roi(), OIIO::TypeDesc::UINT8, values.data());
     }
 }

@@ -24,6 +24,23 @@ void CheckRange(const char* option, const std::optional<double>& value, double m
 
 }  // namespace
 
+SettingEdits DefaultSettingEdits() {
+    SettingEdits edits;
+    edits.flareIntensity = 0.5;
+    edits.dissolve = 0.0;
+    edits.ringSize = 0.22;
+    edits.streakDensity = 50.0;
+    edits.starFilter = 0;
+    edits.anamorphicFactor = 1.77;
+    edits.starRotation = 0.0;
+    edits.streakIntensity = 0.03;
+    edits.streakSharpness = 6.0;
+    edits.ringColor = LightColor{0x50, 0x14, 0x0A};
+    edits.glow = edits.glowInLightColor = edits.halo = edits.reflections = edits.randomStreaks = true;
+    edits.anamorphic = edits.anamorphicStreak = edits.followLightSize = false;
+    return edits;
+}
+
 void CheckSettingEdits(const SettingEdits& edits) {
     constexpr double kNoLimit = HUGE_VAL;
     CheckRange("--flare-intensity", edits.flareIntensity, 0.0, true, kNoLimit);

@@ -30,6 +30,10 @@ struct SettingEdits {
     std::optional<bool> followLightSize;    // the glow follows the light's radius
 };
 
+// Every field given, at the plug-in's own defaults: a front end that keeps every setting itself
+// (the frei0r filter, the Python module) starts from these.
+SettingEdits DefaultSettingEdits();
+
 // Throws std::invalid_argument naming the option when a value is out of range.
 void CheckSettingEdits(const SettingEdits& edits);
 

@@ -91,22 +91,7 @@ f0r_param_color_t ColourFor(const engine::LightColor& c) {
 
 }  // namespace
 
-SettingEdits FilterSettings::DefaultEdits() {
-    SettingEdits edits;
-    edits.flareIntensity = 0.5;
-    edits.dissolve = 0.0;
-    edits.ringSize = 0.22;
-    edits.streakDensity = 50.0;
-    edits.starFilter = 0;
-    edits.anamorphicFactor = 1.77;
-    edits.starRotation = 0.0;
-    edits.streakIntensity = 0.03;
-    edits.streakSharpness = 6.0;
-    edits.ringColor = engine::LightColor{0x50, 0x14, 0x0A};
-    edits.glow = edits.glowInLightColor = edits.halo = edits.reflections = edits.randomStreaks = true;
-    edits.anamorphic = edits.anamorphicStreak = edits.followLightSize = false;
-    return edits;
-}
+SettingEdits FilterSettings::DefaultEdits() { return engine::DefaultSettingEdits(); }
 
 f0r_param_info_t ParamInfo(int index) {
     if (const DoubleParam* p = DoubleAt(index)) return {p->name, F0R_PARAM_DOUBLE, p->explanation};

@@ -29,4 +29,16 @@ look=(--table LongZoom --star-filter 4 --light 288,189 -q)
 run render -i "$source/docs/sample-frame.png" "${look[@]}" -o "$work/moved.png"
 "$build/tools/vellux" render -i "$source/docs/sample-frame.png" "${look[@]}" -o "$work/built.png"
 oiiotool "$work/built.png" "$work/moved.png" --diff >/dev/null || fail "the moved tree renders other pixels"
+
+# The Python module, where the build has it: the moved package finds the moved engine and plug-in.
+if [ -d "$build/python/vellux" ]; then
+  site="$work/moved/lib/python3.11/site-packages"
+  (cd "$work" && env -i HOME="$work/home" PYTHONPATH="$site" /usr/bin/python3 -c "
+import vellux, numpy
+assert vellux.__file__.startswith('$site'), vellux.__file__
+flare = vellux.Flare(table='LongZoom', star_filter=4)
+image = vellux.read_image('$source/docs/sample-frame.png')
+numpy.testing.assert_array_equal(flare.render(image, light=(288, 189)), vellux.read_image('$work/built.png'))
+") || fail "the moved Python module does not render the build's pixels"
+fi
 echo "installed, moved and rendered from $work/moved: same pixels as the build"

@@ -1,0 +1,205 @@
+// The _vellux extension: the engine for Python. Flare instances rendering into numpy arrays,
+// images read and written, scenes read and rendered. The pure-Python package vellux wraps it
+// (python/vellux/__init__.py); everything a user calls is documented there.
+//
+// The GIL is released while the plug-in paints. Each Flare has its own private copy of the
+// plug-in (the engine's rule for the plug-in's process statics), so Flares on different threads
+// render at once; one Flare used from two threads takes turns (a lock).
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+#include <pybind11/stl/filesystem.h>
+
+#include <malloc.h>
+
+#include <cmath>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+#include "engine/colour.h"
+#include "engine/flare.h"
+#include "engine/frame_image.h"
+#include "engine/occlusion.h"
+#include "engine/plate.h"
+#include "engine/plugin_about.h"
+#include "engine/plugin_location.h"
+#include "engine/scene_render.h"
+#include "python/array_image.h"
+#include "python/settings_names.h"
+
+namespace py = pybind11;
+namespace fs = std::filesystem;
+
+namespace vellux::python {
+
+namespace {
+
+double Finite(const char* what, double value, double min) {
+    if (!std::isfinite(value)) throw py::value_error(std::string(what) + ": " + engine::NumberText(value) + " is not a finite number");
+    if (value < min) throw py::value_error(std::string(what) + ": " + engine::NumberText(value) + " is out of range (at least " + engine::NumberText(min) + ")");
+    return value;
+}
+
+engine::LightColor ColorOf(const std::array<int, 3>& rgb) {
+    for (const int c : rgb)
+        if (c < 0 || c > 255) throw py::value_error("color: " + std::to_string(c) + " is outside 0..255");
+    return {uint8_t(rgb[0]), uint8_t(rgb[1]), uint8_t(rgb[2])};
+}
+
+engine::FlareLight LightOf(const std::array<double, 2>& at, const std::array<int, 3>& color, double intensity, double radius) {
+    engine::FlareLight light;
+    light.x = Finite("light x", at[0], -HUGE_VAL);
+    light.y = Finite("light y", at[1], -HUGE_VAL);
+    light.color = ColorOf(color);
+    light.intensity = Finite("intensity", intensity, 0.0);
+    light.radius = Finite("radius", radius, 0.0);
+    return light;
+}
+
+class PyFlare {
+public:
+    PyFlare(const std::optional<std::string>& table, const std::optional<std::string>& plugin)
+        : edits_(engine::DefaultSettingEdits()) {
+        engine::FlareSetup setup;
+        setup.plugin = engine::FindPlugin(plugin.value_or(""));
+        setup.table = table.value_or("");
+        flare_ = std::make_unique<engine::Flare>(setup);
+        table_ = table.value_or("");
+    }
+
+    py::object Get(const std::string& name) const { return GetSetting(edits_, name); }
+    void Set(const std::string& name, const py::handle& value) { SetSetting(edits_, name, value); }
+    const std::string& table() const { return table_; }
+
+    py::array Render(const py::array& image, const std::array<double, 2>& at, const std::array<int, 3>& color,
+                     double intensity, double radius, const std::optional<py::array>& occlusion,
+                     const std::optional<std::string>& colorspace) {
+        const ArrayImage plate = ImageFromArray(image, "image");
+        engine::FlareLight light = LightOf(at, color, intensity, radius);
+        if (occlusion) {
+            const ArrayImage mask = MaskFromArray(*occlusion, plate.image.spec().width, plate.image.spec().height);
+            light = engine::OccludedLight(light, engine::OcclusionMask::FromImage(mask.image));
+        }
+        OIIO::ImageBuf painted;
+        {
+            py::gil_scoped_release unlocked;
+            const std::lock_guard lock(mutex_);
+            flare_->instance().EditSettings(edits_);
+            painted = flare_->Composite(plate.image, light, {0, colorspace.value_or("")});
+        }
+        return ArrayFromImage(std::move(painted), image.dtype());
+    }
+
+    py::array Pass(int width, int height, const std::array<double, 2>& at, const std::array<int, 3>& color,
+                   double intensity, double radius, const std::optional<std::string>& colorspace) {
+        if (width < 1 || height < 1) throw py::value_error("width and height must be at least 1");
+        const engine::FlareLight light = LightOf(at, color, intensity, radius);
+        const std::string space = engine::ChooseColorspace("colorspace", colorspace.value_or(""), true);
+        OIIO::ImageBuf pass;
+        {
+            py::gil_scoped_release unlocked;
+            const std::lock_guard lock(mutex_);
+            flare_->instance().EditSettings(edits_);
+            pass = flare_->Pass({width, height}, light, 0);
+            engine::ConvertPass(pass, space);
+        }
+        return ArrayFromImage(std::move(pass), py::dtype::of<float>());
+    }
+
+private:
+    std::unique_ptr<engine::Flare> flare_;
+    engine::SettingEdits edits_;
+    std::string table_;
+    std::mutex mutex_;
+};
+
+py::dict SceneDict(const engine::Scene& scene) {
+    py::dict light;
+    for (const auto& [frame, key] : scene.light)
+        light[py::int_(frame)] = py::dict(py::arg("position") = py::make_tuple(key.x, key.y),
+                                          py::arg("color") = py::make_tuple(key.color[0], key.color[1], key.color[2]),
+                                          py::arg("intensity") = key.intensity, py::arg("radius") = key.radius);
+    py::dict channels;
+    for (const auto& [name, keys] : scene.channels) {
+        py::dict values;
+        for (const auto& [frame, value] : keys) {
+            if (const double* number = std::get_if<double>(&value)) values[py::int_(frame)] = *number;
+            else {
+                const auto& rgb = std::get<std::array<int16_t, 3>>(value);
+                values[py::int_(frame)] = py::make_tuple(rgb[0], rgb[1], rgb[2]);
+            }
+        }
+        channels[py::str(name)] = values;
+    }
+    py::dict out;
+    out["first"] = scene.firstFrame;
+    out["last"] = scene.lastFrame;
+    out["width"] = scene.width;
+    out["height"] = scene.height;
+    out["input"] = scene.input;
+    out["light_units"] = scene.lightUnits == engine::LightUnits::fraction ? "fraction" : "pixels";
+    out["light"] = light;
+    out["channels"] = channels;
+    return out;
+}
+
+std::vector<int32_t> RenderScene(const fs::path& scene, const fs::path& output, const std::vector<int32_t>& frames,
+                                 int jobs, const std::optional<std::string>& plugin, const std::optional<std::string>& table) {
+    engine::RenderRequest request;
+    request.scene = scene;
+    request.output = output;
+    request.frames = frames;
+    request.jobs = jobs;
+    request.plugin = plugin.value_or("");
+    request.table = table.value_or("");
+    py::gil_scoped_release unlocked;
+    return engine::RenderSceneSequence(request).written;
+}
+
+// A frame's buffers are allocated and freed for every render. Left to itself the allocator hands
+// blocks of a frame's size back to the system each time, and taking them again costs more page
+// faults than the plug-in's painting takes (twice the render time for a 1080p frame, measured):
+// the module asks it to keep blocks up to a 1080p float RGBA frame's size in the heap instead.
+void KeepFrameBuffers() {
+    constexpr int kFrameBlock = 64 << 20;
+    mallopt(M_MMAP_THRESHOLD, kFrameBlock);
+    mallopt(M_TRIM_THRESHOLD, 2 * kFrameBlock);
+}
+
+}  // namespace
+
+}  // namespace vellux::python
+
+PYBIND11_MODULE(_vellux, m) {
+    using namespace vellux;
+    using namespace vellux::python;
+    m.doc() = "The Vellux engine (see the vellux package for the documented interface).";
+    KeepFrameBuffers();
+    py::class_<PyFlare>(m, "Flare")
+        .def(py::init<const std::optional<std::string>&, const std::optional<std::string>&>(), py::arg("table") = py::none(),
+             py::arg("plugin") = py::none())
+        .def("get", &PyFlare::Get)
+        .def("set", &PyFlare::Set)
+        .def_property_readonly("table", &PyFlare::table)
+        .def("render", &PyFlare::Render, py::arg("image"), py::arg("light"), py::arg("color"), py::arg("intensity"),
+             py::arg("radius"), py::arg("occlusion"), py::arg("colorspace"))
+        .def("pass_", &PyFlare::Pass, py::arg("width"), py::arg("height"), py::arg("light"), py::arg("color"),
+             py::arg("intensity"), py::arg("radius"), py::arg("colorspace"));
+    m.def("setting_names", &SettingNames);
+    m.def("read_image", [](const fs::path& path) {
+        engine::PlateFile file = engine::ReadPlateFile(path);
+        const py::dtype dtype = DtypeOf(file.stored[file.flarePart].format);
+        return ArrayFromImage(std::move(file.parts[file.flarePart]), dtype);
+    });
+    m.def("write_image", [](const py::array& image, const fs::path& path) {
+        ArrayImage buffer = ImageFromArray(image, "image");
+        buffer.image.specmod().attribute("oiio:UnassociatedAlpha", 1);   // colour as it is, as read_image gives it
+        engine::CheckOutputFormat(path);
+        engine::WriteImageFile(buffer.image, path, OIIO::TypeUnknown);
+    });
+    m.def("load_scene", [](const fs::path& path) { return SceneDict(engine::LoadScene(path)); });
+    m.def("render_scene", &RenderScene, py::arg("scene"), py::arg("output"), py::arg("frames"), py::arg("jobs"),
+          py::arg("plugin") = py::none(), py::arg("table") = py::none());
+    m.def("version", &engine::VelluxVersion);
+}

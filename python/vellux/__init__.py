@@ -1,0 +1,150 @@
+"""Vellux lens flares for Python pipelines.
+
+A flare is painted over an image held in a numpy array, or alone as a pass for compositing; a
+scene (a shot with a moving light and animated settings) renders as an image sequence, on this
+machine's cores or on a Dask cluster.
+
+    import vellux
+    flare = vellux.Flare(star_filter=4)
+    image = vellux.read_image("docs/sample-frame.png")
+    lit = flare.render(image, light=(288, 189), color=(255, 220, 180))
+    vellux.write_image(lit, "renders/lit.png")
+
+Errors raise ValueError (a value out of range or a name the module does not know, in the words
+the vellux tool would use), TypeError (a value of the wrong kind) or RuntimeError (a file that
+cannot be read or written, or the plug-in's own refusal); the arrays given are never changed.
+"""
+
+from . import _vellux
+
+__all__ = ["Flare", "Scene", "read_image", "write_image", "setting_names", "__version__"]
+__version__ = _vellux.version()
+
+
+def setting_names():
+    """The names of the flare's settings, as Flare takes them (keyword arguments, attributes)."""
+    return list(_vellux.setting_names())
+
+
+def read_image(path):
+    """Read an image file into a new H x W x C array.
+
+    8-bit and 16-bit images come as uint8 and uint16, half-float EXRs as float16, anything else as
+    float32; the channels are those of the file's first part with colour.
+    """
+    return _vellux.read_image(str(path))
+
+
+def write_image(image, path):
+    """Write an H x W x 3 or x 4 array (uint8, uint16, float16 or float32) to an image file.
+
+    The extension picks the format. The file is written under a temporary name and renamed into
+    place only when complete.
+    """
+    _vellux.write_image(image, str(path))
+
+
+class Flare:
+    """One lens flare: a loaded copy of the Vellux plug-in with its flare table and settings.
+
+    Flare(table=None, plugin=None, **settings)
+
+    table     a flare table's name ("LongZoom", as `vellux tables` lists them) or a .rsc path;
+              None for the default table
+    plugin    the plug-in file; None to find it beside the engine
+    settings  any of the settings below, by name
+
+    Settings (attributes, keyword arguments, and the dict `settings`):
+      intensity            overall strength of the flare, 0 or more (0.5)
+      dissolve             fades the flare out, 0 to 1 (0)
+      ring_size            size of the halo in flare units, more than 0 (0.22)
+      ring_color           the halo's colour, (red, green, blue) 0..255 ((80, 20, 10))
+      star_filter          the star's points: 0 none, 1 to 9, 10 five major and five minor (0)
+      star_rotation        turns the star, degrees (0)
+      streak_density       how many streaks make the star, 0 or more (50)
+      streak_intensity     how bright they are, 0 or more (0.03)
+      streak_sharpness     how quickly they fade, 0 or more (6)
+      anamorphic_factor    how far `anamorphic` stretches the flare, more than 0 (1.77)
+      glow, glow_in_light_color, halo, reflections, random_streaks      switches, on by default
+      anamorphic, anamorphic_streak, follow_light_size                  switches, off by default
+
+    A Flare renders on one thread at a time; Flares on different threads render at once (each
+    has its own copy of the plug-in), and the GIL is released while the plug-in paints.
+    """
+
+    def __init__(self, table=None, plugin=None, **settings):
+        object.__setattr__(self, "_flare", _vellux.Flare(table, plugin))
+        for name, value in settings.items():
+            self._flare.set(name, value)
+
+    def __getattr__(self, name):
+        if name.startswith("_"):
+            raise AttributeError(name)
+        try:
+            return self._flare.get(name)
+        except ValueError as error:
+            raise AttributeError(str(error)) from None
+
+    def __setattr__(self, name, value):
+        if isinstance(getattr(type(self), name, None), property):
+            object.__setattr__(self, name, value)
+        else:
+            self._flare.set(name, value)
+
+    def __dir__(self):
+        return sorted(set(super().__dir__()) | set(setting_names()))
+
+    @property
+    def settings(self):
+        """Every setting by name, as a new dict (assigning one sets those it names)."""
+        return {name: self._flare.get(name) for name in setting_names()}
+
+    @settings.setter
+    def settings(self, values):
+        for name, value in dict(values).items():
+            self._flare.set(name, value)
+
+    @property
+    def table(self):
+        """The flare table asked for (empty for the default)."""
+        return self._flare.table
+
+    def render(self, image, light=(0.0, 0.0), color=(255, 255, 255), intensity=1.0, radius=0.0,
+               occlusion=None, colorspace=None):
+        """The image with the flare painted in, as a new array of the same dtype and shape.
+
+        image       H x W x 3 or x 4, uint8, uint16, float16 or float32, any strides; alpha kept
+        light       the light's position in pixels from the top-left, (x, y); off the image is
+                    allowed
+        color       the light's colour, (red, green, blue) 0..255
+        intensity   the light's intensity, 0 or more
+        radius      the light's radius on the image in pixels (sizes the glow with
+                    follow_light_size, and the disc the occlusion mask covers)
+        occlusion   an H x W (or H x W x C) mask of the image's size, 1 where the light is hidden:
+                    the light is dimmed by the hidden part of its disc
+        colorspace  the image's colour space ("linear", "sRGB", "Rec709", or a name of $OCIO's
+                    configuration); None: linear for float arrays, sRGB for integer ones
+
+        Integer images in sRGB go through the plug-in's own paths (uint8: its 32-bit path) and
+        equal the vellux tool's output pixel for pixel; float images get the flare converted to
+        their colour space and added in float.
+        """
+        return self._flare.render(image, tuple(light), tuple(color), float(intensity), float(radius),
+                                  occlusion, colorspace)
+
+    def pass_(self, width, height, light=(0.0, 0.0), color=(255, 255, 255), intensity=1.0, radius=0.0,
+              colorspace=None):
+        """The flare alone, as a new height x width x 4 float32 array for compositing with "plus".
+
+        Alpha is the brightest of red, green and blue (at most 1). The colour is in `colorspace`
+        (None: linear); the other arguments are render's.
+        """
+        return self._flare.pass_(int(width), int(height), tuple(light), tuple(color), float(intensity),
+                                 float(radius), colorspace)
+
+    def __repr__(self):
+        return "vellux.Flare(table=%r, %s)" % (self.table or None,
+                                                ", ".join("%s=%r" % item for item in self.settings.items()))
+
+
+from .scene import Scene  # noqa: E402  (it uses the module above)

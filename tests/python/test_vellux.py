@@ -1,0 +1,162 @@
+"""The Python module against the vellux tool: arrays of every kind, scenes, a Dask cluster,
+threads, bad input and memory. Run by ctest with the build's module on PYTHONPATH."""
+
+import os
+import subprocess
+import threading
+
+import distributed
+import numpy as np
+import pytest
+
+import vellux
+
+TOOL = os.environ["VELLUX_TOOL"]
+SOURCE = os.environ["VELLUX_SOURCE_DIR"]
+SAMPLE = os.path.join(SOURCE, "docs", "sample-frame.png")
+SCENE = os.path.join(SOURCE, "docs", "example-scene.json")
+
+
+def tool(*arguments):
+    subprocess.run([TOOL, *map(str, arguments)], check=True, capture_output=True)
+
+
+def plate(dtype, channels):
+    """The sample frame in a dtype, with a varying alpha as the fourth channel."""
+    rgb = vellux.read_image(SAMPLE)[:96, :160].astype(np.float32) / 255.0
+    if channels == 4:
+        alpha = np.linspace(0.2, 1.0, rgb.shape[0] * rgb.shape[1], dtype=np.float32).reshape(rgb.shape[:2] + (1,))
+        rgb = np.concatenate([rgb, alpha], axis=2)
+    if dtype in (np.uint8, np.uint16):
+        return np.round(rgb * np.iinfo(dtype).max).astype(dtype)
+    return rgb.astype(dtype)
+
+
+@pytest.mark.parametrize("dtype", [np.uint8, np.uint16, np.float16, np.float32])
+@pytest.mark.parametrize("channels", [3, 4])
+def test_arrays_give_the_tools_pixels(tmp_path, dtype, channels):
+    image = plate(dtype, channels)
+    before = image.copy()
+    extension = ".png" if dtype in (np.uint8, np.uint16) else ".exr"
+    vellux.write_image(image, tmp_path / ("in" + extension))
+    tool("render", "-q", "-i", tmp_path / ("in" + extension), "--light", "50,30", "--star-filter", "6",
+         "--color", "255,200,150", "-o", tmp_path / ("out" + extension))
+    flare = vellux.Flare(star_filter=6)
+    rendered = flare.render(image, light=(50, 30), color=(255, 200, 150))
+    assert rendered.dtype == image.dtype and rendered.shape == image.shape
+    np.testing.assert_array_equal(rendered, vellux.read_image(tmp_path / ("out" + extension)))
+    np.testing.assert_array_equal(image, before)          # the input is untouched
+    assert not np.array_equal(rendered, image)
+
+
+@pytest.mark.parametrize("view", [
+    lambda a: a[:, ::2],                 # every second column
+    lambda a: a[::-1],                   # rows upside down
+    lambda a: a[:, :, ::-1],             # channels reversed: copied once to pack them
+    lambda a: np.asfortranarray(a),
+])
+def test_strided_and_read_only_arrays(view):
+    flare = vellux.Flare()
+    image = view(plate(np.uint16, 3))
+    image.setflags(write=False)
+    np.testing.assert_array_equal(flare.render(image, light=(40, 20)),
+                                  flare.render(np.ascontiguousarray(image), light=(40, 20)))
+
+
+def test_settings_by_name_as_attributes_and_as_a_dict():
+    flare = vellux.Flare(table="LongZoom", intensity=0.8, ring_color=(255, 128, 0), halo=False)
+    assert flare.intensity == 0.8 and flare.ring_color == (255, 128, 0) and flare.halo is False
+    flare.settings = {"star_filter": 4, "dissolve": 0.25}
+    assert flare.settings["star_filter"] == 4 and flare.dissolve == 0.25
+    assert set(flare.settings) == set(vellux.setting_names())
+    assert flare.pass_(32, 16, light=(8, 8)).shape == (16, 32, 4)
+
+
+@pytest.mark.parametrize("make, error, message", [
+    (lambda f: f.render(np.zeros((8, 8), np.uint8)), ValueError, "wants an H x W x 3 or H x W x 4 array, not shape (8, 8)"),
+    (lambda f: f.render(np.zeros((8, 8, 2), np.uint8)), ValueError, "not shape (8, 8, 2)"),
+    (lambda f: f.render(np.zeros((8, 8, 3), np.int32)), TypeError, "dtype int32 is not one of"),
+    (lambda f: f.render(np.zeros((8, 8, 3), np.uint8), light=(float("nan"), 1)), ValueError, "light x: nan is not a finite"),
+    (lambda f: f.render(np.zeros((8, 8, 3), np.uint8), intensity=float("inf")), ValueError, "intensity: inf is not a finite"),
+    (lambda f: f.render(np.zeros((8, 8, 3), np.uint8), color=(256, 0, 0)), ValueError, "color: 256 is outside 0..255"),
+    (lambda f: f.render(np.zeros((8, 8, 3), np.uint8), occlusion=np.zeros((4, 4), np.float32)), ValueError, "occlusion: wants"),
+    (lambda f: setattr(f, "dissolve", 1.5), ValueError, "--dissolve: 1.5 is out of range (from 0 to 1)"),
+    (lambda f: setattr(f, "dissolv", 1.0), ValueError, "did you mean 'dissolve'?"),
+    (lambda f: setattr(f, "halo", 1), TypeError, "halo: wants True or False"),
+    (lambda f: vellux.Flare(table="NoSuchTable"), RuntimeError, "no flare table named 'NoSuchTable'"),
+    (lambda f: vellux.Scene.load(os.path.join(SOURCE, "README.md")), RuntimeError, "README.md"),
+])
+def test_bad_input_raises_and_changes_nothing(make, error, message):
+    flare = vellux.Flare()
+    with pytest.raises(error) as raised:
+        make(flare)
+    assert message in str(raised.value)
+    assert flare.dissolve == 0.0
+
+
+def test_occlusion_dims_the_light():
+    flare = vellux.Flare()
+    black = np.zeros((60, 100, 3), np.float32)
+    hidden = np.zeros((60, 100), np.float32)
+    hidden[:, :50] = 1.0                               # the left half of the light's disc
+    full = flare.render(black, light=(50, 30), radius=6)
+    half = flare.render(black, light=(50, 30), radius=6, occlusion=hidden)
+    assert 0.3 < half.sum() / full.sum() < 0.7
+
+
+def test_two_flares_render_on_two_threads_as_alone():
+    image = plate(np.uint8, 4)
+    flares = [vellux.Flare(star_filter=4), vellux.Flare(table="CleanPrime", star_filter=8)]
+    alone = [[f.render(image, light=(20 + 10 * i, 30)) for i in range(4)] for f in flares]
+    together = [None, None]
+
+    def run(k):
+        together[k] = [flares[k].render(image, light=(20 + 10 * i, 30)) for i in range(4)]
+
+    threads = [threading.Thread(target=run, args=(k,)) for k in (0, 1)]
+    for t in threads:
+        t.start()
+    for t in threads:
+        t.join()
+    for k in (0, 1):
+        for a, b in zip(alone[k], together[k]):
+            np.testing.assert_array_equal(a, b)
+
+
+def test_scenes_render_as_the_tool_does(tmp_path):
+    scene = vellux.Scene.load(SCENE)
+    assert scene.frames == range(1, 13) and scene.size == (192, 108)
+    assert set(scene.channel_keys) == {"Intensity", "Star Rotation"}
+    assert scene.render(tmp_path / "py.####.png", frames=[3, 1, 2], jobs=2) == [1, 2, 3]
+    tool("render", "-q", "--scene", SCENE, "--frames", "1-3", "--jobs", "1", "-o", tmp_path / "tool.####.png")
+    for frame in (1, 2, 3):
+        np.testing.assert_array_equal(vellux.read_image(tmp_path / ("py.%04d.png" % frame)),
+                                      vellux.read_image(tmp_path / ("tool.%04d.png" % frame)))
+
+
+def test_a_dask_cluster_renders_the_same_frames(tmp_path):
+    with distributed.LocalCluster(n_workers=2, threads_per_worker=1, processes=True, dashboard_address=None) as cluster, \
+            distributed.Client(cluster) as client:
+        written = vellux.Scene.load(SCENE).render(tmp_path / "dask.####.exr", client=client)
+        assert written == list(range(1, 13))
+        with pytest.raises(RuntimeError, match="frame 99 is outside the scene's frames 1-12"):
+            vellux.Scene.load(SCENE).render(tmp_path / "dask.####.exr", frames=[1, 99], client=client)
+    tool("render", "-q", "--scene", SCENE, "--jobs", "1", "-o", tmp_path / "tool.####.exr")
+    for frame in written:
+        np.testing.assert_array_equal(vellux.read_image(tmp_path / ("dask.%04d.exr" % frame)),
+                                      vellux.read_image(tmp_path / ("tool.%04d.exr" % frame)))
+
+
+def test_renders_do_not_leak():
+    def resident():
+        with open("/proc/self/statm") as statm:
+            return int(statm.read().split()[1]) * os.sysconf("SC_PAGE_SIZE")
+
+    flare = vellux.Flare()
+    image = np.zeros((24, 32, 3), np.uint8)
+    for _ in range(100):
+        flare.render(image, light=(10, 10))
+    before = resident()
+    for _ in range(2000):
+        flare.render(image, light=(10, 10))
+    assert resident() - before < 4 * 1024 * 1024
