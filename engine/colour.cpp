@@ -49,8 +49,15 @@ void ConvertPass(OIIO::ImageBuf& pass, const std::string& name) {
         if (!OIIO::ImageBufAlgo::colorconvert(pass, pass, kDisplaySpace, name, false, "", "", &Config(),
                                               OIIO::ROI::All(), 1))
             throw std::runtime_error("cannot convert the flare to " + name + ": " + pass.geterror());
-        for (OIIO::ImageBuf::Iterator<float> p(pass); !p.done(); ++p)   // in place: the pass is float RGBA
-            p[3] = std::min(std::max({float(p[0]), float(p[1]), float(p[2])}), 1.0f);
+        // In place: the pass is packed float RGBA in its own memory (FlarePassFromPlugin).
+        if (pass.nchannels() != 4 || pass.spec().format != OIIO::TypeFloat || pass.localpixels() == nullptr)
+            throw std::logic_error("a flare pass is float RGBA in memory");
+        float* values = static_cast<float*>(pass.localpixels());
+        const size_t count = pass.spec().image_pixels();
+        for (size_t i = 0; i < count; ++i) {
+            float* p = &values[i * 4];
+            p[3] = std::min(std::max({p[0], p[1], p[2]}), 1.0f);
+        }
     }
     pass.specmod().attribute("oiio:ColorSpace", name);
 }

@@ -41,7 +41,7 @@ PluginFlareSetupRec MakeFrameSetup(int32_t width, int32_t height, const FlareLig
     const Matrix4 identity = Identity();
     const DCoordinate position{light.x, light.y, 0.0};
     setup.theFrameRect = Rect(0, 0, width, height);
-    setup.theFrameXScale = scale;
+    setup.theFrameXScale = scale / light.pixelAspect;   // wide pixels: fewer of them per flare unit across
     setup.theFrameYScale = scale;
     setup.theFrameXCenter = width / 2.0;
     setup.theFrameYCenter = height / 2.0;

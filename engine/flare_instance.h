@@ -42,10 +42,11 @@ struct FlareLight {
     LightColor color;
     double intensity = 1.0;
     double radius = 0.0;    // on the frame, pixels
+    double pixelAspect = 1.0;   // the frame's pixels' width over their height: the flare stays round on screen
 };
 
 // The setup block for a frame of this size: the whole frame from (0, 0), its scale the smaller
-// of width and height in both directions, its centre (width / 2, height / 2); the camera and
+// of width and height vertically, that over the light's pixel aspect horizontally, its centre (width / 2, height / 2); the camera and
 // light matrices are identities. The host header (theInfo) is left for the sender.
 PluginFlareSetupRec MakeFrameSetup(int32_t width, int32_t height, const FlareLight& light);
 

@@ -47,15 +47,14 @@ OIIO::ImageBuf FlarePassFromPlugin(const PluginPixels& painted) {
     if (painted.depth != 48) throw std::logic_error("a flare pass is rendered in 48 bits");
     OIIO::ImageSpec layout(painted.width, painted.height, 4, OIIO::TypeFloat);
     layout.alpha_channel = 3;
-    OIIO::ImageBuf pass(layout, OIIO::InitializePixels::No);
+    OIIO::ImageBuf pass(layout, OIIO::InitializePixels::No);   // packed float RGBA in its own memory
     const size_t count = size_t(painted.width) * size_t(painted.height);
-    std::vector<float> values(count * 4);
+    float* values = static_cast<float*>(pass.localpixels());
     for (size_t i = 0; i < count; ++i) {
         float* out = &values[i * 4];
         for (int c = 0; c < 3; ++c) out[c] = FromPluginScaleFloat(painted.Channel48(i, c));
         out[3] = std::min(std::max({out[0], out[1], out[2]}), 1.0f);
     }
-    pass.set_pixels(pass.roi(), OIIO::TypeFloat, values.data());
     return pass;
 }
 

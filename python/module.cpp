@@ -47,13 +47,16 @@ engine::LightColor ColorOf(const std::array<int, 3>& rgb) {
     return {uint8_t(rgb[0]), uint8_t(rgb[1]), uint8_t(rgb[2])};
 }
 
-engine::FlareLight LightOf(const std::array<double, 2>& at, const std::array<int, 3>& color, double intensity, double radius) {
+engine::FlareLight LightOf(const std::array<double, 2>& at, const std::array<int, 3>& color, double intensity, double radius,
+                           double pixelAspect) {
     engine::FlareLight light;
     light.x = Finite("light x", at[0], -HUGE_VAL);
     light.y = Finite("light y", at[1], -HUGE_VAL);
     light.color = ColorOf(color);
     light.intensity = Finite("intensity", intensity, 0.0);
     light.radius = Finite("radius", radius, 0.0);
+    light.pixelAspect = Finite("pixel_aspect", pixelAspect, 0.0);
+    if (pixelAspect == 0.0) throw py::value_error("pixel_aspect: 0 is out of range (more than 0)");
     return light;
 }
 
@@ -73,10 +76,10 @@ public:
     const std::string& table() const { return table_; }
 
     py::array Render(const py::array& image, const std::array<double, 2>& at, const std::array<int, 3>& color,
-                     double intensity, double radius, const std::optional<py::array>& occlusion,
+                     double intensity, double radius, double pixelAspect, const std::optional<py::array>& occlusion,
                      const std::optional<std::string>& colorspace) {
         const ArrayImage plate = ImageFromArray(image, "image");
-        engine::FlareLight light = LightOf(at, color, intensity, radius);
+        engine::FlareLight light = LightOf(at, color, intensity, radius, pixelAspect);
         if (occlusion) {
             const ArrayImage mask = MaskFromArray(*occlusion, plate.image.spec().width, plate.image.spec().height);
             light = engine::OccludedLight(light, engine::OcclusionMask::FromImage(mask.image));
@@ -92,9 +95,9 @@ public:
     }
 
     py::array Pass(int width, int height, const std::array<double, 2>& at, const std::array<int, 3>& color,
-                   double intensity, double radius, const std::optional<std::string>& colorspace) {
+                   double intensity, double radius, double pixelAspect, const std::optional<std::string>& colorspace) {
         if (width < 1 || height < 1) throw py::value_error("width and height must be at least 1");
-        const engine::FlareLight light = LightOf(at, color, intensity, radius);
+        const engine::FlareLight light = LightOf(at, color, intensity, radius, pixelAspect);
         const std::string space = engine::ChooseColorspace("colorspace", colorspace.value_or(""), true);
         OIIO::ImageBuf pass;
         {
@@ -183,9 +186,9 @@ PYBIND11_MODULE(_vellux, m) {
         .def("set", &PyFlare::Set)
         .def_property_readonly("table", &PyFlare::table)
         .def("render", &PyFlare::Render, py::arg("image"), py::arg("light"), py::arg("color"), py::arg("intensity"),
-             py::arg("radius"), py::arg("occlusion"), py::arg("colorspace"))
+             py::arg("radius"), py::arg("pixel_aspect"), py::arg("occlusion"), py::arg("colorspace"))
         .def("pass_", &PyFlare::Pass, py::arg("width"), py::arg("height"), py::arg("light"), py::arg("color"),
-             py::arg("intensity"), py::arg("radius"), py::arg("colorspace"));
+             py::arg("intensity"), py::arg("radius"), py::arg("pixel_aspect"), py::arg("colorspace"));
     m.def("setting_names", &SettingNames);
     m.def("read_image", [](const fs::path& path) {
         engine::PlateFile file = engine::ReadPlateFile(path);

@@ -110,7 +110,7 @@ class Flare:
         return self._flare.table
 
     def render(self, image, light=(0.0, 0.0), color=(255, 255, 255), intensity=1.0, radius=0.0,
-               occlusion=None, colorspace=None):
+               occlusion=None, colorspace=None, pixel_aspect=1.0):
         """The image with the flare painted in, as a new array of the same dtype and shape.
 
         image       H x W x 3 or x 4, uint8, uint16, float16 or float32, any strides; alpha kept
@@ -124,23 +124,25 @@ class Flare:
                     the light is dimmed by the hidden part of its disc
         colorspace  the image's colour space ("linear", "sRGB", "Rec709", or a name of $OCIO's
                     configuration); None: linear for float arrays, sRGB for integer ones
+        pixel_aspect  the width of the image's pixels over their height (1 for square pixels): the
+                    flare stays round when the image is shown stretched
 
         Integer images in sRGB go through the plug-in's own paths (uint8: its 32-bit path) and
         equal the vellux tool's output pixel for pixel; float images get the flare converted to
         their colour space and added in float.
         """
         return self._flare.render(image, tuple(light), tuple(color), float(intensity), float(radius),
-                                  occlusion, colorspace)
+                                  float(pixel_aspect), occlusion, colorspace)
 
     def pass_(self, width, height, light=(0.0, 0.0), color=(255, 255, 255), intensity=1.0, radius=0.0,
-              colorspace=None):
+              colorspace=None, pixel_aspect=1.0):
         """The flare alone, as a new height x width x 4 float32 array for compositing with "plus".
 
         Alpha is the brightest of red, green and blue (at most 1). The colour is in `colorspace`
         (None: linear); the other arguments are render's.
         """
         return self._flare.pass_(int(width), int(height), tuple(light), tuple(color), float(intensity),
-                                 float(radius), colorspace)
+                                 float(radius), float(pixel_aspect), colorspace)
 
     def __repr__(self):
         return "vellux.Flare(table=%r, %s)" % (self.table or None,

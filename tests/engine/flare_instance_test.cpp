@@ -46,6 +46,10 @@ TEST(FlareSetup, FrameScaleIsTheSmallerSideAndTheCentreItsMiddle) {
     EXPECT_EQ(frame.height, 101u);
     EXPECT_EQ(setup.theLightColor.r, 255);
     EXPECT_EQ(setup.theLightColor.g, 0);
+    FlareLight wide{10.0, 20.0, {255, 0, 0}, 2.0, 3.0};
+    wide.pixelAspect = 2.0;   // pixels twice as wide as tall: half as many per unit across
+    EXPECT_EQ(double(MakeFrameSetup(300, 101, wide).theFrameXScale), 50.5);
+    EXPECT_EQ(double(MakeFrameSetup(300, 101, wide).theFrameYScale), 101.0);
 }
 
 class PluginInProcess : public testing::Test {

@@ -40,5 +40,13 @@ flare = vellux.Flare(table='LongZoom', star_filter=4)
 image = vellux.read_image('$source/docs/sample-frame.png')
 numpy.testing.assert_array_equal(flare.render(image, light=(288, 189)), vellux.read_image('$work/built.png'))
 ") || fail "the moved Python module does not render the build's pixels"
+  # The installed Blender add-on finds that module through its prefix, with nothing set.
+  addon="$work/moved/share/vellux/blender/vellux_flare"
+  (cd "$work" && env -i HOME="$work/home" /usr/bin/python3 -c "
+import runpy
+runpy.run_path('$addon/engine_path.py')
+import vellux
+assert vellux.__file__.startswith('$site'), vellux.__file__
+") || fail "the installed add-on does not find the installed module"
 fi
 echo "installed, moved and rendered from $work/moved: same pixels as the build"

@@ -1,0 +1,35 @@
+"""Vellux flare: lens flares for the lights of a scene, painted onto every rendered frame.
+
+Each light gets a "Vellux flare" panel (Light properties). While a still or an animation renders,
+every enabled light's flare is painted at the light's position seen through the scene camera,
+dimmed by what hides the light, and added to the render in the compositor (scene-linear), so the
+saved frames and File Output nodes carry it.
+
+The flare comes from the vellux Python module: installed (site-packages, PYTHONPATH), or bundled
+with the add-on in its engine/ folder (the zip the build makes).
+"""
+
+bl_info = {
+    "name": "Vellux flare",
+    "author": "Vellux",
+    "version": (0, 1, 0),
+    "blender": (3, 4, 0),
+    "location": "Properties > Light > Vellux flare",
+    "description": "Table-driven lens flares for lights, painted onto rendered frames",
+    "category": "Render",
+}
+
+from . import engine_path  # noqa: E402  (makes the vellux module importable)
+from . import frame_flares, panel, properties  # noqa: E402
+
+
+def register():
+    properties.register()
+    panel.register()
+    frame_flares.register()
+
+
+def unregister():
+    frame_flares.unregister()
+    panel.unregister()
+    properties.unregister()

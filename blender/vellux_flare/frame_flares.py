@@ -1,0 +1,119 @@
+"""Painting the flares of a frame while it renders.
+
+The frame-change handler runs for every frame a render makes (stills and animations, also
+`blender -b`), with the render's own evaluated scene: the lights where they are at that frame and
+their keyed settings. It paints each enabled light's flare alone (the vellux module, in linear
+light), adds them up, and puts the sum into the flare image the compositor adds to the render.
+
+Problems (a table that cannot be read, a scene without a camera) are reported on the console and
+the frame renders without that flare: a render never fails because of a flare."""
+
+import sys
+
+import bpy
+import numpy as np
+from bpy.app.handlers import persistent
+
+from . import compositor, projection
+
+# One vellux.Flare per light and table, kept from frame to frame: loading the plug-in costs more
+# than painting. Each holds its own copy of the plug-in; frames are painted one at a time.
+_flares = {}
+# The frame's sum, kept too: Blender's allocator hands a frame-sized block back to the system when
+# it is freed, and taking fresh memory every frame costs more than adding the flares up.
+_total = np.zeros((0, 0, 4), np.float32)
+
+
+def report(message):
+    print("Vellux flare: " + message, file=sys.stderr, flush=True)
+
+
+def _flare(light_name, table):
+    key = (light_name, table)
+    if key not in _flares:
+        import vellux
+        _flares[key] = vellux.Flare(table=table or None)
+    return _flares[key]
+
+
+def _flare_lights(scene):
+    return [obj for obj in scene.objects if obj.type == "LIGHT" and obj.data.vellux_flare.enabled]
+
+
+def paint_light(scene, depsgraph, camera, light, total):
+    """Add one light's flare to `total` (H x W x 4); nothing when it is behind the camera, hidden
+    or dark."""
+    settings = light.data.vellux_flare
+    place = projection.on_frame(scene, camera, light)
+    if place is None:
+        return
+    intensity = projection.strength(light, camera, settings)
+    if settings.occlusion and intensity > 0.0:
+        intensity *= projection.visible_fraction(scene, depsgraph, camera, light)
+    if intensity <= 0.0:
+        return
+    table = bpy.path.abspath(settings.table) if settings.table.startswith("//") else settings.table
+    flare = _flare(light.name, table)
+    flare.settings = settings.flare_settings()
+    height, width = total.shape[:2]
+    x, y, radius = place
+    total += flare.pass_(width, height, light=(x, y), color=projection.color(light, settings), intensity=intensity,
+                         radius=radius, colorspace="linear", pixel_aspect=projection.pixel_aspect(scene))
+
+
+def frame_flares(scene, depsgraph):
+    """The frame's flares, H x W x 4 float32 in scene-linear light, top row first (the same array
+    every frame: use it before the next)."""
+    global _total
+    width, height = projection.frame_size(scene)
+    if _total.shape != (height, width, 4):
+        _total = np.zeros((height, width, 4), np.float32)
+    total = _total
+    total.fill(0.0)
+    lights = _flare_lights(scene)
+    if not lights:
+        return total
+    camera = scene.camera
+    if camera is None:
+        report("the scene has no camera: frame %d has no flares" % scene.frame_current)
+        return total
+    camera = camera.evaluated_get(depsgraph)
+    for light in lights:
+        evaluated = light.evaluated_get(depsgraph)
+        if not evaluated.data.vellux_flare.enabled or light.hide_render:
+            continue
+        try:
+            paint_light(scene, depsgraph, camera, evaluated, total)
+        except Exception as error:   # reported; the frame renders without this flare
+            report("%s: %s (frame %d has no flare for it)" % (light.name, error, scene.frame_current))
+    np.minimum(total[:, :, 3], 1.0, out=total[:, :, 3])
+    return total
+
+
+@persistent
+def _before_render(scene, *_):
+    if _flare_lights(scene):
+        compositor.ensure(scene)
+
+
+@persistent
+def _frame_changed(scene, depsgraph=None):
+    if depsgraph is None or depsgraph.mode != "RENDER" or bpy.data.images.get(compositor.IMAGE) is None:
+        return
+    try:
+        compositor.set_flares(frame_flares(scene, depsgraph))
+    except Exception as error:   # never a failed render
+        report("frame %d: %s" % (scene.frame_current, error))
+
+
+def register():
+    bpy.app.handlers.render_init.append(_before_render)
+    bpy.app.handlers.frame_change_post.append(_frame_changed)
+
+
+def unregister():
+    bpy.app.handlers.frame_change_post.remove(_frame_changed)
+    bpy.app.handlers.render_init.remove(_before_render)
+    _flares.clear()
+    global _total
+    _total = np.zeros((0, 0, 4), np.float32)

@@ -1,0 +1,54 @@
+"""The "Vellux flare" panel in a light's properties."""
+
+import bpy
+
+
+class VELLUX_PT_light_flare(bpy.types.Panel):
+    bl_label = "Vellux flare"
+    bl_space_type = "PROPERTIES"
+    bl_region_type = "WINDOW"
+    bl_context = "data"
+
+    @classmethod
+    def poll(cls, context):
+        return context.light is not None
+
+    def draw_header(self, context):
+        self.layout.prop(context.light.vellux_flare, "enabled", text="")
+
+    def draw(self, context):
+        flare = context.light.vellux_flare
+        layout = self.layout
+        layout.use_property_split = True
+        layout.active = flare.enabled
+        layout.prop(flare, "table")
+        column = layout.column(heading="Light")
+        column.prop(flare, "override_color")
+        row = column.row()
+        row.active = flare.override_color
+        row.prop(flare, "color")
+        column.prop(flare, "override_intensity")
+        row = column.row()
+        row.active = flare.override_intensity
+        row.prop(flare, "light_intensity")
+        column.prop(flare, "occlusion")
+        column = layout.column(heading="Flare")
+        for name in ("intensity", "dissolve", "ring_size", "ring_color", "star_filter", "star_rotation",
+                     "streak_density", "streak_intensity", "streak_sharpness", "anamorphic_factor"):
+            column.prop(flare, name)
+        column = layout.column(heading="Show")
+        for name in ("glow", "glow_in_light_color", "halo", "reflections", "anamorphic", "anamorphic_streak",
+                     "random_streaks", "follow_light_size"):
+            column.prop(flare, name)
+        scene = context.scene.vellux
+        layout.prop(scene, "write_flare_pass")
+        if scene.write_flare_pass:
+            layout.prop(scene, "flare_pass_path")
+
+
+def register():
+    bpy.utils.register_class(VELLUX_PT_light_flare)
+
+
+def unregister():
+    bpy.utils.unregister_class(VELLUX_PT_light_flare)

@@ -1,0 +1,85 @@
+"""The flare's settings, stored with each light (bpy.types.Light.vellux_flare) and so saved with
+the .blend and keyable like any other property. The names are the vellux module's."""
+
+import bpy
+from bpy.props import BoolProperty, FloatProperty, FloatVectorProperty, IntProperty, PointerProperty, StringProperty
+
+# The module's settings, as the add-on passes them to vellux.Flare each frame.
+NUMBERS = ("intensity", "dissolve", "ring_size", "star_filter", "star_rotation", "streak_density",
+           "streak_intensity", "streak_sharpness", "anamorphic_factor")
+SWITCHES = ("glow", "glow_in_light_color", "halo", "reflections", "anamorphic", "anamorphic_streak",
+            "random_streaks", "follow_light_size")
+
+
+def _compositor_follows(self, context):
+    from . import compositor
+    if self.enabled and context.scene is not None:
+        compositor.ensure(context.scene)
+
+
+class VelluxFlareSettings(bpy.types.PropertyGroup):
+    enabled: BoolProperty(name="Flare", description="Paint this light's lens flare onto rendered frames",
+                          default=False, update=_compositor_follows)
+    table: StringProperty(name="Flare table", description="A flare table's name (LongZoom) or .rsc file; empty: "
+                          "the default table", default="")
+    # The light this flare is of: its colour and strength follow the light unless overridden.
+    override_color: BoolProperty(name="Own colour", description="Use the colour below, not the light's", default=False)
+    color: FloatVectorProperty(name="Colour", subtype="COLOR_GAMMA", size=3, min=0.0, max=1.0, default=(1.0, 1.0, 1.0))
+    override_intensity: BoolProperty(name="Own intensity", description="Use the intensity below, not the light's power "
+                                     "(1 for 1000 W, or a sun of strength 1)", default=False)
+    light_intensity: FloatProperty(name="Light intensity", min=0.0, soft_max=4.0, default=1.0)
+    occlusion: BoolProperty(name="Occlusion", description="Dim the flare by the part of the light's disc that scene "
+                            "geometry hides from the camera", default=True)
+    # The flare's own settings.
+    intensity: FloatProperty(name="Intensity", description="Overall strength of the flare", min=0.0, soft_max=2.0,
+                             default=0.5)
+    dissolve: FloatProperty(name="Dissolve", description="Fades the flare out", min=0.0, max=1.0, default=0.0)
+    ring_size: FloatProperty(name="Ring size", description="Size of the halo", min=0.001, soft_max=1.0, default=0.22)
+    ring_color: FloatVectorProperty(name="Ring colour", subtype="COLOR_GAMMA", size=3, min=0.0, max=1.0,
+                                    default=(80 / 255, 20 / 255, 10 / 255))
+    star_filter: IntProperty(name="Star filter", description="The star's points: 0 none, 1 to 9, 10 five major and "
+                             "five minor", min=0, max=10, default=0)
+    star_rotation: FloatProperty(name="Star rotation", description="Turns the star, degrees", soft_min=0.0,
+                                 soft_max=360.0, default=0.0)
+    streak_density: FloatProperty(name="Streak density", min=0.0, soft_max=200.0, default=50.0)
+    streak_intensity: FloatProperty(name="Streak intensity", min=0.0, soft_max=0.3, default=0.03, precision=3)
+    streak_sharpness: FloatProperty(name="Streak sharpness", min=0.0, soft_max=30.0, default=6.0)
+    anamorphic_factor: FloatProperty(name="Anamorphic factor", min=0.01, soft_max=4.0, default=1.77)
+    glow: BoolProperty(name="Glow", default=True)
+    glow_in_light_color: BoolProperty(name="Glow in light colour", default=True)
+    halo: BoolProperty(name="Halo", default=True)
+    reflections: BoolProperty(name="Reflections", default=True)
+    anamorphic: BoolProperty(name="Anamorphic", default=False)
+    anamorphic_streak: BoolProperty(name="Anamorphic streak", default=False)
+    random_streaks: BoolProperty(name="Random streaks", default=True)
+    follow_light_size: BoolProperty(name="Follow light size", default=False)
+
+    def flare_settings(self):
+        """The settings as vellux.Flare takes them."""
+        settings = {name: getattr(self, name) for name in NUMBERS + SWITCHES}
+        settings["star_filter"] = int(self.star_filter)
+        settings["ring_color"] = tuple(round(c * 255) for c in self.ring_color)
+        return settings
+
+
+class VelluxSceneSettings(bpy.types.PropertyGroup):
+    write_flare_pass: BoolProperty(name="Write flare pass", description="Also write the flares alone, as EXR "
+                                   "frames, for compositing elsewhere", default=False)
+    flare_pass_path: StringProperty(name="Flare pass", subtype="DIR_PATH", default="//flare_pass/")
+
+
+CLASSES = (VelluxFlareSettings, VelluxSceneSettings)
+
+
+def register():
+    for cls in CLASSES:
+        bpy.utils.register_class(cls)
+    bpy.types.Light.vellux_flare = PointerProperty(type=VelluxFlareSettings)
+    bpy.types.Scene.vellux = PointerProperty(type=VelluxSceneSettings)
+
+
+def unregister():
+    del bpy.types.Scene.vellux
+    del bpy.types.Light.vellux_flare
+    for cls in reversed(CLASSES):
+        bpy.utils.unregister_class(cls)
