@@ -7,7 +7,7 @@ root=$(pwd)
 seconds=${1:-60}
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz
-for target in resource_file flare_table scene dialog_resource; do
+for target in resource_file flare_table scene dialog_resource prescription; do
   work=$(mktemp -d)
   cp fuzz/corpus/$target/* "$work/"
   echo "=== fuzzing $target for ${seconds}s ==="

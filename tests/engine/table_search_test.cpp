@@ -60,17 +60,19 @@ TEST_F(TableSearch, TheUserFolderBeatsThePathWhichBeatsTheShippedTables) {
     const std::vector<TableEntry> tables = ListTables();
     std::vector<std::string> names;
     for (const TableEntry& table : tables) names.push_back(table.name);
-    EXPECT_EQ(names, (std::vector<std::string>{"Vellux", "Mine", "CleanPrime", "LongZoom"}));   // each name once
+    EXPECT_EQ(names, (std::vector<std::string>{"Vellux", "Mine", "CleanPrime", "LongZoom", "double-gauss-50mm",
+                                              "fisheye-10mm", "vintage-58mm", "wide-angle-22mm"}));   // each name once
     EXPECT_EQ(tables[0].description, "A long zoom lens: many ghosts with strong colour fringes");
 }
 
 TEST_F(TableSearch, UnknownNamesAndMissingPathsSayWhatThereIs) {
+    const std::string kShipped = "CleanPrime, LongZoom, Vellux, double-gauss-50mm, fisheye-10mm, vintage-58mm, wide-angle-22mm";
     const struct {
         std::string asked;
         std::string message;
     } cases[] = {
-        {"LongZom", "no flare table named 'LongZom'; did you mean 'LongZoom'? (there are: CleanPrime, LongZoom, Vellux)"},
-        {"Anamorph", "no flare table named 'Anamorph' (there are: CleanPrime, LongZoom, Vellux)"},
+        {"LongZom", "no flare table named 'LongZom'; did you mean 'LongZoom'? (there are: " + kShipped + ")"},
+        {"Anamorph", "no flare table named 'Anamorph' (there are: " + kShipped + ")"},
         {"missing.rsc", "missing.rsc: no such flare table file"},
         {"/tmp", "/tmp: not a file"},
     };

@@ -20,6 +20,7 @@
 #include "tools/vellux/scene_command.h"
 #include "tools/vellux/settings_command.h"
 #include "tools/vellux/tables_command.h"
+#include "tools/vellux/lens_command.h"
 
 namespace {
 
@@ -74,6 +75,7 @@ int main(int argc, char** argv) {
     vellux::tool::AddInfoCommand(app, action);
     vellux::tool::AddSampleFrameCommand(app, action);
     vellux::tool::AddTablesCommand(app, action);
+    vellux::tool::AddLensCommands(app, action);
     app.set_version_flag("--version", vellux::tool::VersionText);
     if (argc > 1 && argv[1][0] != '-' && !IsCommand(app, argv[1])) return UnknownCommand(app, argv[1]);
     try {
