@@ -1,5 +1,7 @@
 #include "engine/flare.h"
 
+#include <algorithm>
+
 #include <stdexcept>
 
 #include <OpenImageIO/imagebufalgo.h>
@@ -52,6 +54,21 @@ void Flare::Paint(FrameImage& image, const FlareLight& light, int32_t bandRows) 
 
 OIIO::ImageBuf Flare::Pass(FrameSize size, const FlareLight& light, int32_t bandRows) {
     return RenderFlarePass(*instance_, light, size, bandRows);
+}
+
+void Flare::PassInto(FrameSize size, const FlareLight& light, const std::string& space, float* rgba) {
+    if (!black_ || black_->width != size.width || black_->height != size.height) {
+        CheckFrameMemory(size, 6.0, "the flare pass");
+        black_.emplace(size.width, size.height, 48);
+    } else {
+        std::fill(black_->bytes.begin(), black_->bytes.end(), uint8_t(0));
+    }
+    RenderFrame(*instance_, light, *black_, 0);
+    FillFlarePass(*black_, rgba);
+    OIIO::ImageSpec layout(size.width, size.height, 4, OIIO::TypeFloat);
+    layout.alpha_channel = 3;
+    OIIO::ImageBuf pass(layout, rgba);   // the caller's memory, converted in place
+    ConvertPass(pass, space);
 }
 
 // The flare over an image of R, G, B (, A) exactly the frame's size, returned in the image's

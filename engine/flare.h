@@ -66,6 +66,12 @@ public:
     // The flare alone on black as float RGBA (flare_pass.h), in the plug-in's display space.
     OIIO::ImageBuf Pass(FrameSize size, const FlareLight& light, int32_t bandRows);
 
+    // The pass converted to a colour space (ConvertPass), written into `rgba`: packed float RGBA
+    // of the frame's size, which the caller keeps from frame to frame. The plug-in's pixels are
+    // kept too, so rendering frame after frame this way takes no new memory (fresh memory costs
+    // page faults that can outweigh the painting).
+    void PassInto(FrameSize size, const FlareLight& light, const std::string& space, float* rgba);
+
     // An image already in the plug-in's terms (frame_image.h), painted in place.
     void Paint(FrameImage& image, const FlareLight& light, int32_t bandRows);
 
@@ -78,6 +84,7 @@ private:
     host::PluginLibrary plugin_;
     host::HostSession host_;
     std::optional<PluginInstance> instance_;
+    std::optional<PluginPixels> black_;   // PassInto's frame, made black again for each render
 };
 
 }  // namespace vellux::engine

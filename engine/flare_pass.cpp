@@ -48,14 +48,18 @@ OIIO::ImageBuf FlarePassFromPlugin(const PluginPixels& painted) {
     OIIO::ImageSpec layout(painted.width, painted.height, 4, OIIO::TypeFloat);
     layout.alpha_channel = 3;
     OIIO::ImageBuf pass(layout, OIIO::InitializePixels::No);   // packed float RGBA in its own memory
+    FillFlarePass(painted, static_cast<float*>(pass.localpixels()));
+    return pass;
+}
+
+void FillFlarePass(const PluginPixels& painted, float* rgba) {
+    if (painted.depth != 48) throw std::logic_error("a flare pass is rendered in 48 bits");
     const size_t count = size_t(painted.width) * size_t(painted.height);
-    float* values = static_cast<float*>(pass.localpixels());
     for (size_t i = 0; i < count; ++i) {
-        float* out = &values[i * 4];
+        float* out = &rgba[i * 4];
         for (int c = 0; c < 3; ++c) out[c] = FromPluginScaleFloat(painted.Channel48(i, c));
         out[3] = std::min(std::max({out[0], out[1], out[2]}), 1.0f);
     }
-    return pass;
 }
 
 OIIO::ImageBuf RenderFlarePass(PluginInstance& instance, const FlareLight& light, FrameSize size, int32_t bandRows) {

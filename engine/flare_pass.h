@@ -33,6 +33,9 @@ namespace vellux::engine {
 // A 48-bit frame painted onto black, as a float RGBA pass (alpha channel 3).
 OIIO::ImageBuf FlarePassFromPlugin(const PluginPixels& painted);
 
+// The same values written into `rgba`: packed float RGBA of the frame's size.
+void FillFlarePass(const PluginPixels& painted, float* rgba);
+
 // Renders the flare onto a black 48-bit frame of this size through `instance` (SETF, then GENF
 // band by band; the caller sends FINI) and returns it as a pass.
 OIIO::ImageBuf RenderFlarePass(PluginInstance& instance, const FlareLight& light, FrameSize size, int32_t bandRows);

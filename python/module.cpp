@@ -110,6 +110,23 @@ public:
         return ArrayFromImage(std::move(pass), py::dtype::of<float>());
     }
 
+    // The pass into `out`, an H x W x 4 float32 array in C order the caller keeps from frame to
+    // frame: no new memory is taken.
+    void PassInto(py::array& out, const std::array<double, 2>& at, const std::array<int, 3>& color, double intensity,
+                  double radius, double pixelAspect, const std::optional<std::string>& colorspace) {
+        if (!out.dtype().is(py::dtype::of<float>()) || out.ndim() != 3 || out.shape(2) != 4 || out.shape(0) < 1 ||
+            out.shape(1) < 1 || !(out.flags() & py::array::c_style) || !out.writeable())
+            throw py::value_error("out: wants a writable H x W x 4 float32 array in C order");
+        const engine::FlareLight light = LightOf(at, color, intensity, radius, pixelAspect);
+        const std::string space = engine::ChooseColorspace("colorspace", colorspace.value_or(""), true);
+        const engine::FrameSize size{int32_t(out.shape(1)), int32_t(out.shape(0))};
+        float* rgba = static_cast<float*>(out.mutable_data());
+        py::gil_scoped_release unlocked;
+        const std::lock_guard lock(mutex_);
+        flare_->instance().EditSettings(edits_);
+        flare_->PassInto(size, light, space, rgba);
+    }
+
 private:
     std::unique_ptr<engine::Flare> flare_;
     engine::SettingEdits edits_;
@@ -188,7 +205,9 @@ PYBIND11_MODULE(_vellux, m) {
         .def("render", &PyFlare::Render, py::arg("image"), py::arg("light"), py::arg("color"), py::arg("intensity"),
              py::arg("radius"), py::arg("pixel_aspect"), py::arg("occlusion"), py::arg("colorspace"))
         .def("pass_", &PyFlare::Pass, py::arg("width"), py::arg("height"), py::arg("light"), py::arg("color"),
-             py::arg("intensity"), py::arg("radius"), py::arg("pixel_aspect"), py::arg("colorspace"));
+             py::arg("intensity"), py::arg("radius"), py::arg("pixel_aspect"), py::arg("colorspace"))
+        .def("pass_into", &PyFlare::PassInto, py::arg("out"), py::arg("light"), py::arg("color"), py::arg("intensity"),
+             py::arg("radius"), py::arg("pixel_aspect"), py::arg("colorspace"));
     m.def("setting_names", &SettingNames);
     m.def("read_image", [](const fs::path& path) {
         engine::PlateFile file = engine::ReadPlateFile(path);

@@ -33,8 +33,7 @@ def set_flares(pixels):
     if _bottom_up.shape != pixels.shape:
         _bottom_up = np.zeros(pixels.shape, np.float32)
     _bottom_up[...] = pixels[::-1]   # the image's rows go bottom up
-    image.pixels.foreach_set(_bottom_up.ravel())
-    image.update()
+    image.pixels.foreach_set(_bottom_up.ravel())   # marks the image changed: the compositor reads it anew
 
 
 def _render_layers(tree):

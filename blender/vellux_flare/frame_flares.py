@@ -22,6 +22,7 @@ _flares = {}
 # The frame's sum, kept too: Blender's allocator hands a frame-sized block back to the system when
 # it is freed, and taking fresh memory every frame costs more than adding the flares up.
 _total = np.zeros((0, 0, 4), np.float32)
+_one = np.zeros((0, 0, 4), np.float32)   # one light's flare, painted into the same memory each time
 
 
 def report(message):
@@ -55,10 +56,13 @@ def paint_light(scene, depsgraph, camera, light, total):
     table = bpy.path.abspath(settings.table) if settings.table.startswith("//") else settings.table
     flare = _flare(light.name, table)
     flare.settings = settings.flare_settings()
+    global _one
     height, width = total.shape[:2]
+    if _one.shape != total.shape:
+        _one = np.zeros(total.shape, np.float32)
     x, y, radius = place
     total += flare.pass_(width, height, light=(x, y), color=projection.color(light, settings), intensity=intensity,
-                         radius=radius, colorspace="linear", pixel_aspect=projection.pixel_aspect(scene))
+                         radius=radius, colorspace="linear", pixel_aspect=projection.pixel_aspect(scene), out=_one)
 
 
 def frame_flares(scene, depsgraph):
@@ -115,5 +119,6 @@ def unregister():
     bpy.app.handlers.frame_change_post.remove(_frame_changed)
     bpy.app.handlers.render_init.remove(_before_render)
     _flares.clear()
-    global _total
-    _total = np.zeros((0, 0, 4), np.float32)
+    global _total, _one
+    _total = _one = np.zeros((0, 0, 4), np.float32)
+_one = np.zeros((0, 0, 4), np.float32)   # one light's flare, painted into the same memory each time

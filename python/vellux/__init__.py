@@ -135,14 +135,22 @@ class Flare:
                                   float(pixel_aspect), occlusion, colorspace)
 
     def pass_(self, width, height, light=(0.0, 0.0), color=(255, 255, 255), intensity=1.0, radius=0.0,
-              colorspace=None, pixel_aspect=1.0):
-        """The flare alone, as a new height x width x 4 float32 array for compositing with "plus".
+              colorspace=None, pixel_aspect=1.0, out=None):
+        """The flare alone, as a height x width x 4 float32 array for compositing with "plus".
 
         Alpha is the brightest of red, green and blue (at most 1). The colour is in `colorspace`
-        (None: linear); the other arguments are render's.
+        (None: linear); the other arguments are render's. With `out` (a writable height x width
+        x 4 float32 array in C order) the pass is written into it and `out` returned: rendering
+        frame after frame into the same array takes no new memory, which is faster.
         """
-        return self._flare.pass_(int(width), int(height), tuple(light), tuple(color), float(intensity),
-                                 float(radius), float(pixel_aspect), colorspace)
+        if out is None:
+            return self._flare.pass_(int(width), int(height), tuple(light), tuple(color), float(intensity),
+                                     float(radius), float(pixel_aspect), colorspace)
+        if out.shape[:2] != (int(height), int(width)):
+            raise ValueError("out: wants shape (%d, %d, 4), not %r" % (int(height), int(width), out.shape))
+        self._flare.pass_into(out, tuple(light), tuple(color), float(intensity), float(radius), float(pixel_aspect),
+                              colorspace)
+        return out
 
     def __repr__(self):
         return "vellux.Flare(table=%r, %s)" % (self.table or None,

@@ -94,6 +94,19 @@ def test_bad_input_raises_and_changes_nothing(make, error, message):
     assert flare.dissolve == 0.0
 
 
+def test_a_pass_into_a_kept_array_equals_a_new_one():
+    flare = vellux.Flare(star_filter=4)
+    out = np.full((60, 100, 4), 7.0, np.float32)
+    for light in ((30, 20), (70, 40)):   # the second frame must not keep anything of the first
+        for space in (None, "sRGB"):
+            assert flare.pass_(100, 60, light=light, colorspace=space, out=out) is out
+            np.testing.assert_array_equal(out, flare.pass_(100, 60, light=light, colorspace=space))
+    for bad in (np.zeros((60, 100, 4), np.float64), np.zeros((60, 100, 3), np.float32), np.zeros((60, 100, 4), np.float32)[:, ::2],
+                np.zeros((61, 100, 4), np.float32)):
+        with pytest.raises(ValueError, match="out: wants"):
+            flare.pass_(100, 60, out=bad)
+
+
 def test_occlusion_dims_the_light():
     flare = vellux.Flare()
     black = np.zeros((60, 100, 3), np.float32)
