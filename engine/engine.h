@@ -38,6 +38,7 @@
 //   Flare(setup)                          loads the plug-in, INIT, the edits
 //   Flare::Composite(plate, light, opts)  the plate with the flare, in the plate's pixel type
 //   Flare::Pass(size, light, bands)       the flare alone on black, float RGBA, display-referred
+//   Flare::PassInto(size, light, space, rgba)  the same in a colour space, into memory kept from frame to frame
 //   Flare::SetProgress / SetCancel        the plug-in's reports; the flag that stops it
 //   CheckFlareTable(path)                 throws unless the file is a flare table
 #include "engine/flare_instance.h"
