@@ -74,7 +74,9 @@ def frame_flares(scene, depsgraph):
         _total = np.zeros((height, width, 4), np.float32)
     total = _total
     total.fill(0.0)
-    lights = _flare_lights(scene)
+    # Every light whose flare is on at this frame (the switch may be keyed).
+    lights = [light for light in scene.objects
+              if light.type == "LIGHT" and light.evaluated_get(depsgraph).data.vellux_flare.enabled]
     if not lights:
         return total
     camera = scene.camera
@@ -84,7 +86,7 @@ def frame_flares(scene, depsgraph):
     camera = camera.evaluated_get(depsgraph)
     for light in lights:
         evaluated = light.evaluated_get(depsgraph)
-        if not evaluated.data.vellux_flare.enabled or light.hide_render:
+        if light.hide_render:
             continue
         try:
             paint_light(scene, depsgraph, camera, evaluated, total)
