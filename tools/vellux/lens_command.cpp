@@ -153,7 +153,8 @@ int CompileLens(const LensOptions& options, std::ostream& messages) {
     const GhostOptions ghostOptions = GhostOptionsOf(options);
     const double fNumber = lens::UsedFNumber(lens, ghostOptions);
     rsc::Json source = lens::LensTableSource(lens, lens::Ghosts(lens, ghostOptions), fNumber, {options.ghosts, options.exposure});
-    for (const rsc::Json& resource : DialogSource(options.dialogs)["resources"]) source["resources"].push_back(resource);
+    const rsc::Json dialogs = DialogSource(options.dialogs);   // kept: the loop walks a member of it
+    for (const rsc::Json& resource : dialogs["resources"]) source["resources"].push_back(resource);
     const std::string text = FormatTableSource(source);
     const CompiledTable table = CompileTableSource(text);
     for (const Diagnostic& diagnostic : table.diagnostics.All()) Report(messages, options.lens.string(), diagnostic);
