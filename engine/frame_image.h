@@ -59,7 +59,7 @@ void CheckFrameMemory(FrameSize size, double bytesPerPixel, const std::string& w
 // its header; throws naming the file as Read does.
 FrameSize ReadImageSize(const std::filesystem::path& file);
 
-// An image file's part opened for reading (its specification read, no pixels yet), colour and
+// An image file's part opened for reading (its header read, no pixels yet), colour and
 // alpha to be read as stored; throws naming the file when it is missing, damaged or unreadable.
 OIIO::ImageBuf OpenImageFile(const std::filesystem::path& file, int part);
 

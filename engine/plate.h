@@ -46,10 +46,10 @@ OIIO::ImageBuf FrameColour(const OIIO::ImageBuf& plate, const PlateLayout& layou
 OIIO::ImageBuf WithFrameColour(const OIIO::ImageBuf& plate, const PlateLayout& layout, const OIIO::ImageBuf& colour);
 
 // An image file as read: every part, integer parts in their own type and float ones as float,
-// with the specifications they were stored with (per-channel types, tiles).
+// with the layouts they were stored with (per-channel types, tiles).
 struct PlateFile {
     std::vector<OIIO::ImageBuf> parts;
-    std::vector<OIIO::ImageSpec> stored;   // each part's specification in the file
+    std::vector<OIIO::ImageSpec> stored;   // each part's layout in the file
     size_t flarePart = 0;
 };
 

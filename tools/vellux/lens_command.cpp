@@ -1,12 +1,11 @@
 #include "tools/vellux/lens_command.h"
+#include "tools/vellux/rsc_command.h"
 
 #include <cstdio>
-#include <fstream>
 #include <iostream>
 #include <memory>
 #include <stdexcept>
 
-#include "engine/pending_output.h"
 #include "engine/table_search.h"
 #include "host/resource_file.h"
 #include "host/table_export.h"
@@ -66,21 +65,6 @@ rsc::Json DialogSource(const std::filesystem::path& from) {
     for (const rsc::Json& resource : source["resources"])
         if (resource.value("type", "") != "FLAR" && resource.value("type", "") != "RING") kept.push_back(resource);
     return {{"resources", kept}};
-}
-
-void Report(std::ostream& messages, const std::string& lensFile, const Diagnostic& diagnostic) {
-    const char* severity = diagnostic.severity == Diagnostic::Severity::error ? "error" : "warning";
-    messages << lensFile << ": " << severity << ": " << diagnostic.Text() << "\n";
-}
-
-void WriteText(const std::filesystem::path& output, const std::string& text) {
-    PendingOutput pending(output);
-    {
-        std::ofstream out(pending.temporary(), std::ios::binary);
-        out << text;
-        if (!out.flush()) throw std::runtime_error(output.string() + ": cannot be written");
-    }
-    pending.Commit();
 }
 
 void AddShow(CLI::App& group, Action& action) {
@@ -157,13 +141,8 @@ int CompileLens(const LensOptions& options, std::ostream& messages) {
     for (const rsc::Json& resource : dialogs["resources"]) source["resources"].push_back(resource);
     const std::string text = FormatTableSource(source);
     const CompiledTable table = CompileTableSource(text);
-    for (const Diagnostic& diagnostic : table.diagnostics.All()) Report(messages, options.lens.string(), diagnostic);
-    if (const size_t errors = table.diagnostics.ErrorCount(); errors > 0) {
-        messages << options.lens.string() << ": " << errors << (errors == 1 ? " error; " : " errors; ")
-                 << options.output.string() << " not written\n";
-        return kExitFailure;
-    }
-    if (options.json) WriteText(options.output, text);
+    if (const int failed = ReportCompilation(table, options.lens.string(), options.output, messages)) return failed;
+    if (options.json) rsc::WriteFileAtomically(options.output, {reinterpret_cast<const uint8_t*>(text.data()), text.size()});
     else rsc::WriteResourceFile(options.output, table.file);
     return 0;
 }

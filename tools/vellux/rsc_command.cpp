@@ -85,14 +85,18 @@ int CompileTableFiles(const std::vector<std::filesystem::path>& sources, const s
         all += (all.empty() ? "" : ", ") + source.string();
     }
     const CompiledTable table = CompileTableSources(texts);
-    for (const Diagnostic& diagnostic : table.diagnostics.All()) Report(messages, all, diagnostic);
-    if (const size_t errors = table.diagnostics.ErrorCount(); errors > 0) {
-        messages << all << ": " << errors << (errors == 1 ? " error; " : " errors; ") << output.string()
-                 << " not written\n";
-        return kExitFailure;
-    }
+    if (const int failed = ReportCompilation(table, all, output, messages)) return failed;
     rsc::WriteResourceFile(output, table.file);
     return 0;
+}
+
+int ReportCompilation(const CompiledTable& table, const std::string& sources, const std::filesystem::path& output,
+                      std::ostream& messages) {
+    for (const Diagnostic& diagnostic : table.diagnostics.All()) Report(messages, sources, diagnostic);
+    const size_t errors = table.diagnostics.ErrorCount();
+    if (errors == 0) return 0;
+    messages << sources << ": " << errors << (errors == 1 ? " error; " : " errors; ") << output.string() << " not written\n";
+    return kExitFailure;
 }
 
 int DumpTableFile(const std::filesystem::path& file, bool json, std::ostream& out) {

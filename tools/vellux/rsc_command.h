@@ -14,10 +14,12 @@
 
 #include <filesystem>
 #include <ostream>
+#include <string>
 #include <vector>
 
 #include <CLI/CLI.hpp>
 
+#include "host/table_source.h"
 #include "tools/vellux/command.h"
 
 namespace vellux::tool {
@@ -28,6 +30,11 @@ void AddRscCommands(CLI::App& app, Action& action);
 int CompileTableFiles(const std::vector<std::filesystem::path>& sources, const std::filesystem::path& output,
                       std::ostream& messages);
 int DumpTableFile(const std::filesystem::path& file, bool json, std::ostream& out);
+
+// Reports a compilation's diagnostics (each under its source's name, or `sources` when it is about
+// them all) and, when there are errors, that `output` was not written; returns the exit code.
+int ReportCompilation(const CompiledTable& table, const std::string& sources, const std::filesystem::path& output,
+                      std::ostream& messages);
 
 }  // namespace vellux::tool
 
