@@ -71,18 +71,24 @@ void Flare::PassInto(FrameSize size, const FlareLight& light, const std::string&
     ConvertPass(pass, space);
 }
 
+PluginPixels Flare::PaintBlack(FrameSize size, const FlareLight& light, int32_t bandRows) {
+    CheckFrameMemory(size, 6.0, "the flare");
+    PluginPixels black(size.width, size.height, 48);
+    RenderFrame(*instance_, light, black, bandRows);
+    return black;
+}
+
 // The flare over an image of R, G, B (, A) exactly the frame's size, returned in the image's
 // pixel type with its attributes.
-OIIO::ImageBuf Flare::CompositeColour(const OIIO::ImageBuf& plate, const FlareLight& light, const FrameOptions& options,
+OIIO::ImageBuf Flare::CompositeColour(OIIO::ImageBuf plate, const FlareLight& light, const FrameOptions& options,
                                       const std::string& space) {
     if (!IsFloat(plate.spec()) && IsDisplaySpace(space)) {
-        FrameImage image = FrameImage::FromImage(plate);
+        FrameImage image = FrameImage::FromImage(std::move(plate));
         Paint(image, light, options.bandRows);
         return std::move(image).image();
     }
-    OIIO::ImageBuf pass = Pass({plate.spec().width, plate.spec().height}, light, options.bandRows);
-    ConvertPass(pass, space);
-    OIIO::ImageBuf composite = CompositeFlarePass(plate, pass);
+    const PluginPixels painted = PaintBlack({plate.spec().width, plate.spec().height}, light, options.bandRows);
+    OIIO::ImageBuf composite = CompositePainted(plate, painted, space);
     if (plate.spec().format != OIIO::TypeFloat) {
         OIIO::ImageBuf typed;
         if (!OIIO::ImageBufAlgo::copy(typed, composite, plate.spec().format))
@@ -96,11 +102,22 @@ OIIO::ImageBuf Flare::CompositeColour(const OIIO::ImageBuf& plate, const FlareLi
     return composite;
 }
 
-OIIO::ImageBuf Flare::Composite(const OIIO::ImageBuf& plate, const FlareLight& light, const FrameOptions& options) {
+OIIO::ImageBuf Flare::Composite(OIIO::ImageBuf plate, const FlareLight& light, const FrameOptions& options) {
     const std::string space = ChooseColorspace("colorspace", options.colorspace, IsFloat(plate.spec()));
     const PlateLayout layout = LayoutOf(plate.spec());
-    OIIO::ImageBuf painted = layout.plain ? CompositeColour(plate, light, options, space)
+    OIIO::ImageBuf painted = layout.plain ? CompositeColour(std::move(plate), light, options, space)
                                           : WithFrameColour(plate, layout, CompositeColour(FrameColour(plate, layout), light, options, space));
+    painted.specmod().attribute("oiio:ColorSpace", space);
+    return painted;
+}
+
+OIIO::ImageBuf Flare::CompositeBlack(FrameSize size, const FlareLight& light, const FrameOptions& options) {
+    const std::string space = ChooseColorspace("colorspace", options.colorspace, false);
+    if (!IsDisplaySpace(space)) return Composite(FrameImage::Black(size).image(), light, options);
+    // Painted straight into the plug-in's black frame: what the plate's values would have been
+    // (all 0) need not be read, converted or compared.
+    CheckFrameMemory(size, 6.0 * 2.0, "--size");
+    OIIO::ImageBuf painted = Image16FromPlugin(PaintBlack(size, light, options.bandRows));
     painted.specmod().attribute("oiio:ColorSpace", space);
     return painted;
 }

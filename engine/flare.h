@@ -61,7 +61,12 @@ public:
     // plates in another colour space, get the pass converted to their space and added in float.
     // The result is the plate with its colour changed (plate.h): every channel, attribute and
     // window kept, in the plate's pixel type.
-    OIIO::ImageBuf Composite(const OIIO::ImageBuf& plate, const FlareLight& light, const FrameOptions& options);
+    // A plate handed over with std::move is painted in its own memory, without a copy.
+    OIIO::ImageBuf Composite(OIIO::ImageBuf plate, const FlareLight& light, const FrameOptions& options);
+
+    // The same on a black 16-bit RGB frame of `size` (FrameImage::Black), painted straight into
+    // the plug-in's frame.
+    OIIO::ImageBuf CompositeBlack(FrameSize size, const FlareLight& light, const FrameOptions& options);
 
     // The flare alone on black as float RGBA (flare_pass.h), in the plug-in's display space.
     OIIO::ImageBuf Pass(FrameSize size, const FlareLight& light, int32_t bandRows);
@@ -78,7 +83,8 @@ public:
     void Finish();   // FINI (the destructor sends it too, ignoring the answer)
 
 private:
-    OIIO::ImageBuf CompositeColour(const OIIO::ImageBuf& plate, const FlareLight& light, const FrameOptions& options,
+    PluginPixels PaintBlack(FrameSize size, const FlareLight& light, int32_t bandRows);
+    OIIO::ImageBuf CompositeColour(OIIO::ImageBuf plate, const FlareLight& light, const FrameOptions& options,
                                    const std::string& space);
 
     host::PluginLibrary plugin_;

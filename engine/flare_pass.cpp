@@ -8,6 +8,8 @@
 
 #include <OpenImageIO/imageio.h>
 
+#include "engine/colour.h"
+#include "engine/frame_memory.h"
 #include "engine/pending_output.h"
 
 namespace vellux::engine {
@@ -52,12 +54,15 @@ OIIO::ImageBuf FlarePassFromPlugin(const PluginPixels& painted) {
     return pass;
 }
 
-void FillFlarePass(const PluginPixels& painted, float* rgba) {
+void FillFlarePass(const PluginPixels& painted, float* rgba) { FillFlarePassRows(painted, 0, painted.height, rgba); }
+
+void FillFlarePassRows(const PluginPixels& painted, int32_t y0, int32_t y1, float* rgba) {
     if (painted.depth != 48) throw std::logic_error("a flare pass is rendered in 48 bits");
-    const size_t count = size_t(painted.width) * size_t(painted.height);
+    const size_t first = size_t(y0) * size_t(painted.width);
+    const size_t count = size_t(y1 - y0) * size_t(painted.width);
     for (size_t i = 0; i < count; ++i) {
         float* out = &rgba[i * 4];
-        for (int c = 0; c < 3; ++c) out[c] = FromPluginScaleFloat(painted.Channel48(i, c));
+        for (int c = 0; c < 3; ++c) out[c] = FromPluginScaleFloat(painted.Channel48(first + i, c));
         out[3] = std::min(std::max({out[0], out[1], out[2]}), 1.0f);
     }
 }
@@ -89,33 +94,93 @@ void WriteFlarePass(const OIIO::ImageBuf& pass, const fs::path& output, bool hal
 
 // Float plates and the composite ---------------------------------------------------------------
 
-OIIO::ImageBuf CompositeFlarePass(const OIIO::ImageBuf& plate, const OIIO::ImageBuf& pass) {
-    const OIIO::ImageSpec& in = plate.spec();
-    if (in.width != pass.spec().width || in.height != pass.spec().height)
-        throw std::runtime_error("the plate is " + std::to_string(in.width) + "x" + std::to_string(in.height) +
-                                 " pixels, the flare pass " + std::to_string(pass.spec().width) + "x" +
-                                 std::to_string(pass.spec().height));
-    const std::vector<int> colour = ColourChannels(in);
-    const bool alpha = in.alpha_channel >= 0;
-    const size_t inChannels = size_t(in.nchannels), passChannels = size_t(pass.nchannels());
-    const size_t outChannels = alpha ? 4 : 3;
+namespace {
 
-    OIIO::ImageSpec layout(in.width, in.height, int(outChannels), OIIO::TypeFloat);
-    layout.channelnames = {"R", "G", "B"};
-    if (alpha) {
-        layout.channelnames.push_back("A");
-        layout.alpha_channel = 3;
+// Where a plate's channels go in a composite: its colour as R, G, B and its alpha, if any, as A.
+struct CompositeLayout {
+    std::vector<int> colour;
+    int alpha = -1;
+    size_t inChannels = 0;
+    size_t outChannels = 3;
+    OIIO::ImageSpec spec;   // the composite's, float
+};
+
+CompositeLayout CompositeLayoutOf(const OIIO::ImageSpec& in) {
+    CompositeLayout layout;
+    layout.colour = ColourChannels(in);
+    layout.alpha = in.alpha_channel;
+    layout.inChannels = size_t(in.nchannels);
+    layout.outChannels = layout.alpha >= 0 ? 4 : 3;
+    layout.spec = OIIO::ImageSpec(in.width, in.height, int(layout.outChannels), OIIO::TypeFloat);
+    layout.spec.channelnames = {"R", "G", "B"};
+    if (layout.alpha >= 0) {
+        layout.spec.channelnames.push_back("A");
+        layout.spec.alpha_channel = 3;
     }
-    const std::vector<float> plateValues = FloatValues(plate), passValues = FloatValues(pass);
-    const size_t count = size_t(in.width) * size_t(in.height);
-    std::vector<float> out(count * outChannels);
+    return layout;
+}
+
+void CheckSameSize(const OIIO::ImageSpec& in, int32_t width, int32_t height) {
+    if (in.width != width || in.height != height)
+        throw std::runtime_error("the plate is " + std::to_string(in.width) + "x" + std::to_string(in.height) +
+                                 " pixels, the flare pass " + std::to_string(width) + "x" + std::to_string(height));
+}
+
+// Rows [y0, y1) of the composite: the plate's rows (read as float into `plateRows`) plus the
+// pass's rows `pass` (packed RGBA, `passChannels` a pixel), written into `composite`.
+void CompositeRows(const OIIO::ImageBuf& plate, const float* pass, size_t passChannels, int32_t y0, int32_t y1,
+                   const CompositeLayout& layout, std::vector<float>& plateRows, OIIO::ImageBuf& composite) {
+    const OIIO::ROI plateRoi(plate.xbegin(), plate.xend(), plate.ybegin() + y0, plate.ybegin() + y1);
+    const size_t count = size_t(plate.spec().width) * size_t(y1 - y0);
+    plateRows.resize(count * std::max(layout.inChannels, layout.outChannels));
+    plate.get_pixels(plateRoi, OIIO::TypeFloat, plateRows.data());
+    float* out = static_cast<float*>(composite.localpixels()) + size_t(y0) * size_t(plate.spec().width) * layout.outChannels;
     for (size_t i = 0; i < count; ++i) {
-        for (size_t c = 0; c < 3; ++c)
-            out[i * outChannels + c] = plateValues[i * inChannels + size_t(colour[c])] + passValues[i * passChannels + c];
-        if (alpha) out[i * outChannels + 3] = plateValues[i * inChannels + size_t(in.alpha_channel)];
+        const float* in = &plateRows[i * layout.inChannels];
+        for (size_t c = 0; c < 3; ++c) out[i * layout.outChannels + c] = in[size_t(layout.colour[c])] + pass[i * passChannels + c];
+        if (layout.alpha >= 0) out[i * layout.outChannels + 3] = in[size_t(layout.alpha)];
     }
-    OIIO::ImageBuf composite(layout, OIIO::InitializePixels::No);
-    composite.set_pixels(composite.roi(), OIIO::TypeFloat, out.data());
+}
+
+OIIO::ImageBuf NewComposite(const CompositeLayout& layout) {
+    OIIO::ImageBuf composite(layout.spec, OIIO::InitializePixels::No);
+    AdviseFrameMemory(composite.localpixels(), layout.spec.image_bytes());
+    return composite;
+}
+
+// Rows handled at once by CompositePainted: a few hundred kilobytes of pass, reused band by band.
+constexpr int32_t kCompositeRows = 32;
+
+}  // namespace
+
+OIIO::ImageBuf CompositeFlarePass(const OIIO::ImageBuf& plate, const OIIO::ImageBuf& pass) {
+    CheckSameSize(plate.spec(), pass.spec().width, pass.spec().height);
+    const CompositeLayout layout = CompositeLayoutOf(plate.spec());
+    const std::vector<float> passValues = FloatValues(pass);
+    std::vector<float> plateRows;
+    OIIO::ImageBuf composite = NewComposite(layout);
+    CompositeRows(plate, passValues.data(), size_t(pass.nchannels()), 0, plate.spec().height, layout, plateRows, composite);
+    return composite;
+}
+
+// The pass is made, converted and added a band of rows at a time: the colour conversion works on
+// each pixel alone, so a band converts exactly as the whole pass would, and the pass never
+// exists whole.
+OIIO::ImageBuf CompositePainted(const OIIO::ImageBuf& plate, const PluginPixels& painted, const std::string& space) {
+    CheckSameSize(plate.spec(), painted.width, painted.height);
+    const CompositeLayout layout = CompositeLayoutOf(plate.spec());
+    OIIO::ImageBuf composite = NewComposite(layout);
+    const int32_t width = painted.width;
+    std::vector<float> band(size_t(width) * size_t(kCompositeRows) * 4), plateRows;
+    for (int32_t y0 = 0; y0 < painted.height; y0 += kCompositeRows) {
+        const int32_t y1 = std::min(y0 + kCompositeRows, painted.height);
+        FillFlarePassRows(painted, y0, y1, band.data());
+        OIIO::ImageSpec bandLayout(width, y1 - y0, 4, OIIO::TypeFloat);
+        bandLayout.alpha_channel = 3;
+        OIIO::ImageBuf bandPass(bandLayout, band.data());
+        ConvertPass(bandPass, space);
+        CompositeRows(plate, band.data(), 4, y0, y1, layout, plateRows, composite);
+    }
     return composite;
 }
 

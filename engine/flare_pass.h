@@ -18,6 +18,7 @@
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
+#include <string>
 
 #include <OpenImageIO/imagebuf.h>
 
@@ -33,8 +34,9 @@ namespace vellux::engine {
 // A 48-bit frame painted onto black, as a float RGBA pass (alpha channel 3).
 OIIO::ImageBuf FlarePassFromPlugin(const PluginPixels& painted);
 
-// The same values written into `rgba`: packed float RGBA of the frame's size.
+// The same values written into `rgba`: packed float RGBA of the frame's size; or of rows y0..y1-1.
 void FillFlarePass(const PluginPixels& painted, float* rgba);
+void FillFlarePassRows(const PluginPixels& painted, int32_t y0, int32_t y1, float* rgba);
 
 // Renders the flare onto a black 48-bit frame of this size through `instance` (SETF, then GENF
 // band by band; the caller sends FINI) and returns it as a pass.
@@ -59,6 +61,10 @@ void WriteFlarePass(const OIIO::ImageBuf& pass, const std::filesystem::path& out
 // not alpha, a grey plate's one repeated) plus the pass's RGB, and the plate's alpha, if any,
 // unchanged. Values of the plate outside 0..1 survive. Throws if the sizes differ.
 OIIO::ImageBuf CompositeFlarePass(const OIIO::ImageBuf& plate, const OIIO::ImageBuf& pass);
+
+// The same with the pass of a 48-bit frame painted onto black, converted to `space` (ConvertPass)
+// on the way: exactly CompositeFlarePass(plate, the converted pass), without the pass held whole.
+OIIO::ImageBuf CompositePainted(const OIIO::ImageBuf& plate, const PluginPixels& painted, const std::string& space);
 
 }  // namespace vellux::engine
 

@@ -17,6 +17,8 @@
 #include <OpenImageIO/imageio.h>
 #include <zlib.h>
 
+#include "engine/frame_memory.h"
+
 namespace vellux::engine {
 
 namespace {
@@ -29,11 +31,43 @@ std::vector<Value> Values(const OIIO::ImageBuf& image) {
     return values;
 }
 
+// The image's values as Value, packed row by row: its own memory where it holds exactly that
+// (no copy), else a copy made in `copy`.
+template <typename Value>
+bool IsPacked(const OIIO::ImageBuf& image) {
+    const OIIO::ImageSpec& spec = image.spec();
+    const auto pixel = OIIO::stride_t(spec.nchannels) * OIIO::stride_t(sizeof(Value));
+    return image.localpixels() != nullptr && spec.format == OIIO::TypeDescFromC<Value>::value() &&
+           spec.channelformats.empty() && spec.depth == 1 && image.pixel_stride() == pixel &&
+           image.scanline_stride() == pixel * spec.width;
+}
+
+template <typename Value>
+const Value* PackedValues(const OIIO::ImageBuf& image, std::vector<Value>& copy) {
+    if (IsPacked<Value>(image)) return static_cast<const Value*>(image.localpixels());
+    copy = Values<Value>(image);
+    return copy.data();
+}
+
 // Painted pixels are written back into the image, never into memory it only borrows (a caller's
 // buffer wrapped as an image): such an image gets memory of its own first, its values having been
 // read already.
 void OwnMemory(OIIO::ImageBuf& image) {
     if (image.storage() != OIIO::ImageBuf::LOCALBUFFER) image.reset(OIIO::ImageSpec(image.spec()), OIIO::InitializePixels::No);
+}
+
+// Runs `change(values, back)` over the image's packed values: in place where the image holds them
+// in memory of its own, else on a copy that then becomes the image's own memory.
+template <typename Value, typename Change, typename Back>
+void WriteBack(OIIO::ImageBuf& image, const Change& change, Back back) {
+    if (image.storage() == OIIO::ImageBuf::LOCALBUFFER && IsPacked<Value>(image)) {
+        change(static_cast<Value*>(image.localpixels()), back);
+        return;
+    }
+    std::vector<Value> values = Values<Value>(image);
+    change(values.data(), back);
+    OwnMemory(image);
+    image.set_pixels(image.roi(), OIIO::TypeDescFromC<Value>::value(), values.data());
 }
 
 // Colour channels first (the first three that are not alpha, the first repeated when there are
@@ -225,7 +259,8 @@ PluginPixels FrameImage::ToPlugin() const {
     const size_t count = size_t(width()) * size_t(height());
     const size_t channels = size_t(image_.nchannels());
     if (kind_ == Kind::bytes) {
-        const std::vector<uint8_t> values = Values<uint8_t>(image_);
+        std::vector<uint8_t> copy;
+        const uint8_t* values = PackedValues(image_, copy);
         for (size_t i = 0; i < count; ++i) {
             const uint8_t* in = &values[i * channels];
             uint8_t* out = &pixels.bytes[i * 4];
@@ -234,39 +269,49 @@ PluginPixels FrameImage::ToPlugin() const {
         }
         return pixels;
     }
-    const auto fill = [&](const auto& values) {
+    const auto fill = [&](const auto* values) {
         for (size_t i = 0; i < count; ++i)
             for (int c = 0; c < 3; ++c) pixels.SetChannel48(i, c, ToPluginScale(values[i * channels + size_t(c)]));
     };
-    if (kind_ == Kind::shorts) fill(Values<uint16_t>(image_));
-    else fill(Values<float>(image_));
+    if (kind_ == Kind::shorts) {
+        std::vector<uint16_t> copy;
+        fill(PackedValues(image_, copy));
+    } else {
+        std::vector<float> copy;
+        fill(PackedValues(image_, copy));
+    }
     return pixels;
 }
 
 void FrameImage::TakeFromPlugin(const PluginPixels& painted) {
     const size_t count = size_t(width()) * size_t(height());
     const size_t channels = size_t(image_.nchannels());
-    const auto take = [&](auto values, auto back) {
+    const auto composite = [&](auto* values, auto back) {
         for (size_t i = 0; i < count; ++i) {
             for (int c = 0; c < 3; ++c) {
                 auto& value = values[i * channels + size_t(c)];
                 value = CompositeChannel(value, ToPluginScale(value), painted.Channel48(i, c), back);
             }
         }
-        OwnMemory(image_);
-        image_.set_pixels(image_.roi(), OIIO::TypeDescFromC<typename decltype(values)::value_type>::value(), values.data());
     };
-    if (kind_ == Kind::shorts) {
-        take(Values<uint16_t>(image_), FromPluginScale16);
-    } else if (kind_ == Kind::floats) {
-        take(Values<float>(image_), FromPluginScaleFloat);
-    } else {
-        std::vector<uint8_t> values = Values<uint8_t>(image_);
+    const auto copyColour = [&](uint8_t* values, auto) {
         for (size_t i = 0; i < count; ++i)
             for (size_t c = 0; c < 3; ++c) values[i * channels + c] = painted.bytes[i * 4 + 1 + c];
-        OwnMemory(image_);
-        image_.set_pixels(image_.roi(), OIIO::TypeDesc::UINT8, values.data());
-    }
+    };
+    if (kind_ == Kind::shorts) WriteBack<uint16_t>(image_, composite, FromPluginScale16);
+    else if (kind_ == Kind::floats) WriteBack<float>(image_, composite, FromPluginScaleFloat);
+    else WriteBack<uint8_t>(image_, copyColour, 0);
+}
+
+OIIO::ImageBuf Image16FromPlugin(const PluginPixels& painted) {
+    if (painted.depth != 48) throw std::logic_error("a 16-bit image is made from a 48-bit frame");
+    OIIO::ImageBuf image(OIIO::ImageSpec(painted.width, painted.height, 3, OIIO::TypeDesc::UINT16), OIIO::InitializePixels::No);
+    uint16_t* values = static_cast<uint16_t*>(image.localpixels());
+    const size_t count = size_t(painted.width) * size_t(painted.height);
+    AdviseFrameMemory(values, count * 3 * sizeof(uint16_t));
+    for (size_t i = 0; i < count; ++i)
+        for (int c = 0; c < 3; ++c) values[i * 3 + size_t(c)] = FromPluginScale16(painted.Channel48(i, c));
+    return image;
 }
 
 void FrameImage::Write(const std::filesystem::path& file, const std::string& format) const {

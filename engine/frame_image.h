@@ -51,6 +51,10 @@ private:
     Kind kind_;
 };
 
+// A 48-bit frame painted onto black as a 16-bit RGB image: what FrameImage::Black gives after
+// painting, made straight from the plug-in's pixels.
+OIIO::ImageBuf Image16FromPlugin(const PluginPixels& painted);
+
 // Throws a message naming `what` and the memory a frame of this size needs, at `bytesPerPixel`,
 // when that is more than the machine can give (its available memory and the process's limit).
 void CheckFrameMemory(FrameSize size, double bytesPerPixel, const std::string& what);

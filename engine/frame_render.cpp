@@ -76,14 +76,19 @@ PlateFile RenderRequestedFrame(Flare& flare, const RenderRequest& request, const
         Describe(pass, flare, light);
         return SinglePart(std::move(pass), type);
     }
-    PlateFile plate = plateFile.empty() ? SinglePart(FrameImage::Black(size).image()) : ReadPlateFile(plateFile);
+    const FrameOptions options{request.bandRows, request.colorspace};   // the colour space defaults by pixel type (colour.h)
+    if (plateFile.empty()) {
+        PlateFile black = SinglePart(flare.CompositeBlack(size, light, options));
+        Describe(black.parts[0], flare, light);
+        return black;
+    }
+    PlateFile plate = ReadPlateFile(plateFile);
     OIIO::ImageBuf& part = plate.parts[plate.flarePart];
     const FrameSize frame{part.spec().full_width, part.spec().full_height};
     if (frame.width != size.width || frame.height != size.height)   // changed since it was checked
         throw std::runtime_error(plateFile + ": is no longer " + std::to_string(size.width) + "x" +
                                  std::to_string(size.height));
-    // The plate's colour space defaults by its pixel type (colour.h).
-    part = flare.Composite(part, light, {request.bandRows, request.colorspace});
+    part = flare.Composite(std::move(part), light, options);
     Describe(part, flare, light);
     return plate;
 }

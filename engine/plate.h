@@ -23,6 +23,8 @@
 
 #include <OpenImageIO/imagebuf.h>
 
+#include "engine/compression.h"
+
 namespace vellux::engine {
 
 // Where in a part's buffer the flare goes.
@@ -61,14 +63,15 @@ PlateFile SinglePart(OIIO::ImageBuf image, OIIO::TypeDesc type = OIIO::TypeUnkno
 
 // Writes the parts under a temporary name, renamed to `output` only when complete (nothing is
 // renamed once `cancel` is set): each part in its stored pixel types and tiling where the format
-// has them, losslessly and fast (PNG at zlib level 1, EXR with PIZ, unless the part's attributes
-// name a compression). A format that holds one image gets the flare's part alone.
+// has them, compressed as `compression` says (compression.h; no choice: as the part's attributes
+// name it, else losslessly and fast: PNG at zlib level 1, EXR with PIZ). A format that holds one
+// image gets the flare's part alone.
 void WritePlateFile(const PlateFile& plate, const std::filesystem::path& output,
-                    const std::atomic<bool>* cancel = nullptr);
+                    const std::atomic<bool>* cancel = nullptr, const Compression& compression = {});
 
 // Writes one image as WritePlateFile does, in `type` (TypeUnknown: the image's own).
 void WriteImageFile(const OIIO::ImageBuf& image, const std::filesystem::path& output, OIIO::TypeDesc type,
-                    const std::atomic<bool>* cancel = nullptr);
+                    const std::atomic<bool>* cancel = nullptr, const Compression& compression = {});
 
 }  // namespace vellux::engine
 

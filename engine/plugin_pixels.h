@@ -21,6 +21,8 @@
 #include <cstring>
 #include <vector>
 
+#include "engine/frame_memory.h"
+
 namespace vellux::engine {
 
 inline constexpr uint32_t kFullChannel = 16320;
@@ -46,7 +48,7 @@ struct PluginPixels {
     int32_t width = 0;
     int32_t height = 0;
     int16_t depth = 48;
-    std::vector<uint8_t> bytes;
+    std::vector<uint8_t, FrameAllocator<uint8_t>> bytes;
 
     PluginPixels() = default;
     PluginPixels(int32_t w, int32_t h, int16_t d)
