@@ -97,6 +97,7 @@ void RenderFlareImage(const RenderRequest& request, const RenderReporting& repor
     const FlareSetup setup = RequestSetup(request);
     if (!setup.table.empty()) CheckFlareTable(setup.table);
     CheckOutputFormat(request.output);
+    CheckCompressionFor("--compression", request.compression, request.output);
     if (!request.input.empty() && !fs::exists(request.input))
         throw std::runtime_error(request.input.string() + ": no such file");
     if (request.passMode) PassFileType(request.output, request.halfFloat);   // a wrong pass format, before the render
@@ -115,7 +116,7 @@ void RenderFlareImage(const RenderRequest& request, const RenderReporting& repor
     }
     flare.Finish();
     if (Cancelled(reporting.cancel)) Interrupted(request.output);
-    WritePlateFile(frame, request.output, reporting.cancel);
+    WritePlateFile(frame, request.output, reporting.cancel, request.compression);
 }
 
 }  // namespace vellux::engine

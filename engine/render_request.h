@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/compression.h"
 #include "engine/frame_sequence.h"
 #include "engine/option_values.h"
 #include "engine/plugin_settings.h"
@@ -32,6 +33,7 @@ struct RenderRequest {
     std::filesystem::path scene;    // a scene to render as a sequence instead (no input, no light)
     std::vector<int32_t> frames;    // with a scene: these of its frames, in order; empty: all
     std::filesystem::path output;   // with a scene: a frame pattern (frame_sequence.h)
+    Compression compression;        // how the output is compressed (compression.h); none chosen: lossless and fast
     bool lightIsFraction = true;
     double lightX = 0.3;            // pixels, or a fraction of the width
     double lightY = 0.35;           // pixels, or a fraction of the height

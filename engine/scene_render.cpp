@@ -186,7 +186,7 @@ void RenderSceneFrame(SequenceWork& work, SceneSession& session, int32_t frame) 
     session.instance().LoadChannels(work.all.first, work.all.last, frame);
     const std::string plateFile = work.input ? work.input->For(frame) : std::string();
     WritePlateFile(RenderRequestedFrame(session.flare(), work.request, plateFile, work.size, light, target), target,
-                   &work.stop);
+                   &work.stop, work.request.compression);
 }
 
 // A failure's message, naming the frame and its file.
@@ -279,6 +279,7 @@ SequenceResult RenderSceneSequence(const RenderRequest& request, const RenderRep
     SequenceWork work(request, scene);
     work.frames = FrameListWithin(scene, request.frames, "--frames");
     work.output = OutputPattern(request.output, work.frames);
+    CheckCompressionFor("--compression", request.compression, work.output.For(work.frames.front()));
     work.size = {scene.width, scene.height};
     if (!scene.input.empty()) {
         work.input = FramePattern::Parse((request.scene.parent_path() / scene.input).string());

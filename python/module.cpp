@@ -165,8 +165,10 @@ py::dict SceneDict(const engine::Scene& scene) {
 }
 
 std::vector<int32_t> RenderScene(const fs::path& scene, const fs::path& output, const std::vector<int32_t>& frames,
-                                 int jobs, const std::optional<std::string>& plugin, const std::optional<std::string>& table) {
+                                 int jobs, const std::optional<std::string>& plugin, const std::optional<std::string>& table,
+                                 const std::string& compression) {
     engine::RenderRequest request;
+    request.compression = engine::ParseCompression("compression", compression);
     request.scene = scene;
     request.output = output;
     request.frames = frames;
@@ -214,14 +216,19 @@ PYBIND11_MODULE(_vellux, m) {
         const py::dtype dtype = DtypeOf(file.stored[file.flarePart].format);
         return ArrayFromImage(std::move(file.parts[file.flarePart]), dtype);
     });
-    m.def("write_image", [](const py::array& image, const fs::path& path) {
+    m.def("write_image", [](const py::array& image, const fs::path& path, const std::string& compressionText) {
+        const engine::Compression compression = engine::ParseCompression("compression", compressionText);
         ArrayImage buffer = ImageFromArray(image, "image");
         buffer.image.specmod().attribute("oiio:UnassociatedAlpha", 1);   // colour as it is, as read_image gives it
         engine::CheckOutputFormat(path);
-        engine::WriteImageFile(buffer.image, path, OIIO::TypeUnknown);
+        engine::CheckCompressionFor("compression", compression, path);
+        engine::WriteImageFile(buffer.image, path, OIIO::TypeUnknown, nullptr, compression);
+    });
+    m.def("check_compression", [](const std::string& text, const fs::path& path) {
+        engine::CheckCompressionFor("compression", engine::ParseCompression("compression", text), path);
     });
     m.def("load_scene", [](const fs::path& path) { return SceneDict(engine::LoadScene(path)); });
     m.def("render_scene", &RenderScene, py::arg("scene"), py::arg("output"), py::arg("frames"), py::arg("jobs"),
-          py::arg("plugin") = py::none(), py::arg("table") = py::none());
+          py::arg("plugin") = py::none(), py::arg("table") = py::none(), py::arg("compression") = "");
     m.def("version", &engine::VelluxVersion);
 }

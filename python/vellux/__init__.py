@@ -35,13 +35,14 @@ def read_image(path):
     return _vellux.read_image(str(path))
 
 
-def write_image(image, path):
+def write_image(image, path, compression=None):
     """Write an H x W x 3 or x 4 array (uint8, uint16, float16 or float32) to an image file.
 
-    The extension picks the format. The file is written under a temporary name and renamed into
-    place only when complete.
+    The extension picks the format. compression: "png:0".."png:9", "exr:piz", "exr:zip", "exr:dwaa"
+    and the others `vellux render --compression` takes; None: lossless and fast (png:1, exr:piz).
+    The file is written under a temporary name and renamed into place only when complete.
     """
-    _vellux.write_image(image, str(path))
+    _vellux.write_image(image, str(path), compression or "")
 
 
 class Flare:

@@ -36,7 +36,7 @@ class Scene:
         """Read a scene file (see the README's scene format)."""
         return cls(path, _vellux.load_scene(os.fspath(path)))
 
-    def render(self, output_pattern, frames=None, jobs=None, client=None, table=None, plugin=None):
+    def render(self, output_pattern, frames=None, jobs=None, client=None, table=None, plugin=None, compression=None):
         """Render the scene's frames to files; returns the frame numbers written, in order.
 
         output_pattern  a file name with a frame field: ####, %04d or %d
@@ -47,27 +47,30 @@ class Scene:
                         chunks, each worker loads its own flare and writes its frames (so the
                         output folder must be one every worker sees); jobs is then ignored
         table, plugin   as for Flare
+        compression     as for write_image
 
         Each frame is written under a temporary name and renamed when complete. A frame that fails
         raises RuntimeError naming the frame; the frames already written stay.
         """
         frames = list(self.frames if frames is None else frames)
         output = os.fspath(output_pattern)
+        _vellux.check_compression(compression or "", output)
         if client is None:
-            written = _vellux.render_scene(self.path, output, frames, jobs or os.cpu_count() or 1, plugin, table)
+            written = _vellux.render_scene(self.path, output, frames, jobs or os.cpu_count() or 1, plugin, table,
+                                           compression or "")
             return sorted(written)
-        return _render_on_cluster(client, self.path, output, frames, table, plugin)
+        return _render_on_cluster(client, self.path, output, frames, table, plugin, compression or "")
 
     def __repr__(self):
         return "vellux.Scene(%r, frames %d-%d)" % (self.path, self.frames.start, self.frames.stop - 1)
 
 
-def _render_chunk(scene_path, output, frames, table, plugin):
+def _render_chunk(scene_path, output, frames, table, plugin, compression):
     """One task on a worker: a chunk of frames, one after the other, in the worker's process."""
-    return list(_vellux.render_scene(scene_path, output, frames, 1, plugin, table))
+    return list(_vellux.render_scene(scene_path, output, frames, 1, plugin, table, compression))
 
 
-def _render_on_cluster(client, scene_path, output, frames, table, plugin):
+def _render_on_cluster(client, scene_path, output, frames, table, plugin, compression):
     # Chunks of a few frames each: two per worker thread at least, so that a slow chunk does not
     # hold the others up, and not single frames, whose plug-in loading would cost more.
     workers = max(1, sum(client.nthreads().values()))
@@ -75,7 +78,8 @@ def _render_on_cluster(client, scene_path, output, frames, table, plugin):
     chunks = [frames[i:i + size] for i in range(0, len(frames), size)]
     scene_path = os.path.abspath(scene_path)
     output = os.path.abspath(output)
-    futures = [client.submit(_render_chunk, scene_path, output, chunk, table, plugin, pure=False) for chunk in chunks]
+    futures = [client.submit(_render_chunk, scene_path, output, chunk, table, plugin, compression, pure=False)
+               for chunk in chunks]
     written, failure = [], None
     for future in futures:
         try:

@@ -220,3 +220,66 @@ TEST(PlateLayout, FindsColourByNameThenByPositionAndTellsPlainBuffers) {
 }
 
 }  // namespace
+
+namespace {
+
+struct CompressionCase {
+    const char* text;
+    const char* output;
+    const char* header;   // the compression an EXR's header names (PNG headers do not keep the level)
+};
+
+}  // namespace
+
+// A chosen compression reaches the file and loses nothing (the lossless ones): the pixels read
+// back are the ones written with the default. The plate's own (zip) gives way to the choice.
+TEST_F(Plate, ChosenCompressionReachesTheFileAndTheLosslessOnesKeepEveryPixel) {
+    OIIO::ImageSpec spec(96, 64, 3, OIIO::TypeHalf);
+    OIIO::ImageBuf exr = Busy(spec);
+    exr.specmod().attribute("compression", "zip");
+    Write(exr, dir_ / "plate.exr");
+    Write(Busy(OIIO::ImageSpec(96, 64, 3, OIIO::TypeUInt16)), dir_ / "plate.png");
+    const auto pixels = [](const OIIO::ImageBuf& image) { return Values(image, image.roi()); };
+    const std::vector<float> exrDefault = pixels(Read(Render(dir_ / "plate.exr", "default.exr")));
+    const std::vector<float> pngDefault = pixels(Read(Render(dir_ / "plate.png", "default.png")));
+    const CompressionCase cases[] = {
+        {"", "kept.exr", "zip"},      {"exr:piz", "piz.exr", "piz"}, {"EXR:none", "none.exr", "none"},
+        {"exr:zip:4", "zip4.exr", "zip"}, {"png:9", "nine.png", ""},   {"png:0", "zero.png", ""},
+    };
+    for (const CompressionCase& c : cases) {
+        RenderRequest request;
+        request.input = dir_ / (fs::path(c.output).extension() == ".exr" ? "plate.exr" : "plate.png");
+        request.output = dir_ / c.output;
+        request.plugin = VELLUX_PLUGIN_PATH;
+        request.settings.starFilter = 4;
+        request.compression = ParseCompression("--compression", c.text);
+        RenderFlareImage(request);
+        const OIIO::ImageBuf got = Read(request.output);
+        if (*c.header != 0) EXPECT_EQ(got.spec().get_string_attribute("compression"), c.header) << c.text;
+        EXPECT_EQ(pixels(got), request.output.extension() == ".exr" ? exrDefault : pngDefault) << c.text;
+    }
+    EXPECT_LT(fs::file_size(dir_ / "nine.png"), fs::file_size(dir_ / "zero.png"));
+}
+
+TEST(Compression, NamesTheChoicesForABadOneAndTheFileForAMismatch) {
+    const char* bad[] = {"png", "png:10", "png:x", "exr:lzw", "exr:zip:0", "exr:piz:3", "tif:piz", "jpg:90", "zip"};
+    for (const char* text : bad) {
+        try {
+            ParseCompression("--compression", text);
+            ADD_FAILURE() << text;
+        } catch (const std::invalid_argument& error) {
+            EXPECT_NE(std::string(error.what()).find(std::string("'") + text + "' is not a compression; choose png:0"),
+                      std::string::npos) << error.what();
+        }
+    }
+    EXPECT_EQ(CompressionText(ParseCompression("-c", "TIFF:lzw")), "tif:lzw");
+    EXPECT_EQ(CompressionText(ParseCompression("-c", "exr:dwaa:45")), "exr:dwaa:45");
+    EXPECT_NO_THROW(CheckCompressionFor("-c", ParseCompression("-c", "tif:zip"), "a/b.TIFF"));
+    EXPECT_NO_THROW(CheckCompressionFor("-c", ParseCompression("-c", ""), "b.jpg"));
+    try {
+        CheckCompressionFor("--compression", ParseCompression("-c", "exr:zip"), "out/frame.0001.png");
+        ADD_FAILURE();
+    } catch (const std::invalid_argument& error) {
+        EXPECT_STREQ(error.what(), "--compression exr:zip is for .exr files, and frame.0001.png is a .png file");
+    }
+}

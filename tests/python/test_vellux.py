@@ -147,6 +147,23 @@ def test_scenes_render_as_the_tool_does(tmp_path):
                                       vellux.read_image(tmp_path / ("tool.%04d.png" % frame)))
 
 
+def test_compression_is_chosen_and_checked_as_the_tool_does(tmp_path):
+    image = plate(np.uint16, 4)
+    vellux.write_image(image, tmp_path / "fast.png", compression="png:0")
+    vellux.write_image(image, tmp_path / "small.png", compression="png:9")
+    assert os.path.getsize(tmp_path / "small.png") < os.path.getsize(tmp_path / "fast.png")
+    np.testing.assert_array_equal(vellux.read_image(tmp_path / "small.png"), image)
+    scene = vellux.Scene.load(SCENE)
+    assert scene.render(tmp_path / "f.####.exr", frames=[1], compression="exr:zip") == [1]
+    tool("render", "-q", "--scene", SCENE, "--frames", "1", "--compression", "exr:none", "-o", tmp_path / "t.####.exr")
+    np.testing.assert_array_equal(vellux.read_image(tmp_path / "f.0001.exr"), vellux.read_image(tmp_path / "t.0001.exr"))
+    with pytest.raises(ValueError, match="compression: 'png:12' is not a compression; choose png:0 to png:9"):
+        vellux.write_image(image, tmp_path / "bad.png", compression="png:12")
+    with pytest.raises(ValueError, match="compression exr:zip is for .exr files, and f.####.png is a .png file"):
+        scene.render(tmp_path / "f.####.png", compression="exr:zip")
+    assert not os.path.exists(tmp_path / "bad.png") and not os.path.exists(tmp_path / "f.0001.png")
+
+
 def test_a_dask_cluster_renders_the_same_frames(tmp_path):
     with distributed.LocalCluster(n_workers=2, threads_per_worker=1, processes=True, dashboard_address=None) as cluster, \
             distributed.Client(cluster) as client:

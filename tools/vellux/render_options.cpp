@@ -86,6 +86,10 @@ void AddRunOptions(CLI::App& render, RenderOptions& options) {
                       "The plate's colour space (default: linear for float images, sRGB for others); "
                       "a pass is written in it (default: linear for .exr)")
         ->type_name("NAME");
+    render.add_option("--compression", options.compression,
+                      "How the output is compressed: png:0 to png:9, exr:none|rle|zips|zip|piz|pxr24|b44|b44a|dwaa|dwab, "
+                      "tif:none|lzw|zip|packbits (default: lossless and fast: png:1, exr:piz, or the plate's own)")
+        ->type_name("FORMAT:METHOD");
     render.add_option("--occlusion", options.occlusion,
                       "Mask image (alpha, else luminance; 1 = hidden): dims the light by the hidden part of its disc")
         ->type_name("MASK");
@@ -149,6 +153,7 @@ RenderRequest CheckRenderOptions(const RenderOptions& options) {
     request.colorspace = options.colorspace;
     if (options.input.empty() && options.scene.empty()) request.blackFrame = ParseFrameSize("--size", options.size);
     request.output = options.output;
+    request.compression = ParseCompression("--compression", options.compression);
     TakeLight(options, request);
     request.color = ParseColor(options.color);
     RequireFinite("--intensity", options.intensity, 0.0);
