@@ -14,6 +14,13 @@ void PaintRings32(const ControlDataRec* theControl, PluginDataRec* theData, cons
 void PaintStreaks48(const ControlDataRec* theControl, PluginDataRec* theData, const L_Rect* curRect, int32_t y);
 void PaintStreaks32(const ControlDataRec* theControl, PluginDataRec* theData, const L_Rect* curRect, int32_t y);
 
+// e^(-d^1.5) as the 48-bit streak painter takes it: float(exp(-exp(1.5 log d))) in double, bit for
+// bit. For d in [kQuickFalloffLow, kQuickFalloffHigh) it is found without the library's exp and log
+// (the tests compare every float of that range), elsewhere through them.
+constexpr float kQuickFalloffLow = 0x1p-9f;
+constexpr float kQuickFalloffHigh = 16.0f;
+float StreakFalloff48(float d);
+
 // The streak painter's per-row lists live in the tail after the streaks: two entries per streak.
 int32_t StreakScratchBytes(int32_t streakCount);
 

@@ -4,8 +4,13 @@
 //
 // The row is walked in segments over which the set of covering streaks does not change, so a
 // pixel costs nothing for streaks that do not cover it; the covering ones keep their list order.
-// Both lists live in scratch space after the streaks in the working record's tail.
+// Both lists live in scratch space after the streaks in the working record's tail. When the row's
+// streaks fit, what the pixel loop reads of them (spans, the products with the row's y, colours and
+// kinds) is first copied to the stack, so that the segments and pixels read it side by side rather
+// than from records spread over the tail; a row with more streaks reads the records themselves.
+// Either way every pixel gets the same floats in the same order.
 #include <cmath>
+#include <cstring>
 
 #include "kit/rect.h"
 #include "painters.h"
@@ -28,6 +33,46 @@ int32_t Number(float value) {
 // e^(-d^1.5), exactly as the 48-bit painter evaluates it.
 float Falloff48(float d) { return float(std::exp(-std::exp(1.5 * std::log(double(d))))); }
 
+// 2^(-j/64) for j = 0..63, for the quick falloff below.
+struct SixtyFourths {
+    double power[64];
+    SixtyFourths() {
+        for (int32_t j = 0; j < 64; ++j) power[j] = std::exp2(-double(j) / 64.0);
+    }
+};
+const SixtyFourths kSixtyFourths;
+
+// ln 2 / 64 in two parts, the first short enough that k times it is exact for every k below.
+constexpr double kStepHigh = 6.93147180369123816490e-01 / 64.0;
+constexpr double kStepLow = 1.90821492927058770002e-10 / 64.0;
+constexpr double kStepsPerUnit = 64.0 / 0.69314718055994530942;
+
+// A double whose float rounding lies within this many units of its last place of a midpoint
+// between two floats (relative 2^-36) could round apart from the library's value.
+constexpr uint64_t kMidpointMargin = uint64_t(1) << 16;
+constexpr uint64_t kBelowFloat = (uint64_t(1) << 29) - 1;   // the 29 bits a float drops
+constexpr uint64_t kMidpoint = uint64_t(1) << 28;
+
+// d^1.5 = x as d times its square root, then e^-x = 2^(-k/64) e^q with |q| <= ln 2 / 128: the
+// power from the table and the exponent, e^q from its series to q^5. In double that is within
+// about 1e-14 of e^-x; the library's exp(-exp(1.5 log d)) is within about 2e-13 for d below 16.
+// Both therefore round to the same float unless e^-x lies next to a midpoint, and there (one
+// value in 4096) the library is asked. The tests check every float of the range against it.
+float QuickFalloff48(float d) {
+    const double x = double(d) * std::sqrt(double(d));
+    const int32_t k = int32_t(x * kStepsPerUnit + 0.5);
+    const double q = (double(k) * kStepHigh - x) + double(k) * kStepLow;
+    const double series = 1.0 + q * (1.0 + q * (0.5 + q * (1.0 / 6.0 + q * (1.0 / 24.0 + q * (1.0 / 120.0)))));
+    const uint64_t scaleBits = uint64_t(1023 - (k >> 6)) << 52;
+    double scale;
+    std::memcpy(&scale, &scaleBits, sizeof(scale));
+    const double y = kSixtyFourths.power[k & 63] * series * scale;
+    uint64_t bits;
+    std::memcpy(&bits, &y, sizeof(bits));
+    if ((bits & kBelowFloat) - (kMidpoint - kMidpointMargin) < 2 * kMidpointMargin) return Falloff48(d);
+    return float(y);
+}
+
 // The table value at d = 3, partner of the table's last entry in the interpolation: the 32-bit
 // lookup treats the table as if it had a 1025th entry there.
 float LookupEnd() {
@@ -35,10 +80,10 @@ float LookupEnd() {
     return end;
 }
 
-float Lookup(const LookupElement* table, float d) {
+float Lookup(const LookupElement* table, float end, float d) {
     const float s = float(double(d) * 341.3333333333333);
     const int32_t t = int32_t(s);
-    const float next = t + 1 < kLookupEntries ? table[t + 1].value : LookupEnd();
+    const float next = t + 1 < kLookupEntries ? table[t + 1].value : end;
     return (s - table[t].index) * (next - table[t].value) + table[t].value;
 }
 
@@ -52,8 +97,8 @@ struct Streak48 {
         maxPixel = StreakCeiling48(intensity);
     }
     bool Falloff(const LookupElement*, float* along, float* across) const {
-        *along = Falloff48(*along);
-        *across = Falloff48(*across);
+        *along = StreakFalloff48(*along);
+        *across = StreakFalloff48(*across);
         return true;
     }
     void Add(uint8_t* pixel, int32_t r, int32_t g, int32_t b) { SumPixel48(pixel, r, g, b, maxPixel); }
@@ -63,6 +108,7 @@ struct Streak32 {
     static constexpr int32_t kBytes = 4;
     int32_t maxPixel;
     float intensity;
+    float end = LookupEnd();
     uint32_t seed;
     Streak32(const ControlDataRec* control, int32_t y) : seed(uint32_t(y)) {
         intensity = float(16320.0 * (1.0 - control->flareDissolve));
@@ -71,8 +117,8 @@ struct Streak32 {
     // Beyond 3 lengths or widths the table ends: the streak is passed over at this pixel.
     bool Falloff(const LookupElement* table, float* along, float* across) const {
         if (!(*along < 3.0f && *across < 3.0f)) return false;
-        *along = Lookup(table, *along);
-        *across = Lookup(table, *across);
+        *along = Lookup(table, end, *along);
+        *across = Lookup(table, end, *across);
         return true;
     }
     void Add(uint8_t* pixel, int32_t r, int32_t g, int32_t b) { SumPixel32(pixel, &seed, r, g, b, maxPixel); }
@@ -103,46 +149,115 @@ int32_t SliceStreaks(PluginDataRec* data, const L_Rect* curRect, int32_t y, int3
     return count;
 }
 
-// The streaks covering column x, in list order, and the first column after x where that set changes.
-int32_t Covering(PluginDataRec* data, const int32_t* active, int32_t activeCount, int32_t x, int32_t right,
-                 int32_t* covering, int32_t* next) {
-    int32_t count = 0;
-    *next = right + 1;
-    for (int32_t i = 0; i < activeCount; ++i) {
-        const StreakElement* streak = TailRecord<StreakElement>(data, active[i]);
-        if (streak->streakXMin <= x && x <= streak->streakXMax) {
-            covering[count++] = active[i];
-            if (streak->streakXMax + 1 < *next) *next = streak->streakXMax + 1;
-        } else if (streak->streakXMin > x && streak->streakXMin < *next) {
-            *next = streak->streakXMin;
+// What the pixel loop reads of one streak on a row, with the y terms already multiplied by the
+// row's yp: the very products the loop would form.
+struct RowStreak {
+    float xLength, yLength, xWidth, yWidth;
+    RGB_Real color;
+    int32_t mode;
+};
+
+// Rows with up to this many streaks are painted from a copy on the stack (about 20 KB).
+constexpr int32_t kRowStreaks = 512;
+
+// The row's active streaks copied to the stack, indexed as in the active list.
+struct CopiedStreaks {
+    int32_t xMin[kRowStreaks], xMax[kRowStreaks];
+    RowStreak streak[kRowStreaks];
+
+    void Fill(PluginDataRec* data, const int32_t* active, int32_t count, float yp) {
+        for (int32_t i = 0; i < count; ++i) {
+            const StreakElement* s = TailRecord<StreakElement>(data, active[i]);
+            xMin[i] = s->streakXMin;
+            xMax[i] = s->streakXMax;
+            streak[i] = RowStreak{s->streakXLength, s->streakYLength * yp, s->streakXWidth, s->streakYWidth * yp,
+                                  s->streakColor, int32_t(s->streakMode & 3u)};
         }
     }
+    int32_t Left(int32_t i) const { return xMin[i]; }
+    int32_t Right(int32_t i) const { return xMax[i]; }
+    void Distances(int32_t i, float xp, float* along, float* across) const {
+        const RowStreak& s = streak[i];
+        *along = std::fabs(s.xLength * xp + s.yLength);
+        *across = std::fabs(s.xWidth * xp + s.yWidth);
+    }
+    int32_t Mode(int32_t i) const { return streak[i].mode; }
+    const RGB_Real& Color(int32_t i) const { return streak[i].color; }
+};
+
+// The row's active streaks read from their records, for rows with more than the stack holds.
+struct RecordStreaks {
+    PluginDataRec* data;
+    const int32_t* active;
+    float yp;
+
+    const StreakElement* At(int32_t i) const { return TailRecord<StreakElement>(data, active[i]); }
+    int32_t Left(int32_t i) const { return At(i)->streakXMin; }
+    int32_t Right(int32_t i) const { return At(i)->streakXMax; }
+    void Distances(int32_t i, float xp, float* along, float* across) const {
+        const StreakElement* s = At(i);
+        *along = std::fabs(s->streakXLength * xp + s->streakYLength * yp);
+        *across = std::fabs(s->streakXWidth * xp + s->streakYWidth * yp);
+    }
+    int32_t Mode(int32_t i) const { return int32_t(At(i)->streakMode & 3u); }
+    const RGB_Real& Color(int32_t i) const { return At(i)->streakColor; }
+};
+
+// The streaks covering column x, as indices into the active list in list order, and the first
+// column after x where that set changes.
+template <typename Streaks>
+int32_t Covering(const Streaks& streaks, int32_t activeCount, int32_t x, int32_t right, int32_t* covering,
+                 int32_t* next) {
+    int32_t count = 0;
+    int32_t change = right + 1;
+    for (int32_t i = 0; i < activeCount; ++i) {
+        const int32_t xMin = streaks.Left(i), xMax = streaks.Right(i);
+        if (xMin <= x && x <= xMax) {
+            covering[count++] = i;
+            if (xMax + 1 < change) change = xMax + 1;
+        } else if (xMin > x && xMin < change) {
+            change = xMin;
+        }
+    }
+    *next = change;
     return count;
 }
 
-template <typename Pixel>
-void PaintPixel(PluginDataRec* data, const int32_t* covering, int32_t count, float xp, float yp, uint8_t* pixel,
-                Pixel& paint) {
+template <typename Pixel, typename Streaks>
+void PaintPixel(const Streaks& streaks, const LookupElement* table, const int32_t* covering, int32_t count, float xp,
+                uint8_t* pixel, Pixel& paint) {
     int32_t lastMode = -1;
     float brightest = 0.0f;
     int32_t r = 0, g = 0, b = 0;
     for (int32_t i = 0; i < count; ++i) {
-        const StreakElement* streak = TailRecord<StreakElement>(data, covering[i]);
-        float along = std::fabs(streak->streakXLength * xp + streak->streakYLength * yp);
-        float across = std::fabs(streak->streakXWidth * xp + streak->streakYWidth * yp);
-        const int32_t mode = int32_t(streak->streakMode & 3u);
-        if (!paint.Falloff(data->flareLookup, &along, &across)) continue;
+        const int32_t k = covering[i];
+        float along, across;
+        streaks.Distances(k, xp, &along, &across);
+        const int32_t mode = streaks.Mode(k);
+        if (!paint.Falloff(table, &along, &across)) continue;
         const float v = along * (across * paint.intensity);
         if (mode != lastMode && lastMode >= 0) paint.Add(pixel, r, g, b);
         if (mode != lastMode || v > brightest) {
-            r = Number(streak->streakColor.r * v);
-            g = Number(streak->streakColor.g * v);
-            b = Number(streak->streakColor.b * v);
+            const RGB_Real& color = streaks.Color(k);
+            r = Number(color.r * v);
+            g = Number(color.g * v);
+            b = Number(color.b * v);
             brightest = v;
             lastMode = mode;
         }
     }
     if (lastMode >= 0) paint.Add(pixel, r, g, b);
+}
+
+template <typename Pixel, typename Streaks>
+void PaintRow(const Streaks& streaks, const LookupElement* table, int32_t activeCount, int32_t left, int32_t right,
+              float xp, uint8_t* pixel, int32_t* covering, Pixel& paint) {
+    for (int32_t x = left; x <= right;) {
+        int32_t next;
+        const int32_t count = Covering(streaks, activeCount, x, right, covering, &next);
+        for (; x < next; ++x, xp = xp + 1.0f, pixel += Pixel::kBytes)
+            if (count > 0) PaintPixel(streaks, table, covering, count, xp, pixel, paint);
+    }
 }
 
 template <typename Pixel>
@@ -158,17 +273,23 @@ void PaintStreaks(const ControlDataRec* control, PluginDataRec* data, const L_Re
     int32_t left, right;
     const int32_t activeCount = SliceStreaks(data, curRect, y, active, &left, &right);
     if (left > right) return;
-    float xp = float(left) - data->flareXPosition;
+    const float xp = float(left) - data->flareXPosition;
     uint8_t* pixel = PixelAt(data->flarePixelBuffer, left, y, Pixel::kBytes);
-    for (int32_t x = left; x <= right;) {
-        int32_t next;
-        const int32_t count = Covering(data, active, activeCount, x, right, covering, &next);
-        for (; x < next; ++x, xp = xp + 1.0f, pixel += Pixel::kBytes)
-            if (count > 0) PaintPixel(data, covering, count, xp, yp, pixel, paint);
+    if (activeCount <= kRowStreaks) {
+        CopiedStreaks copied;
+        copied.Fill(data, active, activeCount, yp);
+        PaintRow(copied, data->flareLookup, activeCount, left, right, xp, pixel, covering, paint);
+    } else {
+        PaintRow(RecordStreaks{data, active, yp}, data->flareLookup, activeCount, left, right, xp, pixel, covering,
+                 paint);
     }
 }
 
 }  // namespace
+
+float StreakFalloff48(float d) {
+    return d >= kQuickFalloffLow && d < kQuickFalloffHigh ? QuickFalloff48(d) : Falloff48(d);
+}
 
 int32_t StreakScratchBytes(int32_t streakCount) { return (streakCount * 2 * int32_t(sizeof(int32_t)) + 7) & ~7; }
 

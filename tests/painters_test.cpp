@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <initializer_list>
+#include <random>
 #include <vector>
 
 #include "kit/rect.h"
@@ -17,7 +18,7 @@
 namespace {
 
 constexpr int32_t F = kPluginDataFixedSize;
-constexpr int32_t kTail = 16384;
+constexpr int32_t kTail = 131072;   // room for 700 streaks and their scratch
 constexpr int32_t kStreakBase = F + 8192;   // rings and colour tables below, streaks and scratch above
 constexpr int32_t kStreakSize = int32_t(sizeof(StreakElement));
 using Rgb = std::array<uint16_t, 3>;
@@ -274,6 +275,64 @@ TEST(StreakPainter, ThirtyTwoBitLookupAndCutOff) {
     const RGB_Real quarter{0.25f, 0.5f, 0.125f};   // 4080, 8160 and 2040 in 1/64 units
     EXPECT_EQ(paint(0.0f, 0.0f, 1, 1, quarter), (Argb{0, 64, 127, 32}));
     EXPECT_EQ(paint(0.0f, 0.0f, 1, 0, quarter), (Argb{0, 63, 127, 31}));
+}
+
+// Random streaks over one row of 64 columns, painted by the painter and by its rule written plainly:
+// at every pixel the streaks covering it in list order, a run of one kind adding its brightest
+// (the first of equals), each new kind starting a run. Falloffs from about 0 to well past where
+// they round to 0; with 600 streaks the row has more than the painter copies to the stack.
+TEST(StreakPainter, PaintsEveryPixelAsItsRuleSays) {
+    constexpr int32_t kWidth = 64, kRow = 3;
+    constexpr float kLightX = 40.25f, kLightY = 0.5f;   // every xp and yp exact
+    for (int32_t count : {40, 600}) {
+        SCOPED_TRACE(::testing::Message() << count << " streaks");
+        std::mt19937 generator{uint32_t(count)};
+        auto uniform = [&generator](float lo, float hi) { return std::uniform_real_distribution<float>(lo, hi)(generator); };
+        Flare f(48, kWidth, kRow + 2);
+        f.data()->flareXPosition = kLightX;
+        f.data()->flareYPosition = kLightY;
+        std::vector<StreakElement*> streaks;
+        uint32_t mode = 0;
+        for (int32_t i = 0; i < count; ++i) {
+            if (uniform(0.0f, 1.0f) < 0.3f) mode = uint32_t(uniform(0.0f, 4.0f));   // mostly runs of one kind
+            const int32_t a = int32_t(uniform(0.0f, kWidth)), b = std::min(kWidth - 1, a + int32_t(uniform(0.0f, 40.0f)));
+            const float reach = uniform(0.0f, 1.0f) < 0.2f ? 1.5f : 0.15f;   // some reach d beyond 22
+            StreakElement& s = f.AddStreak(a, b, 0, kRow + 1, mode, {uniform(0.0f, 1.0f), uniform(0.0f, 1.0f), 0.5f},
+                                           uniform(-reach, reach), uniform(-reach, reach));
+            s.streakYLength = uniform(-0.5f, 0.5f);
+            s.streakYWidth = uniform(-0.5f, 0.5f);
+            streaks.push_back(&s);
+        }
+        f.Streaks(kRow);
+
+        const float yp = float(kRow) - kLightY;
+        for (int32_t x = 0; x < kWidth; ++x) {
+            const float xp = float(x) - kLightX;
+            uint16_t expected[3] = {0, 0, 0};
+            int32_t lastMode = -1;
+            float brightest = 0.0f;
+            int32_t rgb[3] = {0, 0, 0};
+            for (int32_t i = 0; i < count; ++i) {
+                const StreakElement& s = *streaks[size_t(i)];
+                if (x < s.streakXMin || x > s.streakXMax) continue;
+                const auto falloff = [](float d) { return float(std::exp(-std::exp(1.5 * std::log(double(d))))); };
+                const float along = falloff(std::fabs(s.streakXLength * xp + s.streakYLength * yp));
+                const float across = falloff(std::fabs(s.streakXWidth * xp + s.streakYWidth * yp));
+                const float v = along * (across * 16320.0f);
+                const int32_t kind = int32_t(s.streakMode & 3u);
+                if (kind != lastMode && lastMode >= 0)
+                    SumPixel48(reinterpret_cast<uint8_t*>(expected), rgb[0], rgb[1], rgb[2], 16320);
+                if (kind != lastMode || v > brightest) {
+                    rgb[0] = int32_t(s.streakColor.r * v), rgb[1] = int32_t(s.streakColor.g * v),
+                    rgb[2] = int32_t(s.streakColor.b * v);
+                    brightest = v;
+                    lastMode = kind;
+                }
+            }
+            if (lastMode >= 0) SumPixel48(reinterpret_cast<uint8_t*>(expected), rgb[0], rgb[1], rgb[2], 16320);
+            ASSERT_EQ(f.At48(x, kRow), (Rgb{expected[0], expected[1], expected[2]})) << "column " << x;
+        }
+    }
 }
 
 // Under a dissolve of 0.5 a ring or streak pixel ends at half a full channel (16320 / 2 in 48
