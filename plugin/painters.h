@@ -20,6 +20,9 @@ void PaintStreaks32(const ControlDataRec* theControl, PluginDataRec* theData, co
 constexpr float kQuickFalloffLow = 0x1p-9f;
 constexpr float kQuickFalloffHigh = 16.0f;
 float StreakFalloff48(float d);
+// At least StreakFalloff48 at every d from which the painter may skip the streak at a pixel
+// (infinite where it never does).
+float StreakFalloffBound48(float d);
 
 // The streak painter's per-row lists live in the tail after the streaks: two entries per streak.
 int32_t StreakScratchBytes(int32_t streakCount);

@@ -4,13 +4,19 @@
 //
 // The row is walked in segments over which the set of covering streaks does not change, so a
 // pixel costs nothing for streaks that do not cover it; the covering ones keep their list order.
-// Both lists live in scratch space after the streaks in the working record's tail. When the row's
-// streaks fit, what the pixel loop reads of them (spans, the products with the row's y, colours and
-// kinds) is first copied to the stack, so that the segments and pixels read it side by side rather
-// than from records spread over the tail; a row with more streaks reads the records themselves.
-// Either way every pixel gets the same floats in the same order.
+// Both lists live in scratch space after the streaks in the working record's tail. A row with up
+// to kRowStreaks streaks first copies what the pixel loop reads of them (spans, kinds and the
+// products of their y terms with the row's yp) to the stack; its segments come from the streaks
+// sorted by first column. A row with more reads the records and finds each segment's streaks by
+// a pass over all of them.
+//
+// Nothing here changes a pixel from the plain evaluation of every covering streak: the 48-bit
+// falloff is found without the library's exp and log only where it rounds to the same float, and
+// a streak is passed over only where a bound from above shows it cannot be its run's brightest.
+#include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <type_traits>
 
 #include "kit/rect.h"
 #include "painters.h"
@@ -73,6 +79,29 @@ float QuickFalloff48(float d) {
     return float(y);
 }
 
+inline float Falloff48Fast(float d) {
+    return d >= kQuickFalloffLow && d < kQuickFalloffHigh ? QuickFalloff48(d) : Falloff48(d);
+}
+
+// Bounds from above for the 48-bit falloff, one per 1/256 of d: on [k/256, (k+1)/256) it is at
+// most its value at k/256, since it falls as d grows (the tests check every float of [1/256, 4)).
+// Below 1/256, from 4 on and for NaN the bound is infinite.
+constexpr float kBoundSteps = 256.0f;
+constexpr int32_t kBoundEntries = 1024;
+struct FalloffBounds {
+    float bound[kBoundEntries + 1];
+    FalloffBounds() {
+        bound[0] = bound[kBoundEntries] = INFINITY;
+        for (int32_t k = 1; k < kBoundEntries; ++k) bound[k] = Falloff48(float(k) / kBoundSteps);
+    }
+};
+const FalloffBounds kFalloffBounds;
+
+inline float FalloffBound(float d) {
+    const float steps = d * kBoundSteps;
+    return kFalloffBounds.bound[steps >= 0.0f && steps < float(kBoundEntries) ? int32_t(steps) : kBoundEntries];
+}
+
 // The table value at d = 3, partner of the table's last entry in the interpolation: the 32-bit
 // lookup treats the table as if it had a 1025th entry there.
 float LookupEnd() {
@@ -95,11 +124,19 @@ struct Streak48 {
     Streak48(const ControlDataRec* control, int32_t) {
         intensity = float(16320.0 * (1.0 - control->flareDissolve));
         maxPixel = StreakCeiling48(intensity);
+        bounded = intensity > 0.0f && intensity < INFINITY;
     }
+    bool bounded;   // whether Outshone may skip streaks
     bool Falloff(const LookupElement*, float* along, float* across) const {
-        *along = StreakFalloff48(*along);
-        *across = StreakFalloff48(*across);
+        *along = Falloff48Fast(*along);
+        *across = Falloff48Fast(*across);
         return true;
+    }
+    // True when a streak at these distances cannot outshine `brightest`. With a positive, finite
+    // intensity the bounds give a product at least as large as v itself, since rounding keeps
+    // the order of what it rounds.
+    bool Outshone(float along, float across, float brightest) const {
+        return bounded && FalloffBound(along) * (FalloffBound(across) * intensity) <= brightest;
     }
     void Add(uint8_t* pixel, int32_t r, int32_t g, int32_t b) { SumPixel48(pixel, r, g, b, maxPixel); }
 };
@@ -121,6 +158,8 @@ struct Streak32 {
         *across = Lookup(table, end, *across);
         return true;
     }
+    // A bound would cost about what the two lookups cost: no streak is skipped.
+    bool Outshone(float, float, float) const { return false; }
     void Add(uint8_t* pixel, int32_t r, int32_t g, int32_t b) { SumPixel32(pixel, &seed, r, g, b, maxPixel); }
 };
 
@@ -153,36 +192,39 @@ int32_t SliceStreaks(PluginDataRec* data, const L_Rect* curRect, int32_t y, int3
 // row's yp: the very products the loop would form.
 struct RowStreak {
     float xLength, yLength, xWidth, yWidth;
-    RGB_Real color;
     int32_t mode;
 };
 
 // Rows with up to this many streaks are painted from a copy on the stack (about 20 KB).
 constexpr int32_t kRowStreaks = 512;
 
-// The row's active streaks copied to the stack, indexed as in the active list.
+// The row's active streaks copied to the stack, indexed as in the active list. Colours are read
+// from the records: only a streak that becomes the brightest of its run needs one.
 struct CopiedStreaks {
+    PluginDataRec* data;
+    const int32_t* active;
     int32_t xMin[kRowStreaks], xMax[kRowStreaks];
     RowStreak streak[kRowStreaks];
+    uint64_t starts[kRowStreaks];   // first column (from the row's left) above, index below, sorted
+    float bound[kRowStreaks];       // per place in the covering list, for the 48-bit runs
 
-    void Fill(PluginDataRec* data, const int32_t* active, int32_t count, float yp) {
+    CopiedStreaks(PluginDataRec* theData, const int32_t* theActive, int32_t count, float yp)
+        : data(theData), active(theActive) {
         for (int32_t i = 0; i < count; ++i) {
             const StreakElement* s = TailRecord<StreakElement>(data, active[i]);
             xMin[i] = s->streakXMin;
             xMax[i] = s->streakXMax;
             streak[i] = RowStreak{s->streakXLength, s->streakYLength * yp, s->streakXWidth, s->streakYWidth * yp,
-                                  s->streakColor, int32_t(s->streakMode & 3u)};
+                                  int32_t(s->streakMode & 3u)};
         }
     }
-    int32_t Left(int32_t i) const { return xMin[i]; }
-    int32_t Right(int32_t i) const { return xMax[i]; }
     void Distances(int32_t i, float xp, float* along, float* across) const {
         const RowStreak& s = streak[i];
         *along = std::fabs(s.xLength * xp + s.yLength);
         *across = std::fabs(s.xWidth * xp + s.yWidth);
     }
     int32_t Mode(int32_t i) const { return streak[i].mode; }
-    const RGB_Real& Color(int32_t i) const { return streak[i].color; }
+    const RGB_Real& Color(int32_t i) const { return TailRecord<StreakElement>(data, active[i])->streakColor; }
 };
 
 // The row's active streaks read from their records, for rows with more than the stack holds.
@@ -192,8 +234,6 @@ struct RecordStreaks {
     float yp;
 
     const StreakElement* At(int32_t i) const { return TailRecord<StreakElement>(data, active[i]); }
-    int32_t Left(int32_t i) const { return At(i)->streakXMin; }
-    int32_t Right(int32_t i) const { return At(i)->streakXMax; }
     void Distances(int32_t i, float xp, float* along, float* across) const {
         const StreakElement* s = At(i);
         *along = std::fabs(s->streakXLength * xp + s->streakYLength * yp);
@@ -203,58 +243,153 @@ struct RecordStreaks {
     const RGB_Real& Color(int32_t i) const { return At(i)->streakColor; }
 };
 
-// The streaks covering column x, as indices into the active list in list order, and the first
-// column after x where that set changes.
-template <typename Streaks>
-int32_t Covering(const Streaks& streaks, int32_t activeCount, int32_t x, int32_t right, int32_t* covering,
-                 int32_t* next) {
-    int32_t count = 0;
-    int32_t change = right + 1;
-    for (int32_t i = 0; i < activeCount; ++i) {
-        const int32_t xMin = streaks.Left(i), xMax = streaks.Right(i);
-        if (xMin <= x && x <= xMax) {
-            covering[count++] = i;
-            if (xMax + 1 < change) change = xMax + 1;
-        } else if (xMin > x && xMin < change) {
-            change = xMin;
-        }
-    }
-    *next = change;
-    return count;
-}
-
+// One pixel, streak by streak in list order. The brightest of a run is kept as its place in the
+// covering list and turned into colour numbers when the run is added.
 template <typename Pixel, typename Streaks>
 void PaintPixel(const Streaks& streaks, const LookupElement* table, const int32_t* covering, int32_t count, float xp,
                 uint8_t* pixel, Pixel& paint) {
+    const auto add = [&streaks, pixel, &paint](int32_t k, float v) {
+        const RGB_Real& color = streaks.Color(k);
+        paint.Add(pixel, Number(color.r * v), Number(color.g * v), Number(color.b * v));
+    };
     int32_t lastMode = -1;
     float brightest = 0.0f;
-    int32_t r = 0, g = 0, b = 0;
+    int32_t winner = 0;
     for (int32_t i = 0; i < count; ++i) {
         const int32_t k = covering[i];
         float along, across;
         streaks.Distances(k, xp, &along, &across);
         const int32_t mode = streaks.Mode(k);
+        // Within a run a streak that cannot outshine the brightest so far changes nothing.
+        if (mode == lastMode && paint.Outshone(along, across, brightest)) continue;
         if (!paint.Falloff(table, &along, &across)) continue;
         const float v = along * (across * paint.intensity);
-        if (mode != lastMode && lastMode >= 0) paint.Add(pixel, r, g, b);
-        if (mode != lastMode || v > brightest) {
-            const RGB_Real& color = streaks.Color(k);
-            r = Number(color.r * v);
-            g = Number(color.g * v);
-            b = Number(color.b * v);
+        if (mode != lastMode) {
+            if (lastMode >= 0) add(winner, brightest);
             brightest = v;
+            winner = k;
             lastMode = mode;
+        } else {
+            const bool brighter = v > brightest;
+            brightest = brighter ? v : brightest;
+            winner = brighter ? k : winner;
         }
     }
-    if (lastMode >= 0) paint.Add(pixel, r, g, b);
+    if (lastMode >= 0) add(winner, brightest);
 }
 
-template <typename Pixel, typename Streaks>
-void PaintRow(const Streaks& streaks, const LookupElement* table, int32_t activeCount, int32_t left, int32_t right,
-              float xp, uint8_t* pixel, int32_t* covering, Pixel& paint) {
+// One 48-bit pixel of a copied row, run by run, for a positive finite intensity (every 48-bit
+// streak covering a pixel takes part, so the runs are the stretches of one kind). A run ends with
+// its brightest streak, the first of equal ones, unless its first streak's distances are not
+// numbers: then nothing replaces that one. Otherwise only the streak with the largest bound is
+// worked out at first; a streak whose bound stays below its value (or only reaches it from
+// behind) can be neither the brightest nor the first of equals, and is passed over.
+void PaintPixelByRuns(CopiedStreaks& row, const int32_t* covering, int32_t count, float xp, uint8_t* pixel,
+                      Streak48& paint) {
+    const auto exact = [&row, xp, &paint](int32_t k) {
+        float along, across;
+        row.Distances(k, xp, &along, &across);
+        paint.Falloff(nullptr, &along, &across);
+        return along * (across * paint.intensity);
+    };
+    for (int32_t first = 0; first < count;) {
+        const int32_t mode = row.Mode(covering[first]);
+        int32_t end = first + 1;
+        while (end < count && row.Mode(covering[end]) == mode) ++end;
+        float along, across;
+        row.Distances(covering[first], xp, &along, &across);
+        float brightest;
+        int32_t winner = first;
+        if (end - first == 1 || along != along || across != across) {
+            brightest = exact(covering[first]);
+        } else {
+            int32_t top = first;
+            for (int32_t i = first; i < end; ++i) {
+                row.Distances(covering[i], xp, &along, &across);
+                row.bound[i] = FalloffBound(along) * (FalloffBound(across) * paint.intensity);
+                if (row.bound[i] > row.bound[top]) top = i;
+            }
+            // Every value is at least 0, and one that is not a number never leads.
+            const float topValue = exact(covering[top]);
+            const bool topLeads = topValue == topValue;
+            const float lead = topLeads ? topValue : -1.0f;
+            const int32_t leader = topLeads ? top : -1;
+            brightest = -1.0f;
+            for (int32_t i = first; i < end; ++i) {
+                if (i != top && (row.bound[i] < lead || (row.bound[i] == lead && i > leader))) continue;
+                const float v = i == top ? topValue : exact(covering[i]);
+                if (v > brightest) {
+                    brightest = v;
+                    winner = i;
+                }
+            }
+        }
+        const RGB_Real& color = row.Color(covering[winner]);
+        paint.Add(pixel, Number(color.r * brightest), Number(color.g * brightest), Number(color.b * brightest));
+        first = end;
+    }
+}
+
+template <typename Pixel>
+void PaintCovered(CopiedStreaks& row, const LookupElement* table, const int32_t* covering, int32_t count, float xp,
+                  uint8_t* pixel, Pixel& paint) {
+    if constexpr (std::is_same_v<Pixel, Streak48>) {
+        if (paint.bounded) return PaintPixelByRuns(row, covering, count, xp, pixel, paint);
+    }
+    PaintPixel(row, table, covering, count, xp, pixel, paint);
+}
+
+// A row whose streaks are on the stack, in segments over which the covering streaks stay the
+// same: streaks join the covering list (kept in list order) at their first column, sorted by it,
+// and leave it after their last. A sliced span is never empty.
+template <typename Pixel>
+void PaintCopiedRow(CopiedStreaks& row, const LookupElement* table, int32_t activeCount, int32_t left, int32_t right,
+                    float xp, uint8_t* pixel, int32_t* covering, Pixel& paint) {
+    uint64_t* starts = row.starts;
+    for (int32_t i = 0; i < activeCount; ++i) starts[i] = uint64_t(uint32_t(row.xMin[i] - left)) << 32 | uint32_t(i);
+    std::sort(starts, starts + activeCount);
+    int32_t count = 0, joined = 0;
     for (int32_t x = left; x <= right;) {
-        int32_t next;
-        const int32_t count = Covering(streaks, activeCount, x, right, covering, &next);
+        int32_t kept = 0;
+        for (int32_t i = 0; i < count; ++i)
+            if (row.xMax[covering[i]] >= x) covering[kept++] = covering[i];
+        const int32_t from = joined;
+        while (joined < activeCount && int32_t(starts[joined] >> 32) == x - left) ++joined;
+        count = kept + (joined - from);
+        for (int32_t out = count, a = kept - 1, b = joined - 1; b >= from;) {
+            const int32_t joining = int32_t(uint32_t(starts[b]));
+            if (a >= 0 && covering[a] > joining) {
+                covering[--out] = covering[a--];
+            } else {
+                covering[--out] = joining;
+                --b;
+            }
+        }
+        int32_t next = joined < activeCount ? left + int32_t(starts[joined] >> 32) : right + 1;
+        for (int32_t i = 0; i < count; ++i)
+            if (row.xMax[covering[i]] < next) next = row.xMax[covering[i]] + 1;
+        for (; x < next; ++x, xp = xp + 1.0f, pixel += Pixel::kBytes)
+            if (count > 0) PaintCovered(row, table, covering, count, xp, pixel, paint);
+    }
+}
+
+// A row read from the records: each segment finds its covering streaks, in list order, and the
+// first column after it where they change, by a pass over all the row's streaks.
+template <typename Pixel>
+void PaintRecordRow(const RecordStreaks& streaks, const LookupElement* table, int32_t activeCount, int32_t left,
+                    int32_t right, float xp, uint8_t* pixel, int32_t* covering, Pixel& paint) {
+    for (int32_t x = left; x <= right;) {
+        int32_t count = 0;
+        int32_t next = right + 1;
+        for (int32_t i = 0; i < activeCount; ++i) {
+            const StreakElement* s = streaks.At(i);
+            if (s->streakXMin <= x && x <= s->streakXMax) {
+                covering[count++] = i;
+                if (s->streakXMax + 1 < next) next = s->streakXMax + 1;
+            } else if (s->streakXMin > x && s->streakXMin < next) {
+                next = s->streakXMin;
+            }
+        }
         for (; x < next; ++x, xp = xp + 1.0f, pixel += Pixel::kBytes)
             if (count > 0) PaintPixel(streaks, table, covering, count, xp, pixel, paint);
     }
@@ -276,20 +411,19 @@ void PaintStreaks(const ControlDataRec* control, PluginDataRec* data, const L_Re
     const float xp = float(left) - data->flareXPosition;
     uint8_t* pixel = PixelAt(data->flarePixelBuffer, left, y, Pixel::kBytes);
     if (activeCount <= kRowStreaks) {
-        CopiedStreaks copied;
-        copied.Fill(data, active, activeCount, yp);
-        PaintRow(copied, data->flareLookup, activeCount, left, right, xp, pixel, covering, paint);
+        CopiedStreaks copied(data, active, activeCount, yp);
+        PaintCopiedRow(copied, data->flareLookup, activeCount, left, right, xp, pixel, covering, paint);
     } else {
-        PaintRow(RecordStreaks{data, active, yp}, data->flareLookup, activeCount, left, right, xp, pixel, covering,
-                 paint);
+        PaintRecordRow(RecordStreaks{data, active, yp}, data->flareLookup, activeCount, left, right, xp, pixel,
+                       covering, paint);
     }
 }
 
 }  // namespace
 
-float StreakFalloff48(float d) {
-    return d >= kQuickFalloffLow && d < kQuickFalloffHigh ? QuickFalloff48(d) : Falloff48(d);
-}
+float StreakFalloff48(float d) { return Falloff48Fast(d); }
+
+float StreakFalloffBound48(float d) { return FalloffBound(d); }
 
 int32_t StreakScratchBytes(int32_t streakCount) { return (streakCount * 2 * int32_t(sizeof(int32_t)) + 7) & ~7; }
 

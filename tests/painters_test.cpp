@@ -279,59 +279,94 @@ TEST(StreakPainter, ThirtyTwoBitLookupAndCutOff) {
 
 // Random streaks over one row of 64 columns, painted by the painter and by its rule written plainly:
 // at every pixel the streaks covering it in list order, a run of one kind adding its brightest
-// (the first of equals), each new kind starting a run. Falloffs from about 0 to well past where
-// they round to 0; with 600 streaks the row has more than the painter copies to the stack.
+// (the first of equals), each new kind starting a run; at 32 bits a streak 3 lengths or widths
+// away is passed over. Falloffs from about 1 to 0, some distances infinite or not numbers; with
+// 600 streaks the row has more than the painter copies to the stack.
 TEST(StreakPainter, PaintsEveryPixelAsItsRuleSays) {
     constexpr int32_t kWidth = 64, kRow = 3;
     constexpr float kLightX = 40.25f, kLightY = 0.5f;   // every xp and yp exact
-    for (int32_t count : {40, 600}) {
-        SCOPED_TRACE(::testing::Message() << count << " streaks");
-        std::mt19937 generator{uint32_t(count)};
+    struct Case {
+        int32_t depth, count;
+        double dissolve;
+    };
+    const Case cases[] = {{48, 40, 0.0}, {48, 600, 0.25}, {32, 40, 0.0}, {32, 600, 0.25}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(::testing::Message() << c.depth << " bits, " << c.count << " streaks, dissolve " << c.dissolve);
+        std::mt19937 generator{uint32_t(c.count)};
         auto uniform = [&generator](float lo, float hi) { return std::uniform_real_distribution<float>(lo, hi)(generator); };
-        Flare f(48, kWidth, kRow + 2);
+        Flare f(c.depth, kWidth, kRow + 2);
+        f.control.flareDissolve = c.dissolve;
         f.data()->flareXPosition = kLightX;
         f.data()->flareYPosition = kLightY;
         std::vector<StreakElement*> streaks;
         uint32_t mode = 0;
-        for (int32_t i = 0; i < count; ++i) {
+        for (int32_t i = 0; i < c.count; ++i) {
             if (uniform(0.0f, 1.0f) < 0.3f) mode = uint32_t(uniform(0.0f, 4.0f));   // mostly runs of one kind
             const int32_t a = int32_t(uniform(0.0f, kWidth)), b = std::min(kWidth - 1, a + int32_t(uniform(0.0f, 40.0f)));
-            const float reach = uniform(0.0f, 1.0f) < 0.2f ? 1.5f : 0.15f;   // some reach d beyond 22
-            StreakElement& s = f.AddStreak(a, b, 0, kRow + 1, mode, {uniform(0.0f, 1.0f), uniform(0.0f, 1.0f), 0.5f},
+            const float reach = c.depth == 32 ? 0.08f : uniform(0.0f, 1.0f) < 0.2f ? 1.5f : 0.15f;   // some d beyond 22
+            const float dim = 40.0f / float(c.count);   // as bright with many streaks as with few
+            StreakElement& s = f.AddStreak(a, b, 0, kRow + 1, mode, {uniform(0.0f, dim), uniform(0.0f, dim), 0.5f * dim},
                                            uniform(-reach, reach), uniform(-reach, reach));
             s.streakYLength = uniform(-0.5f, 0.5f);
             s.streakYWidth = uniform(-0.5f, 0.5f);
+            if (i % 50 == 7) s.streakXLength = 3e38f, s.streakYLength = -3e38f;   // infinite, or inf - inf
             streaks.push_back(&s);
         }
         f.Streaks(kRow);
 
+        const float intensity = float(16320.0 * (1.0 - c.dissolve));
+        const LookupElement* table = f.data()->flareLookup;
+        const float tableEnd = float(std::exp(-std::exp(1.5 * std::log(3.0))));
+        // The falloff at distance d; false where a 32-bit streak is passed over.
+        auto falloff = [&](float d, float* value) {
+            if (c.depth == 48) {
+                *value = float(std::exp(-std::exp(1.5 * std::log(double(d)))));
+                return true;
+            }
+            if (!(d < 3.0f)) return false;
+            const float steps = float(double(d) * 341.3333333333333);
+            const int32_t t = int32_t(steps);
+            const float next = t + 1 < kLookupEntries ? table[t + 1].value : tableEnd;
+            *value = (steps - table[t].index) * (next - table[t].value) + table[t].value;
+            return true;
+        };
+        std::vector<uint8_t> expected(size_t(kWidth * f.bpp), 0);
+        uint32_t seed = uint32_t(kRow);
+        auto add = [&](int32_t x, const int32_t* rgb) {
+            uint8_t* pixel = expected.data() + x * f.bpp;
+            if (c.depth == 48) SumPixel48(pixel, rgb[0], rgb[1], rgb[2], StreakCeiling48(intensity));
+            else SumPixel32(pixel, &seed, rgb[0], rgb[1], rgb[2], Ceiling32(c.dissolve));
+        };
         const float yp = float(kRow) - kLightY;
         for (int32_t x = 0; x < kWidth; ++x) {
             const float xp = float(x) - kLightX;
-            uint16_t expected[3] = {0, 0, 0};
             int32_t lastMode = -1;
             float brightest = 0.0f;
             int32_t rgb[3] = {0, 0, 0};
-            for (int32_t i = 0; i < count; ++i) {
-                const StreakElement& s = *streaks[size_t(i)];
-                if (x < s.streakXMin || x > s.streakXMax) continue;
-                const auto falloff = [](float d) { return float(std::exp(-std::exp(1.5 * std::log(double(d))))); };
-                const float along = falloff(std::fabs(s.streakXLength * xp + s.streakYLength * yp));
-                const float across = falloff(std::fabs(s.streakXWidth * xp + s.streakYWidth * yp));
-                const float v = along * (across * 16320.0f);
-                const int32_t kind = int32_t(s.streakMode & 3u);
-                if (kind != lastMode && lastMode >= 0)
-                    SumPixel48(reinterpret_cast<uint8_t*>(expected), rgb[0], rgb[1], rgb[2], 16320);
+            for (const StreakElement* s : streaks) {
+                if (x < s->streakXMin || x > s->streakXMax) continue;
+                float along, across;
+                if (!falloff(std::fabs(s->streakXLength * xp + s->streakYLength * yp), &along) ||
+                    !falloff(std::fabs(s->streakXWidth * xp + s->streakYWidth * yp), &across))
+                    continue;
+                const float v = along * (across * intensity);
+                const int32_t kind = int32_t(s->streakMode & 3u);
+                if (kind != lastMode && lastMode >= 0) add(x, rgb);
                 if (kind != lastMode || v > brightest) {
-                    rgb[0] = int32_t(s.streakColor.r * v), rgb[1] = int32_t(s.streakColor.g * v),
-                    rgb[2] = int32_t(s.streakColor.b * v);
+                    const float colour[3] = {s->streakColor.r * v, s->streakColor.g * v, s->streakColor.b * v};
+                    for (int ch = 0; ch < 3; ++ch)   // truncated, held within +-2^30, 0 for not a number
+                        rgb[ch] = colour[ch] != colour[ch] ? 0 : int32_t(std::max(-1073741824.0f, std::min(colour[ch], 1073741824.0f)));
                     brightest = v;
                     lastMode = kind;
                 }
             }
-            if (lastMode >= 0) SumPixel48(reinterpret_cast<uint8_t*>(expected), rgb[0], rgb[1], rgb[2], 16320);
-            ASSERT_EQ(f.At48(x, kRow), (Rgb{expected[0], expected[1], expected[2]})) << "column " << x;
+            if (lastMode >= 0) add(x, rgb);
         }
+        const std::vector<uint8_t> painted(f.pixels.begin() + kRow * kWidth * f.bpp,
+                                           f.pixels.begin() + (kRow + 1) * kWidth * f.bpp);
+        EXPECT_EQ(painted, expected);
+        std::sort(expected.begin(), expected.end());   // the row is anything but flat
+        EXPECT_GT(std::unique(expected.begin(), expected.end()) - expected.begin(), 16);
     }
 }
 
