@@ -87,15 +87,18 @@ OIIO::ImageBuf Flare::CompositeColour(OIIO::ImageBuf plate, const FlareLight& li
         Paint(image, light, options.bandRows);
         return std::move(image).image();
     }
-    const PluginPixels painted = PaintBlack({plate.spec().width, plate.spec().height}, light, options.bandRows);
-    OIIO::ImageBuf composite = CompositePainted(plate, painted, space);
-    if (plate.spec().format != OIIO::TypeFloat) {
+    OIIO::ImageSpec kept = plate.spec();   // names, windows and attributes, in the composite's layout
+    OIIO::ImageBuf composite;
+    {
+        const PluginPixels painted = PaintBlack({kept.width, kept.height}, light, options.bandRows);
+        composite = CompositePainted(std::move(plate), painted, space);
+    }
+    if (kept.format != OIIO::TypeFloat) {
         OIIO::ImageBuf typed;
-        if (!OIIO::ImageBufAlgo::copy(typed, composite, plate.spec().format))
+        if (!OIIO::ImageBufAlgo::copy(typed, composite, kept.format))
             throw std::runtime_error("cannot convert the composite back: " + typed.geterror());
         composite = std::move(typed);
     }
-    OIIO::ImageSpec kept = plate.spec();   // names, windows and attributes, in the composite's layout
     kept.set_format(composite.spec().format);
     kept.channelformats.clear();
     composite.specmod() = kept;

@@ -142,6 +142,16 @@ void CompositeRows(const OIIO::ImageBuf& plate, const float* pass, size_t passCh
     }
 }
 
+// Whether the plate itself can take the composite: float R, G, B (, A) in memory of its own.
+bool HoldsComposite(const OIIO::ImageBuf& plate, const CompositeLayout& layout) {
+    const OIIO::ImageSpec& in = plate.spec();
+    const auto pixel = OIIO::stride_t(layout.outChannels * sizeof(float));
+    return plate.storage() == OIIO::ImageBuf::LOCALBUFFER && in.format == OIIO::TypeFloat && in.channelformats.empty() &&
+           in.depth == 1 && layout.inChannels == layout.outChannels && layout.colour == std::vector<int>{0, 1, 2} &&
+           (layout.alpha < 0 || layout.alpha == 3) && plate.pixel_stride() == pixel &&
+           plate.scanline_stride() == pixel * in.width;
+}
+
 OIIO::ImageBuf NewComposite(const CompositeLayout& layout) {
     OIIO::ImageBuf composite(layout.spec, OIIO::InitializePixels::No);
     AdviseFrameMemory(composite.localpixels(), layout.spec.image_bytes());
@@ -165,11 +175,14 @@ OIIO::ImageBuf CompositeFlarePass(const OIIO::ImageBuf& plate, const OIIO::Image
 
 // The pass is made, converted and added a band of rows at a time: the colour conversion works on
 // each pixel alone, so a band converts exactly as the whole pass would, and the pass never
-// exists whole.
-OIIO::ImageBuf CompositePainted(const OIIO::ImageBuf& plate, const PluginPixels& painted, const std::string& space) {
+// exists whole. A float RGB(A) plate of its own takes the sums in place (each band is read
+// before it is written).
+OIIO::ImageBuf CompositePainted(OIIO::ImageBuf plate, const PluginPixels& painted, const std::string& space) {
     CheckSameSize(plate.spec(), painted.width, painted.height);
     const CompositeLayout layout = CompositeLayoutOf(plate.spec());
-    OIIO::ImageBuf composite = NewComposite(layout);
+    const bool inPlace = HoldsComposite(plate, layout);
+    OIIO::ImageBuf composite = inPlace ? std::move(plate) : NewComposite(layout);
+    const OIIO::ImageBuf& source = inPlace ? composite : plate;
     const int32_t width = painted.width;
     std::vector<float> band(size_t(width) * size_t(kCompositeRows) * 4), plateRows;
     for (int32_t y0 = 0; y0 < painted.height; y0 += kCompositeRows) {
@@ -179,7 +192,7 @@ OIIO::ImageBuf CompositePainted(const OIIO::ImageBuf& plate, const PluginPixels&
         bandLayout.alpha_channel = 3;
         OIIO::ImageBuf bandPass(bandLayout, band.data());
         ConvertPass(bandPass, space);
-        CompositeRows(plate, band.data(), 4, y0, y1, layout, plateRows, composite);
+        CompositeRows(source, band.data(), 4, y0, y1, layout, plateRows, composite);
     }
     return composite;
 }

@@ -64,7 +64,8 @@ OIIO::ImageBuf CompositeFlarePass(const OIIO::ImageBuf& plate, const OIIO::Image
 
 // The same with the pass of a 48-bit frame painted onto black, converted to `space` (ConvertPass)
 // on the way: exactly CompositeFlarePass(plate, the converted pass), without the pass held whole.
-OIIO::ImageBuf CompositePainted(const OIIO::ImageBuf& plate, const PluginPixels& painted, const std::string& space);
+// A float R, G, B (, A) plate handed over with std::move takes the composite in its own memory.
+OIIO::ImageBuf CompositePainted(OIIO::ImageBuf plate, const PluginPixels& painted, const std::string& space);
 
 }  // namespace vellux::engine
 
