@@ -2,11 +2,10 @@
 
 #include <algorithm>
 #include <cctype>
-#include <set>
-
-#include <OpenImageIO/filesystem.h>
-
+#include <cstdlib>
+#include <filesystem>
 #include <limits>
+#include <set>
 #include <stdexcept>
 
 namespace vellux::engine {
@@ -28,6 +27,47 @@ bool ParseFrame(const std::string& text, int32_t& frame) {
     if (value > std::numeric_limits<int32_t>::max()) return false;
     frame = int32_t(value);
     return true;
+}
+
+// A whole number with an optional minus sign, read from `text` at `at`, which moves past it.
+bool ReadNumber(const std::string& text, size_t& at, int64_t& value) {
+    const bool negative = at < text.size() && text[at] == '-';
+    size_t end = at + (negative ? 1 : 0), start = end;
+    value = 0;
+    while (end < text.size() && std::isdigit(static_cast<unsigned char>(text[end])) && end - start < 10)
+        value = value * 10 + (text[end++] - '0');
+    if (end == start) return false;
+    if (negative) value = -value;
+    at = end;
+    return true;
+}
+
+// A frame list's numbers in its order: items N, A-B, A-BxSTEP (every STEP-th from A) or A-BySTEP
+// (the others), separated by commas; B may be below A and STEP negative, both counting down.
+bool EnumerateFrames(const std::string& text, std::vector<int64_t>& numbers) {
+    size_t at = 0;
+    while (true) {
+        int64_t first = 0, last = 0, step = 1;
+        bool complement = false;
+        if (!ReadNumber(text, at, first)) return false;
+        last = first;
+        if (at < text.size() && text[at] == '-') {
+            if (!ReadNumber(text, ++at, last)) return false;
+            if (at < text.size() && (text[at] == 'x' || text[at] == 'y')) {
+                complement = text[at] == 'y';
+                if (!ReadNumber(text, ++at, step)) return false;
+                if (step == 0) step = 1;
+            }
+        }
+        if (step < 0 && first < last) std::swap(first, last);
+        const int64_t direction = last < first ? -1 : 1;
+        for (int64_t i = first;; i += direction) {
+            if ((std::abs(i - first) % std::abs(step) == 0) != complement) numbers.push_back(i);
+            if (i == last) break;
+        }
+        if (at == text.size()) return true;
+        if (text[at++] != ',') return false;
+    }
 }
 
 }  // namespace
@@ -80,18 +120,25 @@ std::string FramePattern::For(int32_t frame) const {
 
 std::vector<int32_t> FramePattern::FramesOnDisk() const {
     if (!hasField_) throw std::invalid_argument(text_ + ": has no frame number field (####, %04d or %d)");
-    // The library scans a folder for a printf-style pattern; it takes "%0Nd", not "%d" (and "%01d"
-    // matches numbers of any length).
-    const auto escaped = [](const std::string& part) {
-        std::string out;
-        for (const char c : part) out += c == '%' ? std::string("%%") : std::string(1, c);
-        return out;
-    };
-    const std::string field = "%0" + std::to_string(std::max(width_, 1)) + "d";
-    std::vector<int> numbers;
-    std::vector<std::string> names;
-    OIIO::Filesystem::scan_for_matching_filenames(escaped(prefix_) + field + escaped(suffix_), numbers, names);
-    std::vector<int32_t> frames(numbers.begin(), numbers.end());
+    // The folder is listed for names of prefix, digits, suffix: at least the field's width of
+    // digits (frame 10000 of "####" has five).
+    const std::filesystem::path pattern(prefix_ + "#" + suffix_);
+    const std::string name = pattern.filename().string();
+    const std::string before = name.substr(0, name.find('#')), after = name.substr(name.find('#') + 1);
+    const std::filesystem::path folder = pattern.has_parent_path() ? pattern.parent_path() : ".";
+    std::vector<int32_t> frames;
+    std::error_code error;
+    if (after.find('/') == std::string::npos) {
+        for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
+            const std::string file = entry.path().filename().string();
+            if (file.size() <= before.size() + after.size() || file.compare(0, before.size(), before) != 0 ||
+                file.compare(file.size() - after.size(), after.size(), after) != 0)
+                continue;
+            const std::string digits = file.substr(before.size(), file.size() - before.size() - after.size());
+            int32_t frame = 0;
+            if (int(digits.size()) >= width_ && ParseFrame(digits, frame)) frames.push_back(frame);
+        }
+    }
     std::sort(frames.begin(), frames.end());
     frames.erase(std::unique(frames.begin(), frames.end()), frames.end());
     if (frames.empty()) throw std::runtime_error(text_ + ": no frames found");
@@ -113,23 +160,23 @@ FrameRange ParseFrameRange(const std::string& option, const std::string& text) {
 
 std::vector<int32_t> ParseFrameList(const std::string& option, const std::string& text) {
     const auto bad = [&](const std::string& why) { return std::invalid_argument(option + ": '" + text + "' " + why); };
-    // Bounded before the library expands it: "1-2000000000" would be a list of that many numbers.
+    // Bounded before it is expanded: "1-2000000000" would be a list of that many numbers.
     size_t digits = 0;
     for (const char c : text) {
         digits = std::isdigit(static_cast<unsigned char>(c)) ? digits + 1 : 0;
         if (digits > 7) throw bad("has a frame number above " + std::to_string(kMaxFrameNumber));
         if (c == '-' && &c == text.data()) throw bad("starts with a negative frame");
     }
-    std::vector<int> numbers;
-    if (text.empty() || !OIIO::Filesystem::enumerate_sequence(text, numbers) || numbers.empty())
+    std::vector<int64_t> numbers;
+    if (!EnumerateFrames(text, numbers) || numbers.empty())
         throw bad("is not a frame list (N, A-B, A-BxSTEP, or several of them separated by commas)");
     std::vector<int32_t> frames;
     std::set<int32_t> seen;
-    for (const int number : numbers) {
+    for (const int64_t number : numbers) {
         if (number < 0 || number > kMaxFrameNumber)
             throw bad("has frame " + std::to_string(number) + ", outside 0.." + std::to_string(kMaxFrameNumber));
         if (!seen.insert(number).second) throw bad("names frame " + std::to_string(number) + " twice");
-        frames.push_back(number);
+        frames.push_back(int32_t(number));
     }
     return frames;
 }

@@ -10,7 +10,7 @@
 //
 // A frame range is "A-B" (both inclusive) or a single frame "N", whole numbers 0 or more.
 // A frame list is what artists type in other tools: "1-48", "1-48x2" (every second), "1-48y2"
-// (the others), "1,5,10-20", "48-1" (backwards); the image library reads it.
+// (the others), "1,5,10-20", "48-1" (backwards); the engine reads it.
 // Errors throw std::invalid_argument naming the option or the pattern and what is wrong.
 #ifndef VELLUX_ENGINE_FRAME_SEQUENCE_H
 #define VELLUX_ENGINE_FRAME_SEQUENCE_H

@@ -33,8 +33,34 @@ TEST(FrameLists, ReadWhatArtistsTypeAndRefuseTheRest) {
         {"4-2", {4, 3, 2}},
     };
     for (const auto& c : good) EXPECT_EQ(ParseFrameList("--frames", c.text), c.frames) << c.text;
-    for (const char* bad : {"", "a", "1-", "5-x", "1,,2x", "1,1", "-3", "0-100000000", "99999999999"})
+    for (const char* bad : {"", "a", "1-", "5-x", "1,,2x", "1,1", "-3", "0-100000000", "99999999999", "1-4 x2", "3a",
+                            "1-4x", "7,", "1--3", "5-5y1"})
         EXPECT_THROW(ParseFrameList("--frames", bad), std::invalid_argument) << bad;
+}
+
+// A pattern finds the frames whose files exist: at least the field's width of digits, the text
+// around the field matched exactly, other names and folders left alone.
+TEST(FramePatterns, FindTheFramesOnDisk) {
+    const fs::path dir = fs::temp_directory_path() / ("vellux_frames_on_disk_" + std::to_string(getpid()));
+    fs::create_directories(dir / "sub");
+    for (const char* name : {"a.1.exr", "a.01.exr", "a.0002.exr", "a.12345.exr", "a.x.exr", "a..exr", "a.0003.exrx",
+                             "b%7.exr", "sub/s.0005.png"})
+        std::ofstream(dir / name) << "";
+    const struct {
+        const char* pattern;
+        std::vector<int32_t> frames;
+    } cases[] = {
+        {"a.####.exr", {2, 12345}},
+        {"a.%02d.exr", {1, 2, 12345}},
+        {"a.#.exr", {1, 2, 12345}},
+        {"a.%d.exr", {1, 2, 12345}},
+        {"b%%#.exr", {7}},
+        {"sub/s.####.png", {5}},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(FramePattern::Parse((dir / c.pattern).string()).FramesOnDisk(), c.frames) << c.pattern;
+    EXPECT_THROW(FramePattern::Parse((dir / "none.####.exr").string()).FramesOnDisk(), std::runtime_error);
+    fs::remove_all(dir);
 }
 
 class Sequences : public testing::Test {
