@@ -11,7 +11,7 @@
 #include "engine/plugin_location.h"
 #include "engine/flare.h"
 #include "engine/scene.h"
-#include "engine/scene_render.h"
+#include "engine/scene_session.h"
 
 namespace vellux::engine {
 

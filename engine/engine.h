@@ -12,6 +12,11 @@
 //   Loading    the engine works however it was loaded: into a program's global scope (the tool)
 //              or a local one (a video host's filter, a Python module); the host's services are
 //              made global before the plug-in is loaded.
+//   Libraries  libvellux_engine_core.so holds what needs no image library: finding things, flare
+//              instances up to their plug-in side, scenes, frame lists, keying, the settings
+//              dialog, the plug-in's description; libvellux_engine.so (which links it) the images,
+//              colour, occlusion and rendering. A program starts several times faster without the
+//              image library, so the tool links only the core (tools/vellux/image_actions.h).
 //   Images     OpenImageIO ImageBufs, kept whole: the flare changes a plate's colour channels
 //              and nothing else (plate.h). 8-bit plates go through the plug-in's 32-bit path, 16-bit
 //              ones through its 48-bit path; float plates, and plates in a colour space other than
@@ -83,10 +88,12 @@
 //   RenderRequest, RenderReporting        what to render; progress, finished frames, cancel
 #include "engine/frame_render.h"
 //   RenderFlareImage(request, reporting)  one frame from files to a file, written atomically
+#include "engine/scene_session.h"
+//   LoadScene(path), FramesWithin         a scene file read; frames asked for, checked against it
+//   SceneSession                          a Flare set up for a scene (channels keyed)
 #include "engine/scene_render.h"
 //   RenderSceneSequence(request, rep.)    a scene's (or a plate sequence's) frames on request.jobs workers
 //   IsSequence(request)                   whether a request renders a sequence
-//   SceneSession                          a Flare set up for a scene (channels keyed)
 
 // ---- Settings dialog and the plug-in's description ---------------------------------------------
 #include "engine/dialog_session.h"

@@ -5,6 +5,10 @@
 //
 // Errors throw: PluginError (flare_instance.h) for the plug-in's refusals in its own words,
 // std::runtime_error naming the file for everything else.
+//
+// The plug-in side (the constructor, host(), instance(), Finish, CheckFlareTable) is in the core
+// library, libvellux_engine_core.so, which does not load the image library (flare_plugin.cpp);
+// the image side (Composite, Pass, PassInto, Paint) is in libvellux_engine.so (flare.cpp).
 #ifndef VELLUX_ENGINE_FLARE_H
 #define VELLUX_ENGINE_FLARE_H
 

@@ -8,7 +8,7 @@
 #include <stdexcept>
 
 #include "engine/plugin_location.h"
-#include "engine/scene_render.h"
+#include "engine/scene_session.h"
 
 namespace vellux::engine {
 

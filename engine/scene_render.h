@@ -26,11 +26,9 @@
 #include "engine/frame_sequence.h"
 #include "engine/render_request.h"
 #include "engine/scene.h"
+#include "engine/scene_session.h"
 
 namespace vellux::engine {
-
-// Reads a scene file; throws std::runtime_error naming the file and every problem in it.
-Scene LoadScene(const std::filesystem::path& path);
 
 // Whether the request renders a sequence: it names a scene, frames, or an input frame pattern
 // (a name with a frame field that is not itself a file).
@@ -40,31 +38,8 @@ bool IsSequence(const RenderRequest& request);
 // asked for, else every frame found on disk) under a light that does not move.
 Scene FixedLightScene(const RenderRequest& request);
 
-// The scene's frames, and requested ones checked to lie within (std::invalid_argument naming
-// `option` otherwise); none requested: all of them.
-FrameRange SceneFrames(const Scene& scene);
-FrameRange FramesWithin(const Scene& scene, const std::optional<FrameRange>& requested, const char* option);
-std::vector<int32_t> FrameListWithin(const Scene& scene, const std::vector<int32_t>& requested, const char* option);
-
 // The scene's light at a frame of this size, in pixels, its colour rounded to whole numbers.
 FlareLight SceneLightAt(const Scene& scene, int32_t frame, int32_t width, int32_t height);
-
-// A flare instance set up for a scene: the scene's settings, the edits, ICHN over the scene's
-// frames and the scene's channel keys in the host's store. Throws PluginError for a plug-in's
-// refusal, and std::runtime_error when a channel of the scene was not published.
-class SceneSession {
-public:
-    SceneSession(FlareSetup setup, const std::filesystem::path& scenePath, const Scene& scene);
-
-    Flare& flare() { return flare_; }
-    host::HostSession& host() { return flare_.host(); }
-    PluginInstance& instance() { return flare_.instance(); }
-    void Finish();   // FCHN, FINI
-
-private:
-    static FlareSetup WithSceneSettings(FlareSetup setup, const Scene& scene);
-    Flare flare_;
-};
 
 // The frames written, in the order they finished.
 struct SequenceResult {
