@@ -8,7 +8,7 @@ execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${engin
 if(failed)
   message(FATAL_ERROR "installing the engine into the add-on failed")
 endif()
-file(REMOVE_RECURSE ${engine}/bin ${engine}/lib/frei0r-1 ${engine}/share/kdenlive ${engine}/share/vellux/blender)
+file(REMOVE_RECURSE ${engine}/bin ${engine}/lib/libvellux_tool_images.so ${engine}/lib/frei0r-1 ${engine}/share/kdenlive ${engine}/share/vellux/blender)
 file(GLOB sources ${ADDON_DIR}/*.py)
 file(COPY ${sources} DESTINATION ${stage}/vellux_flare)
 execute_process(COMMAND ${CMAKE_COMMAND} -E tar cf ${ZIP}.part --format=zip vellux_flare

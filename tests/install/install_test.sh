@@ -17,10 +17,14 @@ mv "$work/prefix" "$work/moved"
 vellux="$work/moved/bin/vellux"
 run() { (cd "$work" && env -i HOME="$work/home" PATH=/usr/bin:/bin "$vellux" "$@"); }
 
+# The tool links the engine's core; its image module (loaded for renders) the whole engine.
 ours=$(env -i "$(command -v ldd)" "$vellux" | grep -E "vellux|$build" || true)
-grep -qF "libvellux_engine.so => $work/moved/" <<<"$ours" || fail "the engine is not the moved one: $ours"
+grep -qF "libvellux_engine_core.so => $work/moved/" <<<"$ours" || fail "the engine is not the moved one: $ours"
 grep -qF "libvellux_host.so => $work/moved/" <<<"$ours" || fail "the host library is not the moved one: $ours"
 ! grep -qF "$build" <<<"$ours" || fail "a library comes from the build: $ours"
+images=$(env -i "$(command -v ldd)" "$work/moved/lib/libvellux_tool_images.so" | grep -E "vellux|$build" || true)
+grep -qF "libvellux_engine.so => $work/moved/" <<<"$images" || fail "the image module's engine is not the moved one: $images"
+! grep -qF "$build" <<<"$images" || fail "a library of the image module comes from the build: $images"
 run --version | grep -qF "($work/moved/lib/vellux/Vellux.so)" || fail "the plug-in is not the moved one: $(run --version)"
 run tables | grep -qF "$work/moved/share/vellux/tables/LongZoom.rsc" || fail "the tables are not the moved ones: $(run tables)"
 run tables | grep -qF "$build" && fail "a table folder of the build is searched: $(run tables)"

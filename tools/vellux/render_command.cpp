@@ -1,11 +1,8 @@
 #include "tools/vellux/render_command.h"
 
-#include <iostream>
 #include <memory>
 
-#include "engine/frame_render.h"
-#include "engine/scene_render.h"
-#include "host/progress_bar.h"
+#include "tools/vellux/image_actions.h"
 #include "tools/vellux/interrupt_guard.h"
 
 namespace vellux::tool {
@@ -24,18 +21,7 @@ void AddRenderCommand(CLI::App& app, Action& action) {
 }
 
 void RunRender(const RenderRequest& request, bool quiet) {
-    host::ProgressBar bar(std::cerr, !quiet && host::StderrIsTerminal());
-    RenderReporting reporting;
-    reporting.progress = bar.Sink();
-    reporting.cancel = &InterruptGuard::Flag();
-    if (!IsSequence(request)) return RenderFlareImage(request, reporting);
-    if (!quiet) {
-        reporting.frameDone = [&bar](int32_t frame, int32_t done, int32_t count) {
-            bar.Finish();
-            std::cerr << "frame " << frame << " (" << done << " of " << count << ")\n";
-        };
-    }
-    RenderSceneSequence(request, reporting);
+    LoadImageActions().render(request, quiet, &InterruptGuard::Flag());
 }
 
 }  // namespace vellux::tool

@@ -5,9 +5,9 @@
 //   vellux render --scene S.json [--frames LIST] [--jobs N] -o OUT.####.exr [options]   a sequence
 //
 // The options are declared in render_options.h; the work is the engine's (frame_render.h,
-// scene_render.h). This command adds the terminal: the progress bar, a line per finished frame,
-// and Ctrl-C, which stops the render at the plug-in's next progress report and writes nothing
-// more.
+// scene_render.h), run from the tool's image module (image_actions.h). This command adds the
+// terminal: the progress bar, a line per finished frame, and Ctrl-C, which stops the render at the
+// plug-in's next progress report and writes nothing more.
 #ifndef VELLUX_TOOLS_RENDER_COMMAND_H
 #define VELLUX_TOOLS_RENDER_COMMAND_H
 
@@ -20,7 +20,8 @@ namespace vellux::tool {
 
 void AddRenderCommand(CLI::App& app, Action& action);
 
-// The work of the command; throws std::runtime_error (or PluginError) with the message to show.
+// The work of the command, in the image module; throws std::runtime_error (or PluginError) with
+// the message to show.
 void RunRender(const RenderRequest& request, bool quiet);
 
 }  // namespace vellux::tool

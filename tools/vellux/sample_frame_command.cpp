@@ -6,7 +6,7 @@
 #include <CLI/CLI.hpp>
 
 #include "engine/option_values.h"
-#include "engine/sample_frame.h"
+#include "tools/vellux/image_actions.h"
 
 namespace vellux::tool {
 
@@ -23,7 +23,7 @@ void AddSampleFrameCommand(CLI::App& app, Action& action) {
     command->add_option("--seed", options->seed, "Another seed gives other hills and clouds")->capture_default_str();
     command->callback([options, &action] {
         action = [options] {
-            WriteSampleFrame(options->output, ParseFrameSize("--size", options->size), options->seed);
+            LoadImageActions().writeSampleFrame(options->output, ParseFrameSize("--size", options->size), options->seed);
             return 0;
         };
     });

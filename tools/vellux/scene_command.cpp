@@ -11,7 +11,7 @@
 
 #include "engine/plugin_location.h"
 #include "tools/vellux/render_command.h"
-#include "engine/scene_render.h"
+#include "engine/scene_session.h"
 
 namespace vellux::tool {
 

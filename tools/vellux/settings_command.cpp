@@ -6,13 +6,10 @@
 #include <sstream>
 #include <stdexcept>
 
-#include <OpenImageIO/imagebuf.h>
-
 #include "host/scripted_dialog_runner.h"
 #include "engine/dialog_session.h"
-#include "engine/frame_image.h"
 #include "engine/option_values.h"
-#include "engine/pending_output.h"
+#include "tools/vellux/image_actions.h"
 
 namespace vellux::tool {
 
@@ -53,16 +50,6 @@ host::ScriptStep LightClick(host::Dialog& dialog, const std::string& light) {
     return host::ScriptStep::Click(std::to_string(preview.id()), {{h, v}});
 }
 
-void WriteRgba(const fs::path& file, int width, int height, const std::vector<uint8_t>& rgba) {
-    CheckOutputFormat(file);
-    OIIO::ImageBuf image(OIIO::ImageSpec(width, height, 4, OIIO::TypeDesc::UINT8));
-    image.set_pixels(OIIO::ROI(0, width, 0, height, 0, 1, 0, 4), OIIO::TypeDesc::UINT8, rgba.data());
-    PendingOutput pending(file);
-    if (!image.write(pending.temporary().string(), OIIO::TypeUnknown, file.string()))
-        throw std::runtime_error(file.string() + ": cannot write the image: " + image.geterror());
-    pending.Commit();
-}
-
 int Show(const SettingsOptions& options) {
     host::ScriptedDialogRunner runner({}, false);
     runner.SetInspector([](host::Dialog& dialog) { std::cout << DialogListing(dialog); });
@@ -91,7 +78,7 @@ int Preview(const SettingsOptions& options) {
         if (!options.light.empty()) runner.Play(dialog, LightClick(dialog, options.light));
         const host::Control& preview = *PreviewControl(dialog);
         const KV_Rect& b = preview.item.bounds;
-        WriteRgba(options.output, b.right - b.left, b.bottom - b.top, dialog.canvas.Copy(b));
+        LoadImageActions().writeRgba(options.output, b.right - b.left, b.bottom - b.top, dialog.canvas.Copy(b));
     });
     RunSettingsDialog(options.source, runner, false);
     std::cout << "wrote " << options.output.string() << "\n";

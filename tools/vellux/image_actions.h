@@ -1,0 +1,47 @@
+// The tool's work on images, in a module of its own (libvellux_tool_images.so) that the tool loads
+// when a command reaches such work: rendering, the sample frame, the settings dialog's preview.
+// The tool itself links only the engine's core, so that starting it (--help, info, scene show,
+// the resource and lens commands, settings show and set) does not load the image library and the
+// ~260 libraries behind it. Option parsing stays in the tool: --help lists every command and a
+// usage error is reported before anything is loaded.
+//
+// The module is looked for beside the tool (the build's tools folder) and in ../lib (an installed
+// tree: bin/vellux, lib/libvellux_tool_images.so). It exports one function, kImageActionsEntry,
+// returning the table below; the two are built together, so the table is the whole interface.
+#ifndef VELLUX_TOOLS_IMAGE_ACTIONS_H
+#define VELLUX_TOOLS_IMAGE_ACTIONS_H
+
+#include <atomic>
+#include <cstdint>
+#include <filesystem>
+#include <vector>
+
+#include "engine/option_values.h"
+#include "engine/render_request.h"
+
+namespace vellux::tool {
+
+struct ImageActions {
+    // `vellux render` (render_command.h): a frame or a scene's sequence, with the progress bar
+    // unless quiet; `cancel` is the tool's Ctrl-C flag.
+    void (*render)(const engine::RenderRequest& request, bool quiet, const std::atomic<bool>* cancel);
+    // `vellux sample-frame` (engine/sample_frame.h).
+    void (*writeSampleFrame)(const std::filesystem::path& output, engine::FrameSize size, uint32_t seed);
+    // 8-bit RGBA pixels written atomically to an image file, its format by extension.
+    void (*writeRgba)(const std::filesystem::path& file, int32_t width, int32_t height, const std::vector<uint8_t>& rgba);
+};
+
+inline constexpr const char* kImageActionsModule = "libvellux_tool_images.so";
+inline constexpr const char* kImageActionsEntry = "VelluxToolImageActions";
+using ImageActionsEntry = const ImageActions* (*)();
+
+// The module's table, loaded on first use and kept until the process ends. Throws
+// std::runtime_error naming the places looked in, and the loader's reason, when it cannot be loaded.
+const ImageActions& LoadImageActions();
+
+// Where LoadImageActions looks, in order.
+std::vector<std::filesystem::path> ImageActionsCandidates();
+
+}  // namespace vellux::tool
+
+#endif  // VELLUX_TOOLS_IMAGE_ACTIONS_H

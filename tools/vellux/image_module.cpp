@@ -1,0 +1,56 @@
+// libvellux_tool_images.so: the tool's work on images, loaded by the tool when a command needs it
+// (image_actions.h). It links the whole engine, and with it the image library.
+#include <iostream>
+#include <stdexcept>
+
+#include <OpenImageIO/imagebuf.h>
+
+#include "engine/frame_image.h"
+#include "engine/frame_render.h"
+#include "engine/pending_output.h"
+#include "engine/sample_frame.h"
+#include "engine/scene_render.h"
+#include "host/progress_bar.h"
+#include "tools/vellux/image_actions.h"
+
+namespace vellux::tool {
+
+namespace {
+
+using namespace vellux::engine;
+namespace fs = std::filesystem;
+
+void Render(const RenderRequest& request, bool quiet, const std::atomic<bool>* cancel) {
+    host::ProgressBar bar(std::cerr, !quiet && host::StderrIsTerminal());
+    RenderReporting reporting;
+    reporting.progress = bar.Sink();
+    reporting.cancel = cancel;
+    if (!IsSequence(request)) return RenderFlareImage(request, reporting);
+    if (!quiet) {
+        reporting.frameDone = [&bar](int32_t frame, int32_t done, int32_t count) {
+            bar.Finish();
+            std::cerr << "frame " << frame << " (" << done << " of " << count << ")\n";
+        };
+    }
+    RenderSceneSequence(request, reporting);
+}
+
+void WriteRgba(const fs::path& file, int32_t width, int32_t height, const std::vector<uint8_t>& rgba) {
+    CheckOutputFormat(file);
+    OIIO::ImageBuf image(OIIO::ImageSpec(width, height, 4, OIIO::TypeDesc::UINT8));
+    image.set_pixels(OIIO::ROI(0, width, 0, height, 0, 1, 0, 4), OIIO::TypeDesc::UINT8, rgba.data());
+    PendingOutput pending(file);
+    if (!image.write(pending.temporary().string(), OIIO::TypeUnknown, file.string()))
+        throw std::runtime_error(file.string() + ": cannot write the image: " + image.geterror());
+    pending.Commit();
+}
+
+constexpr ImageActions kActions{Render, WriteSampleFrame, WriteRgba};
+
+}  // namespace
+
+}  // namespace vellux::tool
+
+extern "C" __attribute__((visibility("default"))) const vellux::tool::ImageActions* VelluxToolImageActions() {
+    return &vellux::tool::kActions;
+}
