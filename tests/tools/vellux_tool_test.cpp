@@ -154,6 +154,31 @@ TEST_F(VelluxTool, UsageErrorsExitTwoAndHelpZero) {
     EXPECT_NE(version.out.find(" version 1 ("), std::string::npos) << version.out;
 }
 
+// The tool starts without the image library (its whole point: --help, info and the table
+// commands start in milliseconds); the commands on images load the tool's image module, and a
+// tool without one says so and exits 1 having written nothing.
+TEST_F(VelluxTool, LoadsTheImageLibraryOnlyForCommandsOnImages) {
+    const std::string ldd = "ldd '" + std::string(VELLUX_TOOL_PATH) + "' >'" + Path("ldd").string() + "'";
+    ASSERT_EQ(std::system(ldd.c_str()), 0);
+    const std::string libraries = Slurp(Path("ldd"));
+    EXPECT_NE(libraries.find("libvellux_engine_core.so"), std::string::npos) << libraries;
+    for (const char* image : {"libOpenImageIO.so", "libOpenImageIO_Util.so", "libvellux_engine.so"})
+        EXPECT_EQ(libraries.find(image), std::string::npos) << image << " in\n" << libraries;
+
+    const fs::path alone = Path("bin") / "vellux";   // no module beside it, nor in ../lib
+    fs::create_directories(alone.parent_path());
+    fs::copy_file(VELLUX_TOOL_PATH, alone);
+    for (const char* command : {"sample-frame -o out.png", "render --size 8x8 -q -o out.png"}) {
+        const std::string run = "cd '" + dir_.string() + "' && '" + alone.string() + "' " + command + " 2>err";
+        const int status = std::system(run.c_str());
+        EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 1) << command;
+        const std::string err = Slurp(Path("err"));
+        EXPECT_NE(err.find("needs the tool's image module, libvellux_tool_images.so"), std::string::npos) << err;
+        EXPECT_NE(err.find((Path("bin") / "libvellux_tool_images.so").string() + ": not found"), std::string::npos) << err;
+        EXPECT_FALSE(fs::exists(Path("out.png"))) << command;
+    }
+}
+
 }  // namespace
 
 // ---- vellux render ----
