@@ -74,10 +74,10 @@ BENCHMARK_CAPTURE(BM_Sequence, png8, "plate.json", "lit.####.png")->Arg(1)->Arg(
 
 // ---- One frame's parts ----
 
-void BM_ProcessStart(benchmark::State& state) {   // `vellux info`: start, load the plug-in, exit
-    Work();
+// The tool started, run with one argument, and waited for, its output thrown away.
+void SpawnTool(benchmark::State& state, const char* argument) {
     const std::string tool = std::string(VELLUX_TABLE_DIR) + "/vellux";
-    char* argv[] = {const_cast<char*>(tool.c_str()), const_cast<char*>("info"), nullptr};
+    char* argv[] = {const_cast<char*>(tool.c_str()), const_cast<char*>(argument), nullptr};
     for (auto _ : state) {
         pid_t pid = 0;
         posix_spawn_file_actions_t actions;
@@ -89,7 +89,17 @@ void BM_ProcessStart(benchmark::State& state) {   // `vellux info`: start, load 
         waitpid(pid, &status, 0);
     }
 }
+
+void BM_ProcessStart(benchmark::State& state) {   // `vellux info`: start, load the plug-in, exit
+    Work();
+    SpawnTool(state, "info");
+}
 BENCHMARK(BM_ProcessStart)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+void BM_ProcessStartHelp(benchmark::State& state) {   // `vellux --help`: start, list the commands, exit
+    SpawnTool(state, "--help");
+}
+BENCHMARK(BM_ProcessStartHelp)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 void BM_ReadPlate(benchmark::State& state) {
     Work();
