@@ -229,7 +229,9 @@ TEST_F(SceneTool, PlateSequencesRenderWithoutAScene) {
         const std::vector<float> single = Pixels(Path("one." + n + ".tif"));
         EXPECT_GT(Sum(single), Sum(Pixels(Path("plate." + n + ".tif"))));
         EXPECT_EQ(Pixels(Path("new/lit.000" + n + ".tif")), single) << "frame " << n;
-        if (frame != 2) EXPECT_EQ(Pixels(Path("two." + n + ".tif")), single) << "frame " << n;
+        if (frame != 2) {
+            EXPECT_EQ(Pixels(Path("two." + n + ".tif")), single) << "frame " << n;
+        }
     }
     const ToolRun none = Vellux("render -i " + Q("none.#.tif") + " -o " + Q("x.#.tif"));
     EXPECT_EQ(none.exitCode, 1);
