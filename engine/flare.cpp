@@ -39,11 +39,7 @@ void Flare::PassInto(FrameSize size, const FlareLight& light, const std::string&
         std::fill(black_->bytes.begin(), black_->bytes.end(), uint8_t(0));
     }
     RenderFrame(*instance_, light, *black_, 0);
-    FillFlarePass(*black_, rgba);
-    OIIO::ImageSpec layout(size.width, size.height, 4, OIIO::TypeFloat);
-    layout.alpha_channel = 3;
-    OIIO::ImageBuf pass(layout, rgba);   // the caller's memory, converted in place
-    ConvertPass(pass, space);
+    FillConvertedPass(*black_, space, rgba);
 }
 
 PluginPixels Flare::PaintBlack(FrameSize size, const FlareLight& light, int32_t bandRows) {

@@ -161,7 +161,17 @@ OIIO::ImageBuf NewComposite(const CompositeLayout& layout) {
 // Rows handled at once by CompositePainted: a few hundred kilobytes of pass, reused band by band.
 constexpr int32_t kCompositeRows = 32;
 
+// Rows y0..y1-1 of the pass, converted to `space`, into `rgba`.
+void FillConvertedPassRows(const PluginPixels& painted, int32_t y0, int32_t y1, const std::string& space, float* rgba) {
+    FillFlarePassRows(painted, y0, y1, rgba);
+    OIIO::ImageSpec bandLayout(painted.width, y1 - y0, 4, OIIO::TypeFloat);
+    bandLayout.alpha_channel = 3;
+    OIIO::ImageBuf bandPass(bandLayout, rgba);
+    ConvertPass(bandPass, space);
+}
+
 }  // namespace
+
 
 OIIO::ImageBuf CompositeFlarePass(const OIIO::ImageBuf& plate, const OIIO::ImageBuf& pass) {
     CheckSameSize(plate.spec(), pass.spec().width, pass.spec().height);
@@ -171,6 +181,14 @@ OIIO::ImageBuf CompositeFlarePass(const OIIO::ImageBuf& plate, const OIIO::Image
     OIIO::ImageBuf composite = NewComposite(layout);
     CompositeRows(plate, passValues.data(), size_t(pass.nchannels()), 0, plate.spec().height, layout, plateRows, composite);
     return composite;
+}
+
+// Band by band, so that each band is converted while it is still in the cache.
+void FillConvertedPass(const PluginPixels& painted, const std::string& space, float* rgba) {
+    for (int32_t y0 = 0; y0 < painted.height; y0 += kCompositeRows) {
+        const int32_t y1 = std::min(y0 + kCompositeRows, painted.height);
+        FillConvertedPassRows(painted, y0, y1, space, rgba + size_t(y0) * size_t(painted.width) * 4);
+    }
 }
 
 // The pass is made, converted and added a band of rows at a time: the colour conversion works on
@@ -187,11 +205,7 @@ OIIO::ImageBuf CompositePainted(OIIO::ImageBuf plate, const PluginPixels& painte
     std::vector<float> band(size_t(width) * size_t(kCompositeRows) * 4), plateRows;
     for (int32_t y0 = 0; y0 < painted.height; y0 += kCompositeRows) {
         const int32_t y1 = std::min(y0 + kCompositeRows, painted.height);
-        FillFlarePassRows(painted, y0, y1, band.data());
-        OIIO::ImageSpec bandLayout(width, y1 - y0, 4, OIIO::TypeFloat);
-        bandLayout.alpha_channel = 3;
-        OIIO::ImageBuf bandPass(bandLayout, band.data());
-        ConvertPass(bandPass, space);
+        FillConvertedPassRows(painted, y0, y1, space, band.data());
         CompositeRows(source, band.data(), 4, y0, y1, layout, plateRows, composite);
     }
     return composite;

@@ -38,6 +38,10 @@ OIIO::ImageBuf FlarePassFromPlugin(const PluginPixels& painted);
 void FillFlarePass(const PluginPixels& painted, float* rgba);
 void FillFlarePassRows(const PluginPixels& painted, int32_t y0, int32_t y1, float* rgba);
 
+// The pass converted to a colour space (ConvertPass) written into `rgba`, packed float RGBA of
+// the frame's size: the same values as FillFlarePass and then ConvertPass on the whole.
+void FillConvertedPass(const PluginPixels& painted, const std::string& space, float* rgba);
+
 // Renders the flare onto a black 48-bit frame of this size through `instance` (SETF, then GENF
 // band by band; the caller sends FINI) and returns it as a pass.
 OIIO::ImageBuf RenderFlarePass(PluginInstance& instance, const FlareLight& light, FrameSize size, int32_t bandRows);
