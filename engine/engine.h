@@ -41,7 +41,8 @@
 #include "engine/flare.h"
 //   FlareSetup                            plug-in, table, settings record, setting edits, private or shared copy
 //   Flare(setup)                          loads the plug-in, INIT, the edits
-//   Flare::Composite(plate, light, opts)  the plate with the flare, in the plate's pixel type
+//   Flare::Composite(plate, light, opts)  the plate with the flare, in the plate's pixel type (a moved plate: in place)
+//   Flare::CompositeBlack(size, light, o) the same on a black 16-bit frame, painted straight into the plug-in's
 //   Flare::Pass(size, light, bands)       the flare alone on black, float RGBA, display-referred
 //   Flare::PassInto(size, light, space, rgba)  the same in a colour space, into memory kept from frame to frame
 //   Flare::SetProgress / SetCancel        the plug-in's reports; the flag that stops it
@@ -61,8 +62,13 @@
 //   ReadPlateFile, WritePlateFile         an image file kept whole: every part, channel, attribute
 //   LayoutOf, FrameColour, WithFrameColour  where the flare goes in a part, and back
 //   WriteImageFile(image, path, type)     one image, atomically, lossless and fast
+#include "engine/compression.h"
+//   ParseCompression, CheckCompressionFor  png:1, exr:piz...: the writers' compression, checked against the file
+#include "engine/frame_memory.h"
+//   AdviseFrameMemory, FrameAllocator     frame-sized buffers on huge pages where the kernel grants them
 #include "engine/flare_pass.h"
 //   RenderFlarePass, CompositeFlarePass   the pass, and plate + pass in float
+//   CompositePainted, FillConvertedPass   the same from the plug-in's frame, band by band, never whole
 //   PassFileType                          a pass's file type by extension
 #include "engine/colour.h"
 //   ChooseColorspace(option, name, float) the plate's space, by name or by pixel type
