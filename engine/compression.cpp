@@ -43,15 +43,13 @@ bool ValidExrMethod(const std::string& method) {
     return (name == "dwaa" || name == "dwab") && Level(level, 1, 999) >= 0;
 }
 
-std::string FormatOf(const std::filesystem::path& output) {
-    const std::string extension = Lower(output.extension().string());
-    if (extension == ".png") return "png";
-    if (extension == ".exr") return "exr";
-    if (extension == ".tif" || extension == ".tiff") return "tif";
+}  // namespace
+
+std::string ImageFormatOf(const std::filesystem::path& file) {
+    const std::string extension = Lower(file.extension().string());
+    if (extension == ".tiff") return "tif";
     return extension.empty() ? "(none)" : extension.substr(1);
 }
-
-}  // namespace
 
 Compression ParseCompression(const std::string& option, const std::string& text) {
     Compression compression;
@@ -79,7 +77,7 @@ Compression ParseCompression(const std::string& option, const std::string& text)
 
 void CheckCompressionFor(const std::string& option, const Compression& compression, const std::filesystem::path& output) {
     if (compression.format.empty()) return;
-    const std::string format = FormatOf(output);
+    const std::string format = ImageFormatOf(output);
     if (format != compression.format)
         throw std::invalid_argument(option + " " + CompressionText(compression) + " is for ." + compression.format +
                                     " files, and " + output.filename().string() + " is a ." + format + " file");

@@ -25,6 +25,10 @@ Compression ParseCompression(const std::string& option, const std::string& text)
 // Throws std::invalid_argument naming `option` unless `output`'s format is the one compressed.
 void CheckCompressionFor(const std::string& option, const Compression& compression, const std::filesystem::path& output);
 
+// A file's format by its extension, as compressions name it: "png", "exr", "tif" (.tif and
+// .tiff), else the extension in lower case without its dot ("(none)" without one).
+std::string ImageFormatOf(const std::filesystem::path& file);
+
 // "png:1", "exr:piz": the choice as it is written.
 std::string CompressionText(const Compression& compression);
 

@@ -18,12 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string LowerExtension(const fs::path& file) {
-    std::string extension = file.extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(), [](unsigned char c) { return char(std::tolower(c)); });
-    return extension;
-}
-
 std::vector<float> FloatValues(const OIIO::ImageBuf& image) {
     std::vector<float> values(image.spec().image_pixels() * size_t(image.nchannels()));
     image.get_pixels(image.roi(), OIIO::TypeFloat, values.data());
@@ -78,9 +72,9 @@ OIIO::ImageBuf RenderFlarePass(PluginInstance& instance, const FlareLight& light
 // Writing images ------------------------------------------------------------------------------
 
 OIIO::TypeDesc PassFileType(const fs::path& output, bool halfFloat) {
-    const std::string extension = LowerExtension(output);
-    if (extension == ".exr") return halfFloat ? OIIO::TypeHalf : OIIO::TypeFloat;
-    if (extension == ".png" || extension == ".tif" || extension == ".tiff") {
+    const std::string format = ImageFormatOf(output);
+    if (format == "exr") return halfFloat ? OIIO::TypeHalf : OIIO::TypeFloat;
+    if (format == "png" || format == "tif") {
         if (halfFloat) throw std::runtime_error(output.string() + ": half floats are written to OpenEXR (.exr) only");
         return OIIO::TypeUInt16;
     }
@@ -132,7 +126,7 @@ void CompositeRows(const OIIO::ImageBuf& plate, const float* pass, size_t passCh
                    const CompositeLayout& layout, std::vector<float>& plateRows, OIIO::ImageBuf& composite) {
     const OIIO::ROI plateRoi(plate.xbegin(), plate.xend(), plate.ybegin() + y0, plate.ybegin() + y1);
     const size_t count = size_t(plate.spec().width) * size_t(y1 - y0);
-    plateRows.resize(count * std::max(layout.inChannels, layout.outChannels));
+    plateRows.resize(count * layout.inChannels);
     plate.get_pixels(plateRoi, OIIO::TypeFloat, plateRows.data());
     float* out = static_cast<float*>(composite.localpixels()) + size_t(y0) * size_t(plate.spec().width) * layout.outChannels;
     for (size_t i = 0; i < count; ++i) {

@@ -108,12 +108,6 @@ OIIO::ImageSpec WritingSpec(const OIIO::ImageBuf& part, const OIIO::ImageSpec& s
     return writing;
 }
 
-bool IsExr(const fs::path& output) {
-    std::string extension = output.extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(), [](unsigned char c) { return char(std::tolower(c)); });
-    return extension == ".exr";
-}
-
 // The pixel type an EXR file stores when asked for `wanted`: its own float types, and half for
 // integers of up to 16 bits (as the image library's EXR writer does).
 OIIO::TypeDesc ExrStoredType(OIIO::TypeDesc wanted) {
@@ -153,7 +147,7 @@ void WriteSinglePart(const OIIO::ImageBuf& part, const OIIO::ImageSpec& writing,
     held.tile_width = held.tile_height = 0;
     held.tile_depth = 1;
     // A view of the part's memory where it has it, so that nothing is copied.
-    OIIO::ImageBuf converted = IsExr(output) ? ConvertedForExr(part, held, writing) : OIIO::ImageBuf();
+    OIIO::ImageBuf converted = ImageFormatOf(output) == "exr" ? ConvertedForExr(part, held, writing) : OIIO::ImageBuf();
     OIIO::ImageBuf view = converted.initialized()       ? std::move(converted)
                           : part.localpixels() != nullptr ? OIIO::ImageBuf(held, const_cast<void*>(part.localpixels()))
                                                           : part;
