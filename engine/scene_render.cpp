@@ -186,7 +186,9 @@ void RunWorker(SequenceWork& work, const FlareSetup& setup) {
 
 // While several workers run, the image library's own thread pools (the OpenEXR codec's, its
 // colour conversions') only compete with them for the same cores: each worker's library calls run
-// on the worker's thread. Restored when the sequence ends.
+// on the worker's thread. The codec's pool is shared by the whole process: one thread in it would
+// make every worker's compression wait for that one thread, so it gets none (-1) and each worker
+// compresses its own frame. Restored when the sequence ends.
 class LibraryThreadsScope {
 public:
     explicit LibraryThreadsScope(bool single) : single_(single) {
@@ -194,7 +196,7 @@ public:
         OIIO::getattribute("threads", threads_);
         OIIO::getattribute("exr_threads", exrThreads_);
         OIIO::attribute("threads", 1);
-        OIIO::attribute("exr_threads", 1);
+        OIIO::attribute("exr_threads", -1);
     }
     ~LibraryThreadsScope() {
         if (!single_) return;
