@@ -1,11 +1,16 @@
 #include "engine/colour.h"
 
 #include <algorithm>
+#include <map>
+#include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <strings.h>
 
 #include <OpenImageIO/color.h>
 #include <OpenImageIO/imagebufalgo.h>
+
+#include "engine/plugin_pixels.h"
 
 namespace vellux::engine {
 
@@ -27,6 +32,32 @@ std::string KnownSpace(const std::string& name) {
     for (const std::string& known : Config().getColorSpaceNames())
         if (strcasecmp(known.c_str(), name.c_str()) == 0) return known;
     return {};
+}
+
+constexpr size_t kLevels = size_t(1) << 16;
+
+// Every level, grey, as the pass holds it (alpha = the level, at most 1), converted by
+// ConvertPass; a conversion without crosstalk gives each channel the same value whatever the
+// others hold.
+std::unique_ptr<LevelTables> MakeLevelTables(const std::string& name) {
+    const OIIO::ColorProcessorHandle processor = Config().createColorProcessor(kDisplaySpace, name);
+    if (!processor || processor->hasChannelCrosstalk()) return nullptr;
+    OIIO::ImageSpec layout(int(kLevels), 1, 4, OIIO::TypeFloat);
+    layout.alpha_channel = 3;
+    OIIO::ImageBuf levels(layout, OIIO::InitializePixels::No);
+    auto* values = static_cast<float*>(levels.localpixels());
+    for (size_t level = 0; level < kLevels; ++level) {
+        const float value = FromPluginScaleFloat(uint16_t(level));
+        std::fill_n(&values[level * 4], 3, value);
+        values[level * 4 + 3] = std::min(value, 1.0f);
+    }
+    ConvertPass(levels, name);
+    auto tables = std::make_unique<LevelTables>();
+    for (size_t c = 0; c < 3; ++c) {
+        tables->channel[c].resize(kLevels);
+        for (size_t level = 0; level < kLevels; ++level) tables->channel[c][level] = values[level * 4 + c];
+    }
+    return tables;
 }
 
 }  // namespace
@@ -60,6 +91,16 @@ void ConvertPass(OIIO::ImageBuf& pass, const std::string& name) {
         }
     }
     pass.specmod().attribute("oiio:ColorSpace", name);
+}
+
+const LevelTables* LevelTablesFor(const std::string& name) {
+    if (IsDisplaySpace(name)) return nullptr;
+    static std::mutex mutex;
+    static std::map<std::string, std::unique_ptr<LevelTables>> made;   // by space, null where unusable
+    const std::lock_guard lock(mutex);
+    const auto found = made.find(name);
+    if (found != made.end()) return found->second.get();
+    return made.emplace(name, MakeLevelTables(name)).first->second.get();
 }
 
 }  // namespace vellux::engine

@@ -9,7 +9,9 @@
 #ifndef VELLUX_ENGINE_COLOUR_H
 #define VELLUX_ENGINE_COLOUR_H
 
+#include <array>
 #include <string>
+#include <vector>
 
 #include <OpenImageIO/imagebuf.h>
 
@@ -30,6 +32,18 @@ bool IsDisplaySpace(const std::string& name);
 // recomputes its alpha as max(red, green, blue) clamped to 1; records the space as the image's
 // "oiio:ColorSpace". Throws std::runtime_error with the library's reason.
 void ConvertPass(OIIO::ImageBuf& pass, const std::string& name);
+
+// The conversion of the plug-in's 16-bit levels to a colour space, channel by channel: the
+// converted value of every level in each channel, made once per space by ConvertPass itself, so
+// a value looked up is exactly the value ConvertPass gives.
+struct LevelTables {
+    std::array<std::vector<float>, 3> channel;   // [red, green, blue][level]
+};
+
+// The tables for `name`, made on first use and kept; null for the display space (nothing to
+// convert) and for a space whose conversion mixes channels (ConvertPass converts those whole
+// pixels). Safe from several threads.
+const LevelTables* LevelTablesFor(const std::string& name);
 
 }  // namespace vellux::engine
 

@@ -68,11 +68,13 @@
 //   AdviseFrameMemory, FrameAllocator     frame-sized buffers on huge pages where the kernel grants them
 #include "engine/flare_pass.h"
 //   RenderFlarePass, CompositeFlarePass   the pass, and plate + pass in float
+//   ConvertedFlarePass                    the pass from the plug-in's frame, in a colour space
 //   CompositePainted, FillConvertedPass   the same from the plug-in's frame, band by band, never whole
 //   PassFileType                          a pass's file type by extension
 #include "engine/colour.h"
 //   ChooseColorspace(option, name, float) the plate's space, by name or by pixel type
 //   ConvertPass(pass, space)              the pass into a colour space, tagged oiio:ColorSpace
+//   LevelTablesFor(space)                 that conversion of every 16-bit level, channel by channel
 
 // ---- Occlusion ---------------------------------------------------------------------------------
 #include "engine/occlusion.h"

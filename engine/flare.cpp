@@ -27,8 +27,9 @@ void Flare::Paint(FrameImage& image, const FlareLight& light, int32_t bandRows) 
     image.TakeFromPlugin(pixels);
 }
 
-OIIO::ImageBuf Flare::Pass(FrameSize size, const FlareLight& light, int32_t bandRows) {
-    return RenderFlarePass(*instance_, light, size, bandRows);
+OIIO::ImageBuf Flare::Pass(FrameSize size, const FlareLight& light, int32_t bandRows, const std::string& space) {
+    CheckFrameMemory(size, 6.0 + 16.0, "the flare pass");
+    return ConvertedFlarePass(PaintBlack(size, light, bandRows), space);
 }
 
 void Flare::PassInto(FrameSize size, const FlareLight& light, const std::string& space, float* rgba) {

@@ -19,6 +19,7 @@
 
 #include <OpenImageIO/imagebuf.h>
 
+#include "engine/colour.h"
 #include "engine/flare_instance.h"
 #include "engine/frame_image.h"
 #include "engine/option_values.h"
@@ -72,8 +73,10 @@ public:
     // the plug-in's frame.
     OIIO::ImageBuf CompositeBlack(FrameSize size, const FlareLight& light, const FrameOptions& options);
 
-    // The flare alone on black as float RGBA (flare_pass.h), in the plug-in's display space.
-    OIIO::ImageBuf Pass(FrameSize size, const FlareLight& light, int32_t bandRows);
+    // The flare alone on black as float RGBA (flare_pass.h), converted to `space` and tagged
+    // with it (ConvertPass); by default in the plug-in's display space.
+    OIIO::ImageBuf Pass(FrameSize size, const FlareLight& light, int32_t bandRows,
+                        const std::string& space = kDisplaySpace);
 
     // The pass converted to a colour space (ConvertPass), written into `rgba`: packed float RGBA
     // of the frame's size, which the caller keeps from frame to frame. The plug-in's pixels are

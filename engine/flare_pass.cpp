@@ -155,8 +155,19 @@ OIIO::ImageBuf NewComposite(const CompositeLayout& layout) {
 // Rows handled at once by CompositePainted: a few hundred kilobytes of pass, reused band by band.
 constexpr int32_t kCompositeRows = 32;
 
-// Rows y0..y1-1 of the pass, converted to `space`, into `rgba`.
+// Rows y0..y1-1 of the pass, converted to `space`, into `rgba`: each level looked up in the
+// space's tables where it has them (LevelTablesFor), else the rows converted as an image.
 void FillConvertedPassRows(const PluginPixels& painted, int32_t y0, int32_t y1, const std::string& space, float* rgba) {
+    if (const LevelTables* tables = LevelTablesFor(space)) {
+        const size_t first = size_t(y0) * size_t(painted.width);
+        const size_t count = size_t(y1 - y0) * size_t(painted.width);
+        for (size_t i = 0; i < count; ++i) {
+            float* out = &rgba[i * 4];
+            for (size_t c = 0; c < 3; ++c) out[c] = tables->channel[c][painted.Channel48(first + i, int(c))];
+            out[3] = std::min(std::max({out[0], out[1], out[2]}), 1.0f);
+        }
+        return;
+    }
     FillFlarePassRows(painted, y0, y1, rgba);
     OIIO::ImageSpec bandLayout(painted.width, y1 - y0, 4, OIIO::TypeFloat);
     bandLayout.alpha_channel = 3;
@@ -183,6 +194,16 @@ void FillConvertedPass(const PluginPixels& painted, const std::string& space, fl
         const int32_t y1 = std::min(y0 + kCompositeRows, painted.height);
         FillConvertedPassRows(painted, y0, y1, space, rgba + size_t(y0) * size_t(painted.width) * 4);
     }
+}
+
+OIIO::ImageBuf ConvertedFlarePass(const PluginPixels& painted, const std::string& space) {
+    OIIO::ImageSpec layout(painted.width, painted.height, 4, OIIO::TypeFloat);
+    layout.alpha_channel = 3;
+    OIIO::ImageBuf pass(layout, OIIO::InitializePixels::No);   // packed float RGBA in its own memory
+    AdviseFrameMemory(pass.localpixels(), layout.image_bytes());
+    FillConvertedPass(painted, space, static_cast<float*>(pass.localpixels()));
+    pass.specmod().attribute("oiio:ColorSpace", space);
+    return pass;
 }
 
 // The pass is made, converted and added a band of rows at a time: the colour conversion works on

@@ -42,6 +42,9 @@ void FillFlarePassRows(const PluginPixels& painted, int32_t y0, int32_t y1, floa
 // the frame's size: the same values as FillFlarePass and then ConvertPass on the whole.
 void FillConvertedPass(const PluginPixels& painted, const std::string& space, float* rgba);
 
+// The pass converted to `space` and tagged with it: exactly ConvertPass(FlarePassFromPlugin(painted), space).
+OIIO::ImageBuf ConvertedFlarePass(const PluginPixels& painted, const std::string& space);
+
 // Renders the flare onto a black 48-bit frame of this size through `instance` (SETF, then GENF
 // band by band; the caller sends FINI) and returns it as a pass.
 OIIO::ImageBuf RenderFlarePass(PluginInstance& instance, const FlareLight& light, FrameSize size, int32_t bandRows);

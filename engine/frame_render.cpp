@@ -71,8 +71,8 @@ PlateFile RenderRequestedFrame(Flare& flare, const RenderRequest& request, const
     if (request.passMode) {
         // A pass is linear unless said otherwise, except in the integer files (PNG, TIFF).
         const OIIO::TypeDesc type = PassFileType(target, request.halfFloat);
-        OIIO::ImageBuf pass = flare.Pass(size, light, request.bandRows);
-        ConvertPass(pass, ChooseColorspace("--colorspace", request.colorspace, type != OIIO::TypeUInt16));
+        const std::string space = ChooseColorspace("--colorspace", request.colorspace, type != OIIO::TypeUInt16);
+        OIIO::ImageBuf pass = flare.Pass(size, light, request.bandRows, space);
         Describe(pass, flare, light);
         return SinglePart(std::move(pass), type);
     }

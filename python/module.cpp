@@ -104,8 +104,7 @@ public:
             py::gil_scoped_release unlocked;
             const std::lock_guard lock(mutex_);
             flare_->instance().EditSettings(edits_);
-            pass = flare_->Pass({width, height}, light, 0);
-            engine::ConvertPass(pass, space);
+            pass = flare_->Pass({width, height}, light, 0, space);
         }
         return ArrayFromImage(std::move(pass), py::dtype::of<float>());
     }

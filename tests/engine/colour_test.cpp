@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include <OpenImageIO/imagebuf.h>
 #include <OpenImageIO/imagebufalgo.h>
@@ -67,9 +68,8 @@ TEST_F(Colour, ALinearRenderViewedAsSrgbMatchesTheDisplayRenderWithinOneLevel) {
 
 TEST_F(Colour, PassesAreConvertedTaggedAndKeepTheirAlphaRule) {
     Flare flare(FlareWithStars());
-    OIIO::ImageBuf pass = flare.Pass({160, 90}, Light(), 0);
-    const OIIO::ImageBuf display = pass;
-    ConvertPass(pass, ChooseColorspace("--colorspace", "", true));
+    const OIIO::ImageBuf pass = flare.Pass({160, 90}, Light(), 0, ChooseColorspace("--colorspace", "", true));
+    const OIIO::ImageBuf display = flare.Pass({160, 90}, Light(), 0);
     EXPECT_EQ(pass.spec().get_string_attribute("oiio:ColorSpace"), "linear");
     for (OIIO::ImageBuf::ConstIterator<float> p(pass), d(display); !p.done(); ++p, ++d) {
         ASSERT_EQ(p[3], std::min(std::max({p[0], p[1], p[2]}), 1.0f));
@@ -78,6 +78,24 @@ TEST_F(Colour, PassesAreConvertedTaggedAndKeepTheirAlphaRule) {
     EXPECT_EQ(ChooseColorspace("--colorspace", "", false), "sRGB");
     EXPECT_EQ(ChooseColorspace("--colorspace", "srgb", true), "sRGB");
     EXPECT_THROW(ChooseColorspace("--colorspace", "ACEScg-typo", true), std::invalid_argument);
+}
+
+// Every level in every channel, with other levels beside it: the tables a space's conversion is
+// looked up in give bit for bit what converting the pass as an image gives.
+TEST_F(Colour, LookedUpLevelsAreExactlyTheConvertedOnes) {
+    PluginPixels levels(256, 256, 48);
+    for (size_t i = 0; i < 65536; ++i) {
+        levels.SetChannel48(i, 0, uint16_t(i));
+        levels.SetChannel48(i, 1, uint16_t(i * 40503u));
+        levels.SetChannel48(i, 2, uint16_t(65535u - i));
+    }
+    ASSERT_EQ(LevelTablesFor("sRGB"), nullptr);   // nothing to convert
+    ASSERT_NE(LevelTablesFor("linear"), nullptr);
+    OIIO::ImageBuf converted = FlarePassFromPlugin(levels);
+    ConvertPass(converted, "linear");
+    const OIIO::ImageBuf looked = ConvertedFlarePass(levels, "linear");
+    EXPECT_EQ(looked.spec().get_string_attribute("oiio:ColorSpace"), "linear");
+    EXPECT_EQ(std::memcmp(looked.localpixels(), converted.localpixels(), converted.spec().image_bytes()), 0);
 }
 
 TEST_F(Colour, AnSrgbFloatPlateGetsTheFlareAsItIs) {
