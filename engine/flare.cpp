@@ -32,7 +32,7 @@ OIIO::ImageBuf Flare::Pass(FrameSize size, const FlareLight& light, int32_t band
     return ConvertedFlarePass(PaintBlack(size, light, bandRows), space);
 }
 
-void Flare::PassInto(FrameSize size, const FlareLight& light, const std::string& space, float* rgba) {
+void Flare::PassInto(FrameSize size, const FlareLight& light, const std::string& space, float* rgba, bool bottomUp) {
     if (!black_ || black_->width != size.width || black_->height != size.height) {
         CheckFrameMemory(size, 6.0, "the flare pass");
         black_.emplace(size.width, size.height, 48);
@@ -40,7 +40,7 @@ void Flare::PassInto(FrameSize size, const FlareLight& light, const std::string&
         std::fill(black_->bytes.begin(), black_->bytes.end(), uint8_t(0));
     }
     RenderFrame(*instance_, light, *black_, 0);
-    FillConvertedPass(*black_, space, rgba);
+    FillConvertedPass(*black_, space, rgba, bottomUp);
 }
 
 PluginPixels Flare::PaintBlack(FrameSize size, const FlareLight& light, int32_t bandRows) {

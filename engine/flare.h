@@ -82,7 +82,8 @@ public:
     // of the frame's size, which the caller keeps from frame to frame. The plug-in's pixels are
     // kept too, so rendering frame after frame this way takes no new memory (fresh memory costs
     // page faults that can outweigh the painting).
-    void PassInto(FrameSize size, const FlareLight& light, const std::string& space, float* rgba);
+    // With `bottomUp` the rows are written last first (FillConvertedPass).
+    void PassInto(FrameSize size, const FlareLight& light, const std::string& space, float* rgba, bool bottomUp = false);
 
     // An image already in the plug-in's terms (frame_image.h), painted in place.
     void Paint(FrameImage& image, const FlareLight& light, int32_t bandRows);

@@ -189,10 +189,16 @@ OIIO::ImageBuf CompositeFlarePass(const OIIO::ImageBuf& plate, const OIIO::Image
 }
 
 // Band by band, so that each band is converted while it is still in the cache.
-void FillConvertedPass(const PluginPixels& painted, const std::string& space, float* rgba) {
+void FillConvertedPass(const PluginPixels& painted, const std::string& space, float* rgba, bool bottomUp) {
+    const size_t row = size_t(painted.width) * 4;
+    if (bottomUp) {
+        for (int32_t y = 0; y < painted.height; ++y)
+            FillConvertedPassRows(painted, y, y + 1, space, rgba + size_t(painted.height - 1 - y) * row);
+        return;
+    }
     for (int32_t y0 = 0; y0 < painted.height; y0 += kCompositeRows) {
         const int32_t y1 = std::min(y0 + kCompositeRows, painted.height);
-        FillConvertedPassRows(painted, y0, y1, space, rgba + size_t(y0) * size_t(painted.width) * 4);
+        FillConvertedPassRows(painted, y0, y1, space, rgba + size_t(y0) * row);
     }
 }
 

@@ -39,8 +39,9 @@ void FillFlarePass(const PluginPixels& painted, float* rgba);
 void FillFlarePassRows(const PluginPixels& painted, int32_t y0, int32_t y1, float* rgba);
 
 // The pass converted to a colour space (ConvertPass) written into `rgba`, packed float RGBA of
-// the frame's size: the same values as FillFlarePass and then ConvertPass on the whole.
-void FillConvertedPass(const PluginPixels& painted, const std::string& space, float* rgba);
+// the frame's size: the same values as FillFlarePass and then ConvertPass on the whole; with
+// `bottomUp`, its rows in the opposite order (the last first, as some hosts keep images).
+void FillConvertedPass(const PluginPixels& painted, const std::string& space, float* rgba, bool bottomUp = false);
 
 // The pass converted to `space` and tagged with it: exactly ConvertPass(FlarePassFromPlugin(painted), space).
 OIIO::ImageBuf ConvertedFlarePass(const PluginPixels& painted, const std::string& space);

@@ -112,7 +112,7 @@ public:
     // The pass into `out`, an H x W x 4 float32 array in C order the caller keeps from frame to
     // frame: no new memory is taken.
     void PassInto(py::array& out, const std::array<double, 2>& at, const std::array<int, 3>& color, double intensity,
-                  double radius, double pixelAspect, const std::optional<std::string>& colorspace) {
+                  double radius, double pixelAspect, const std::optional<std::string>& colorspace, bool bottomUp) {
         if (!out.dtype().is(py::dtype::of<float>()) || out.ndim() != 3 || out.shape(2) != 4 || out.shape(0) < 1 ||
             out.shape(1) < 1 || !(out.flags() & py::array::c_style) || !out.writeable())
             throw py::value_error("out: wants a writable H x W x 4 float32 array in C order");
@@ -123,7 +123,7 @@ public:
         py::gil_scoped_release unlocked;
         const std::lock_guard lock(mutex_);
         flare_->instance().EditSettings(edits_);
-        flare_->PassInto(size, light, space, rgba);
+        flare_->PassInto(size, light, space, rgba, bottomUp);
     }
 
 private:
@@ -208,7 +208,7 @@ PYBIND11_MODULE(_vellux, m) {
         .def("pass_", &PyFlare::Pass, py::arg("width"), py::arg("height"), py::arg("light"), py::arg("color"),
              py::arg("intensity"), py::arg("radius"), py::arg("pixel_aspect"), py::arg("colorspace"))
         .def("pass_into", &PyFlare::PassInto, py::arg("out"), py::arg("light"), py::arg("color"), py::arg("intensity"),
-             py::arg("radius"), py::arg("pixel_aspect"), py::arg("colorspace"));
+             py::arg("radius"), py::arg("pixel_aspect"), py::arg("colorspace"), py::arg("bottom_up"));
     m.def("setting_names", &SettingNames);
     m.def("read_image", [](const fs::path& path) {
         engine::PlateFile file = engine::ReadPlateFile(path);

@@ -3,7 +3,6 @@ layers' image before everything that used it (Composite, Viewer, File Output), a
 File Output node writing the flares alone."""
 
 import bpy
-import numpy as np
 
 IMAGE = "Vellux Flare"          # the image holding this frame's flares (scene-linear, float)
 IMAGE_NODE = "Vellux Flare"
@@ -22,18 +21,11 @@ def flare_image(width, height):
     return image
 
 
-_bottom_up = np.zeros(0, np.float32)   # kept from frame to frame, as the flares' sum is
-
-
 def set_flares(pixels):
-    """Put this frame's flares (H x W x 4 float32, top row first) into the flare image."""
-    global _bottom_up
+    """Put this frame's flares (H x W x 4 float32 in C order, bottom row first) into the flare image."""
     height, width = pixels.shape[:2]
     image = flare_image(width, height)
-    if _bottom_up.shape != pixels.shape:
-        _bottom_up = np.zeros(pixels.shape, np.float32)
-    _bottom_up[...] = pixels[::-1]   # the image's rows go bottom up
-    image.pixels.foreach_set(_bottom_up.ravel())   # marks the image changed: the compositor reads it anew
+    image.pixels.foreach_set(pixels.ravel())   # marks the image changed: the compositor reads it anew
 
 
 def _render_layers(tree):

@@ -41,58 +41,62 @@ def _flare_lights(scene):
     return [obj for obj in scene.objects if obj.type == "LIGHT" and obj.data.vellux_flare.enabled]
 
 
-def paint_light(scene, depsgraph, camera, light, total):
-    """Add one light's flare to `total` (H x W x 4); nothing when it is behind the camera, hidden
-    or dark."""
+def paint_light(scene, depsgraph, camera, light, total, first):
+    """Add one light's flare to `total` (H x W x 4, bottom row first), or with `first` paint it
+    into `total`; False when the light paints nothing (behind the camera, hidden or dark)."""
     settings = light.data.vellux_flare
     place = projection.on_frame(scene, camera, light)
     if place is None:
-        return
+        return False
     intensity = projection.strength(light, camera, settings)
     if settings.occlusion and intensity > 0.0:
         intensity *= projection.visible_fraction(scene, depsgraph, camera, light)
     if intensity <= 0.0:
-        return
+        return False
     table = bpy.path.abspath(settings.table) if settings.table.startswith("//") else settings.table
     flare = _flare(light.name, table)
     flare.settings = settings.flare_settings()
     global _one
     height, width = total.shape[:2]
-    if _one.shape != total.shape:
+    if not first and _one.shape != total.shape:
         _one = np.zeros(total.shape, np.float32)
     x, y, radius = place
-    total += flare.pass_(width, height, light=(x, y), color=projection.color(light, settings), intensity=intensity,
-                         radius=radius, colorspace="linear", pixel_aspect=projection.pixel_aspect(scene), out=_one)
+    flare_pass = flare.pass_(width, height, light=(x, y), color=projection.color(light, settings), intensity=intensity,
+                             radius=radius, colorspace="linear", pixel_aspect=projection.pixel_aspect(scene),
+                             out=total if first else _one, bottom_up=True)
+    if not first:
+        total += flare_pass
+    return True
 
 
 def frame_flares(scene, depsgraph):
-    """The frame's flares, H x W x 4 float32 in scene-linear light, top row first (the same array
-    every frame: use it before the next)."""
+    """The frame's flares, H x W x 4 float32 in scene-linear light, bottom row first as Blender's
+    images hold them (the same array every frame: use it before the next)."""
     global _total
     width, height = projection.frame_size(scene)
     if _total.shape != (height, width, 4):
         _total = np.zeros((height, width, 4), np.float32)
     total = _total
-    total.fill(0.0)
     # Every light whose flare is on at this frame (the switch may be keyed).
     lights = [light for light in scene.objects
               if light.type == "LIGHT" and light.evaluated_get(depsgraph).data.vellux_flare.enabled]
-    if not lights:
-        return total
     camera = scene.camera
-    if camera is None:
+    if lights and camera is None:
         report("the scene has no camera: frame %d has no flares" % scene.frame_current)
-        return total
-    camera = camera.evaluated_get(depsgraph)
-    for light in lights:
+    # The first flare is painted straight into the sum, the others added to it.
+    painted = 0
+    for light in lights if camera is not None else []:
         evaluated = light.evaluated_get(depsgraph)
         if light.hide_render:
             continue
         try:
-            paint_light(scene, depsgraph, camera, evaluated, total)
+            painted += paint_light(scene, depsgraph, camera.evaluated_get(depsgraph), evaluated, total, painted == 0)
         except Exception as error:   # reported; the frame renders without this flare
             report("%s: %s (frame %d has no flare for it)" % (light.name, error, scene.frame_current))
-    np.minimum(total[:, :, 3], 1.0, out=total[:, :, 3])
+    if painted == 0:
+        total.fill(0.0)
+    elif painted > 1:   # one flare's alpha is at most 1 already
+        np.minimum(total[:, :, 3], 1.0, out=total[:, :, 3])
     return total
 
 

@@ -15,6 +15,8 @@ the vellux tool would use), TypeError (a value of the wrong kind) or RuntimeErro
 cannot be read or written, or the plug-in's own refusal); the arrays given are never changed.
 """
 
+import numpy as _numpy
+
 from . import _vellux
 
 __all__ = ["Flare", "Scene", "read_image", "write_image", "setting_names", "__version__"]
@@ -136,21 +138,24 @@ class Flare:
                                   float(pixel_aspect), occlusion, colorspace)
 
     def pass_(self, width, height, light=(0.0, 0.0), color=(255, 255, 255), intensity=1.0, radius=0.0,
-              colorspace=None, pixel_aspect=1.0, out=None):
+              colorspace=None, pixel_aspect=1.0, out=None, bottom_up=False):
         """The flare alone, as a height x width x 4 float32 array for compositing with "plus".
 
         Alpha is the brightest of red, green and blue (at most 1). The colour is in `colorspace`
         (None: linear); the other arguments are render's. With `out` (a writable height x width
         x 4 float32 array in C order) the pass is written into it and `out` returned: rendering
-        frame after frame into the same array takes no new memory, which is faster.
+        frame after frame into the same array takes no new memory, which is faster. With
+        `bottom_up` the rows come last first, as Blender's images hold them.
         """
-        if out is None:
+        if out is None and not bottom_up:
             return self._flare.pass_(int(width), int(height), tuple(light), tuple(color), float(intensity),
                                      float(radius), float(pixel_aspect), colorspace)
+        if out is None:
+            out = _numpy.empty((int(height), int(width), 4), _numpy.float32)
         if out.shape[:2] != (int(height), int(width)):
             raise ValueError("out: wants shape (%d, %d, 4), not %r" % (int(height), int(width), out.shape))
         self._flare.pass_into(out, tuple(light), tuple(color), float(intensity), float(radius), float(pixel_aspect),
-                              colorspace)
+                              colorspace, bool(bottom_up))
         return out
 
     def __repr__(self):

@@ -135,6 +135,25 @@ class AddOn(unittest.TestCase):
         self.assertEqual(flares.shape, (HEIGHT, WIDTH, 4))
         self.assertFalse(flares.any())
 
+    def test_two_lights_flares_add_up(self):
+        from vellux_flare import frame_flares
+        second = bpy.data.objects.new("Second", bpy.data.lights.new("Second", "POINT"))
+        second.location = (1.5, 0.0, -1.0)
+        second.data.energy = self.lamp.data.energy
+        second.data.vellux_flare.enabled = True
+        self.scene.collection.objects.link(second)
+        self.addCleanup(bpy.data.objects.remove, second)
+        self.scene.frame_set(2)
+
+        def flares(lamp_on, second_on):
+            self.settings.enabled, second.data.vellux_flare.enabled = lamp_on, second_on
+            return frame_flares.frame_flares(self.scene, bpy.context.evaluated_depsgraph_get()).copy()
+        both, lamp, alone = flares(True, True), flares(True, False), flares(False, True)
+        self.assertGreater(lamp[:, :, :3].max(), 0.1)
+        self.assertGreater(alone[:, :, :3].max(), 0.1)
+        np.testing.assert_array_equal(both[:, :, :3], lamp[:, :, :3] + alone[:, :, :3])
+        np.testing.assert_array_equal(both[:, :, 3], np.minimum(lamp[:, :, 3] + alone[:, :, 3], 1.0))
+
     def test_the_panel_offers_the_modules_settings_with_its_defaults(self):
         import vellux
         defaults = vellux.Flare().settings

@@ -101,6 +101,7 @@ def test_a_pass_into_a_kept_array_equals_a_new_one():
         for space in (None, "sRGB"):
             assert flare.pass_(100, 60, light=light, colorspace=space, out=out) is out
             np.testing.assert_array_equal(out, flare.pass_(100, 60, light=light, colorspace=space))
+            np.testing.assert_array_equal(out[::-1], flare.pass_(100, 60, light=light, colorspace=space, bottom_up=True))
     for bad in (np.zeros((60, 100, 4), np.float64), np.zeros((60, 100, 3), np.float32), np.zeros((60, 100, 4), np.float32)[:, ::2],
                 np.zeros((61, 100, 4), np.float32)):
         with pytest.raises(ValueError, match="out: wants"):
