@@ -1,6 +1,7 @@
 #include "engine/plate.h"
 
 #include <algorithm>
+#include <limits>
 #include <numeric>
 #include <stdexcept>
 #include <string>
@@ -119,9 +120,44 @@ OIIO::TypeDesc ExrStoredType(OIIO::TypeDesc wanted) {
     return OIIO::TypeUnknown;
 }
 
+// Every value of an integer type as the image library converts it to half (2-byte patterns),
+// made once by that conversion itself: looking a value up gives exactly what converting it gives.
+template <typename Integer>
+const std::vector<uint16_t>& HalfOf() {
+    static const std::vector<uint16_t> table = [] {
+        std::vector<Integer> values(size_t(std::numeric_limits<Integer>::max()) + 1);
+        std::iota(values.begin(), values.end(), Integer(0));
+        std::vector<uint16_t> halves(values.size());
+        const int count = int(values.size());
+        if (!OIIO::convert_image(1, count, 1, 1, values.data(), OIIO::BaseTypeFromC<Integer>::value, OIIO::AutoStride,
+                                 OIIO::AutoStride, OIIO::AutoStride, halves.data(), OIIO::TypeHalf, OIIO::AutoStride,
+                                 OIIO::AutoStride, OIIO::AutoStride))
+            throw std::logic_error("the image library cannot convert integers to half");
+        return halves;
+    }();
+    return table;
+}
+
+// The part's 8- or 16-bit pixels looked up in HalfOf, into packed `out`.
+template <typename Integer>
+void LookUpHalves(const OIIO::ImageBuf& part, uint16_t* out) {
+    const std::vector<uint16_t>& half = HalfOf<Integer>();
+    const OIIO::ImageSpec& in = part.spec();
+    const auto* base = static_cast<const uint8_t*>(part.localpixels());
+    for (int z = 0; z < in.depth; ++z)
+        for (int y = 0; y < in.height; ++y) {
+            const uint8_t* row = base + z * part.z_stride() + y * part.scanline_stride();
+            for (int x = 0; x < in.width; ++x, out += in.nchannels) {
+                const auto* pixel = reinterpret_cast<const Integer*>(row + x * part.pixel_stride());
+                for (int c = 0; c < in.nchannels; ++c) out[c] = half[pixel[c]];
+            }
+        }
+}
+
 // A whole part converted to the EXR file's pixel type here, with the image library's own
-// conversion, into memory advised for a frame: its writer would otherwise convert into a
-// scratch copy that it clears first, page by page. Empty when no conversion is needed.
+// conversion (8- and 16-bit values through its table, HalfOf), into memory advised for a frame:
+// its writer would otherwise convert into a scratch copy that it clears first, page by page.
+// Empty when no conversion is needed.
 OIIO::ImageBuf ConvertedForExr(const OIIO::ImageBuf& part, const OIIO::ImageSpec& held, const OIIO::ImageSpec& writing) {
     if (part.localpixels() == nullptr || !writing.channelformats.empty() || writing.tile_width > 0) return {};
     const OIIO::TypeDesc stored = ExrStoredType(writing.format);
@@ -131,6 +167,15 @@ OIIO::ImageBuf ConvertedForExr(const OIIO::ImageBuf& part, const OIIO::ImageSpec
     OIIO::ImageBuf converted(layout, OIIO::InitializePixels::No);
     AdviseFrameMemory(converted.localpixels(), layout.image_bytes());
     const OIIO::ImageSpec& in = part.spec();
+    auto* halves = static_cast<uint16_t*>(converted.localpixels());
+    if (stored == OIIO::TypeHalf && in.format == OIIO::TypeUInt16) {
+        LookUpHalves<uint16_t>(part, halves);
+        return converted;
+    }
+    if (stored == OIIO::TypeHalf && in.format == OIIO::TypeUInt8) {
+        LookUpHalves<uint8_t>(part, halves);
+        return converted;
+    }
     if (!OIIO::convert_image(in.nchannels, in.width, in.height, in.depth, part.localpixels(), in.format,
                              part.pixel_stride(), part.scanline_stride(), part.z_stride(), converted.localpixels(), stored,
                              OIIO::AutoStride, OIIO::AutoStride, OIIO::AutoStride))

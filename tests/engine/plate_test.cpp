@@ -263,6 +263,35 @@ TEST_F(Plate, ChosenCompressionReachesTheFileAndTheLosslessOnesKeepEveryPixel) {
     EXPECT_LT(fs::file_size(dir_ / "nine.png"), fs::file_size(dir_ / "zero.png"));
 }
 
+// 8- and 16-bit images stored as half: every value, in packed and in strided (a crop's view of
+// a wider image) memory, becomes exactly the half the image library's own conversion makes.
+TEST_F(Plate, IntegerImagesBecomeTheLibrarysOwnHalvesInAnExr) {
+    for (const OIIO::TypeDesc type : {OIIO::TypeUInt8, OIIO::TypeUInt16}) {
+        for (const int channels : {3, 4}) {
+            SCOPED_TRACE(std::string(type.c_str()) + " x" + std::to_string(channels));
+            OIIO::ImageBuf wide(OIIO::ImageSpec(300, 80, channels, type));
+            const size_t count = wide.spec().image_pixels() * size_t(channels);
+            std::vector<uint16_t> values(count);
+            for (size_t i = 0; i < count; ++i) values[i] = uint16_t(i * 40503u);   // every 16-bit value
+            ASSERT_TRUE(wide.set_pixels(wide.roi(), OIIO::TypeUInt16, values.data()));
+            for (const bool cropped : {false, true}) {
+                const OIIO::ImageBuf image =
+                    cropped ? OIIO::ImageBuf(OIIO::ImageSpec(257, 80, channels, type), wide.localpixels(),
+                                             wide.pixel_stride(), wide.scanline_stride())
+                            : wide;
+                const fs::path file = dir_ / (std::string(type.c_str()) + std::to_string(channels) + (cropped ? "c.exr" : ".exr"));
+                WriteImageFile(image, file, OIIO::TypeUnknown);
+                std::vector<uint16_t> expected(image.spec().image_pixels() * size_t(channels)), got(expected.size());
+                ASSERT_TRUE(image.get_pixels(image.roi(), OIIO::TypeHalf, expected.data()));
+                const OIIO::ImageBuf read = Read(file);
+                ASSERT_EQ(read.nativespec().format, OIIO::TypeHalf);
+                ASSERT_TRUE(read.get_pixels(read.roi(), OIIO::TypeHalf, got.data()));
+                EXPECT_EQ(got, expected) << "cropped " << cropped;
+            }
+        }
+    }
+}
+
 TEST(Compression, NamesTheChoicesForABadOneAndTheFileForAMismatch) {
     const char* bad[] = {"png", "png:10", "png:x", "exr:lzw", "exr:zip:0", "exr:piz:3", "tif:piz", "jpg:90", "zip"};
     for (const char* text : bad) {
