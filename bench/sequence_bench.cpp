@@ -60,6 +60,7 @@ const fs::path& Work() {
 }
 
 void BM_Sequence(benchmark::State& state, const char* scene, const char* output) {
+    KeepFrameMemory();   // as the tool does
     Work();
     RenderRequest request;
     request.scene = Work() / scene;

@@ -14,6 +14,13 @@ namespace vellux::engine {
 // the memory is first touched. Smaller blocks are left alone.
 void AdviseFrameMemory(void* data, size_t bytes);
 
+// Asks the C library to keep freed blocks up to a 1080p float RGBA frame's size in its heap for
+// the next frame, instead of handing each back to the system and faulting fresh pages in for the
+// next (that costs more than the plug-in's painting of a 1080p frame). It is process-wide: a front
+// end that owns its process (the tool) or renders frame after frame in it (the Python module)
+// calls it once.
+void KeepFrameMemory();
+
 // An allocator for frame-sized vectors: std::allocator's memory, advised as above.
 template <typename T>
 struct FrameAllocator {

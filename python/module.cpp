@@ -10,7 +10,6 @@
 #include <pybind11/stl.h>
 #include <pybind11/stl/filesystem.h>
 
-#include <malloc.h>
 
 #include <cmath>
 #include <memory>
@@ -178,16 +177,6 @@ std::vector<int32_t> RenderScene(const fs::path& scene, const fs::path& output, 
     return engine::RenderSceneSequence(request).written;
 }
 
-// A frame's buffers are allocated and freed for every render. Left to itself the allocator hands
-// blocks of a frame's size back to the system each time, and taking them again costs more page
-// faults than the plug-in's painting takes (twice the render time for a 1080p frame, measured):
-// the module asks it to keep blocks up to a 1080p float RGBA frame's size in the heap instead.
-void KeepFrameBuffers() {
-    constexpr int kFrameBlock = 64 << 20;
-    mallopt(M_MMAP_THRESHOLD, kFrameBlock);
-    mallopt(M_TRIM_THRESHOLD, 2 * kFrameBlock);
-}
-
 }  // namespace
 
 }  // namespace vellux::python
@@ -196,7 +185,7 @@ PYBIND11_MODULE(_vellux, m) {
     using namespace vellux;
     using namespace vellux::python;
     m.doc() = "The Vellux engine (see the vellux package for the documented interface).";
-    KeepFrameBuffers();
+    engine::KeepFrameMemory();   // frames are rendered one after another in this process
     py::class_<PyFlare>(m, "Flare")
         .def(py::init<const std::optional<std::string>&, const std::optional<std::string>&>(), py::arg("table") = py::none(),
              py::arg("plugin") = py::none())

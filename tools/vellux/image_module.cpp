@@ -6,6 +6,7 @@
 #include <OpenImageIO/imagebuf.h>
 
 #include "engine/frame_image.h"
+#include "engine/frame_memory.h"
 #include "engine/frame_render.h"
 #include "engine/pending_output.h"
 #include "engine/sample_frame.h"
@@ -26,6 +27,7 @@ void Render(const RenderRequest& request, bool quiet, const std::atomic<bool>* c
     reporting.progress = bar.Sink();
     reporting.cancel = cancel;
     if (!IsSequence(request)) return RenderFlareImage(request, reporting);
+    KeepFrameMemory();   // frame after frame in this process; one frame needs no memory kept
     if (!quiet) {
         reporting.frameDone = [&bar](int32_t frame, int32_t done, int32_t count) {
             bar.Finish();
