@@ -59,9 +59,38 @@ inline uint32_t Word(const uint8_t* bytes) {
 inline void PutWord(uint8_t* bytes, uint32_t word) { std::memcpy(bytes, &word, 4); }
 
 // The host's bytes r, g, b, a are the plug-in's a, r, g, b moved by one byte: on a little-endian
-// word, a rotation by 8 bits either way. Whole words let the compiler do many pixels at once.
+// word, a rotation by 8 bits either way.
 inline uint32_t ToPlugin(uint32_t rgba) { return rgba << 8 | rgba >> 24; }
 inline uint32_t FromPlugin(uint32_t argb) { return argb >> 8 | argb << 24; }
+
+constexpr uint32_t kHostAlpha = 0xff000000u;
+
+// The conversions a fixed block of pixels at a time, into memory the source cannot overlap: so
+// the compiler turns each into a few vector instructions for the block. The output's alpha is
+// read before any of the block is written, so the host may convert in place.
+constexpr size_t kBlock = 16;
+
+void BlockToPlugin(const uint32_t* __restrict in, uint8_t* __restrict plugin) {
+    for (size_t i = 0; i < kBlock; ++i) PutWord(plugin + i * 4, ToPlugin(in[i]));
+}
+
+void BlockFromPlugin(const uint8_t* __restrict plugin, const uint32_t* in, uint32_t* __restrict out) {
+    uint32_t alpha[kBlock];
+    std::memcpy(alpha, in, sizeof(alpha));
+    for (size_t i = 0; i < kBlock; ++i) out[i] = (FromPlugin(Word(plugin + i * 4)) & ~kHostAlpha) | (alpha[i] & kHostAlpha);
+}
+
+void ConvertToPlugin(const uint32_t* in, uint8_t* plugin, size_t count) {
+    size_t i = 0;
+    for (; i + kBlock <= count; i += kBlock) BlockToPlugin(in + i, plugin + i * 4);
+    for (; i < count; ++i) PutWord(plugin + i * 4, ToPlugin(in[i]));
+}
+
+void ConvertFromPlugin(const uint8_t* plugin, const uint32_t* in, uint32_t* out, size_t count) {
+    size_t i = 0;
+    for (; i + kBlock <= count; i += kBlock) BlockFromPlugin(plugin + i * 4, in + i, out + i);
+    for (; i < count; ++i) out[i] = (FromPlugin(Word(plugin + i * 4)) & ~kHostAlpha) | (in[i] & kHostAlpha);
+}
 
 }  // namespace
 
@@ -74,7 +103,7 @@ void FilterInstance::Update(const uint32_t* in, uint32_t* out) {
     if (settings_.flareOnly) {
         for (size_t i = 0; i < count; ++i) PutWord(plugin + i * 4, kOpaqueBlack);
     } else {
-        for (size_t i = 0; i < count; ++i) PutWord(plugin + i * 4, ToPlugin(in[i]));
+        ConvertToPlugin(in, plugin, count);
     }
     try {
         engine::Flare& flare = FlareFor(settings_.table);
@@ -87,8 +116,7 @@ void FilterInstance::Update(const uint32_t* in, uint32_t* out) {
         return;
     }
     if (!settings_.flareOnly) {
-        constexpr uint32_t kAlpha = 0xff000000u;   // the host's a, kept from the input
-        for (size_t i = 0; i < count; ++i) out[i] = (FromPlugin(Word(plugin + i * 4)) & ~kAlpha) | (in[i] & kAlpha);
+        ConvertFromPlugin(plugin, in, out, count);   // the input's alpha kept
         return;
     }
     auto* target = reinterpret_cast<uint8_t*>(out);

@@ -121,30 +121,41 @@ TEST(Frei0rFilter, SlidersMapOntoTheSettingsAndBack) {
     EXPECT_EQ(settings.edits.halo, false);
 }
 
-// An 8-bit frame gets exactly the engine's flare (the plug-in's 32-bit path), its alpha kept.
+// An 8-bit frame gets exactly the engine's flare (the plug-in's 32-bit path), its alpha kept:
+// into another buffer and in place, with pixel counts the conversions take in whole blocks and
+// with a remainder.
 TEST(Frei0rFilter, PixelsAreTheEnginesAndAlphaIsKept) {
-    constexpr int w = 160, h = 90;
-    const Filter& filter = TheFilter();
-    f0r_instance_t instance = filter.construct(w, h);
-    const f0r_param_position_t at{0.4, 0.3};
-    filter.set(instance, const_cast<f0r_param_position_t*>(&at), 0);
-    SetDouble(instance, 8, 0.6);   // star filter 6
-    const std::vector<uint32_t> in = Frame(w, h), out = Render(instance, in);
-    filter.destruct(instance);
+    struct Case {
+        int w, h;
+        bool inPlace;
+    };
+    for (const Case c : {Case{160, 90, false}, Case{1001, 151, false}, Case{1001, 151, true}}) {
+        SCOPED_TRACE(testing::Message() << c.w << "x" << c.h << (c.inPlace ? " in place" : ""));
+        const Filter& filter = TheFilter();
+        f0r_instance_t instance = filter.construct(c.w, c.h);
+        const f0r_param_position_t at{0.4, 0.3};
+        filter.set(instance, const_cast<f0r_param_position_t*>(&at), 0);
+        SetDouble(instance, 8, 0.6);   // star filter 6
+        const std::vector<uint32_t> in = Frame(c.w, c.h);
+        std::vector<uint32_t> out = in;
+        if (c.inPlace) filter.update(instance, 0.0, out.data(), out.data());
+        else out = Render(instance, in);
+        filter.destruct(instance);
 
-    OIIO::ImageBuf plate(OIIO::ImageSpec(w, h, 4, OIIO::TypeUInt8));
-    plate.set_pixels(plate.roi(), OIIO::TypeUInt8, in.data());
-    engine::FlareSetup setup;
-    setup.plugin = VELLUX_PLUGIN_PATH;
-    setup.edits.starFilter = 6;
-    engine::Flare flare(setup);
-    engine::FlareLight light;
-    light.x = 0.4 * w, light.y = 0.3 * h;
-    const OIIO::ImageBuf painted = flare.Composite(plate, light, {});
-    std::vector<uint32_t> expected(in.size());
-    painted.get_pixels(painted.roi(), OIIO::TypeUInt8, expected.data());
-    EXPECT_EQ(out, expected);
-    EXPECT_NE(out, in);
+        OIIO::ImageBuf plate(OIIO::ImageSpec(c.w, c.h, 4, OIIO::TypeUInt8));
+        plate.set_pixels(plate.roi(), OIIO::TypeUInt8, in.data());
+        engine::FlareSetup setup;
+        setup.plugin = VELLUX_PLUGIN_PATH;
+        setup.edits.starFilter = 6;
+        engine::Flare flare(setup);
+        engine::FlareLight light;
+        light.x = 0.4 * c.w, light.y = 0.3 * c.h;
+        const OIIO::ImageBuf painted = flare.Composite(plate, light, {});
+        std::vector<uint32_t> expected(in.size());
+        painted.get_pixels(painted.roi(), OIIO::TypeUInt8, expected.data());
+        EXPECT_EQ(out, expected);
+        EXPECT_NE(out, in);
+    }
 }
 
 // Instances on threads at once give what they give one after the other.
