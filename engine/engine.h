@@ -91,7 +91,8 @@
 // ---- Frames and sequences ----------------------------------------------------------------------
 #include "engine/frame_sequence.h"
 //   FramePattern                          ####, %04d and %d file patterns
-//   ParseFrameList(option, text)          1-48, 1-48x2, 1,5,10-20
+#include "engine/frame_list.h"
+//   ParseFrameList(option, text)          1-48, 1-48x2, 1,5,10-20, by the image library's reading
 #include "engine/render_request.h"
 //   RenderRequest, RenderReporting        what to render; progress, finished frames, cancel
 #include "engine/frame_render.h"

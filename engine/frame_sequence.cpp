@@ -1,11 +1,8 @@
 #include "engine/frame_sequence.h"
 
 #include <algorithm>
-#include <cctype>
-#include <cstdlib>
 #include <filesystem>
 #include <limits>
-#include <set>
 #include <stdexcept>
 
 namespace vellux::engine {
@@ -27,47 +24,6 @@ bool ParseFrame(const std::string& text, int32_t& frame) {
     if (value > std::numeric_limits<int32_t>::max()) return false;
     frame = int32_t(value);
     return true;
-}
-
-// A whole number with an optional minus sign, read from `text` at `at`, which moves past it.
-bool ReadNumber(const std::string& text, size_t& at, int64_t& value) {
-    const bool negative = at < text.size() && text[at] == '-';
-    size_t end = at + (negative ? 1 : 0), start = end;
-    value = 0;
-    while (end < text.size() && std::isdigit(static_cast<unsigned char>(text[end])) && end - start < 10)
-        value = value * 10 + (text[end++] - '0');
-    if (end == start) return false;
-    if (negative) value = -value;
-    at = end;
-    return true;
-}
-
-// A frame list's numbers in its order: items N, A-B, A-BxSTEP (every STEP-th from A) or A-BySTEP
-// (the others), separated by commas; B may be below A and STEP negative, both counting down.
-bool EnumerateFrames(const std::string& text, std::vector<int64_t>& numbers) {
-    size_t at = 0;
-    while (true) {
-        int64_t first = 0, last = 0, step = 1;
-        bool complement = false;
-        if (!ReadNumber(text, at, first)) return false;
-        last = first;
-        if (at < text.size() && text[at] == '-') {
-            if (!ReadNumber(text, ++at, last)) return false;
-            if (at < text.size() && (text[at] == 'x' || text[at] == 'y')) {
-                complement = text[at] == 'y';
-                if (!ReadNumber(text, ++at, step)) return false;
-                if (step == 0) step = 1;
-            }
-        }
-        if (step < 0 && first < last) std::swap(first, last);
-        const int64_t direction = last < first ? -1 : 1;
-        for (int64_t i = first;; i += direction) {
-            if ((std::abs(i - first) % std::abs(step) == 0) != complement) numbers.push_back(i);
-            if (i == last) break;
-        }
-        if (at == text.size()) return true;
-        if (text[at++] != ',') return false;
-    }
 }
 
 }  // namespace
@@ -156,29 +112,6 @@ FrameRange ParseFrameRange(const std::string& option, const std::string& text) {
     if (range.last < range.first)
         throw std::invalid_argument(option + ": '" + text + "': the last frame is before the first");
     return range;
-}
-
-std::vector<int32_t> ParseFrameList(const std::string& option, const std::string& text) {
-    const auto bad = [&](const std::string& why) { return std::invalid_argument(option + ": '" + text + "' " + why); };
-    // Bounded before it is expanded: "1-2000000000" would be a list of that many numbers.
-    size_t digits = 0;
-    for (const char c : text) {
-        digits = std::isdigit(static_cast<unsigned char>(c)) ? digits + 1 : 0;
-        if (digits > 7) throw bad("has a frame number above " + std::to_string(kMaxFrameNumber));
-        if (c == '-' && &c == text.data()) throw bad("starts with a negative frame");
-    }
-    std::vector<int64_t> numbers;
-    if (!EnumerateFrames(text, numbers) || numbers.empty())
-        throw bad("is not a frame list (N, A-B, A-BxSTEP, or several of them separated by commas)");
-    std::vector<int32_t> frames;
-    std::set<int32_t> seen;
-    for (const int64_t number : numbers) {
-        if (number < 0 || number > kMaxFrameNumber)
-            throw bad("has frame " + std::to_string(number) + ", outside 0.." + std::to_string(kMaxFrameNumber));
-        if (!seen.insert(number).second) throw bad("names frame " + std::to_string(number) + " twice");
-        frames.push_back(int32_t(number));
-    }
-    return frames;
 }
 
 std::vector<int32_t> FramesOf(const FrameRange& range) {

@@ -48,9 +48,8 @@ struct FrameRange {
 FrameRange ParseFrameRange(const std::string& option, const std::string& text);
 std::string RangeText(const FrameRange& range);   // "3-5", or "7" for one frame
 
-// The frames of a list, in its order: each 0 to kMaxFrameNumber, none twice, at least one.
+// The highest frame number a frame list (frame_list.h) may name.
 inline constexpr int32_t kMaxFrameNumber = 9999999;
-std::vector<int32_t> ParseFrameList(const std::string& option, const std::string& text);
 std::vector<int32_t> FramesOf(const FrameRange& range);   // first..last
 
 }  // namespace vellux::engine

@@ -14,6 +14,7 @@
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
+#include <string>
 #include <vector>
 
 #include "engine/option_values.h"
@@ -27,6 +28,8 @@ struct ImageActions {
     void (*render)(const engine::RenderRequest& request, bool quiet, const std::atomic<bool>* cancel);
     // `vellux sample-frame` (engine/sample_frame.h).
     void (*writeSampleFrame)(const std::filesystem::path& output, engine::FrameSize size, uint32_t seed);
+    // A --frames list read (engine/frame_list.h), by the image library as the other tools read it.
+    std::vector<int32_t> (*parseFrameList)(const std::string& option, const std::string& text);
     // 8-bit RGBA pixels written atomically to an image file, its format by extension.
     void (*writeRgba)(const std::filesystem::path& file, int32_t width, int32_t height, const std::vector<uint8_t>& rgba);
 };

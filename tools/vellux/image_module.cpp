@@ -6,6 +6,7 @@
 #include <OpenImageIO/imagebuf.h>
 
 #include "engine/frame_image.h"
+#include "engine/frame_list.h"
 #include "engine/frame_memory.h"
 #include "engine/frame_render.h"
 #include "engine/pending_output.h"
@@ -47,7 +48,7 @@ void WriteRgba(const fs::path& file, int32_t width, int32_t height, const std::v
     pending.Commit();
 }
 
-constexpr ImageActions kActions{Render, WriteSampleFrame, WriteRgba};
+constexpr ImageActions kActions{Render, WriteSampleFrame, ParseFrameList, WriteRgba};
 
 }  // namespace
 

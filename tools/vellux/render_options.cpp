@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "tools/vellux/image_actions.h"
+
 namespace vellux::tool {
 
 namespace {
@@ -145,7 +147,7 @@ RenderRequest CheckRenderOptions(const RenderOptions& options) {
     if (!options.frames.empty()) {
         if (options.input.empty() && options.scene.empty())
             throw std::invalid_argument("--frames: only with --scene or an -i frame pattern");
-        request.frames = ParseFrameList("--frames", options.frames);
+        request.frames = LoadImageActions().parseFrameList("--frames", options.frames);   // read as the other tools do
     }
     if (options.jobs && *options.jobs < 1)
         throw std::invalid_argument("--jobs: " + std::to_string(*options.jobs) + " must be at least 1");
