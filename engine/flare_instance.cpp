@@ -145,11 +145,11 @@ int32_t PluginInstance::Interface() {
 
 void PluginInstance::Setup(PluginFlareSetupRec setup) { Check(kCmdSetup, Send(kCmdSetup, setup)); }
 
-void PluginInstance::Generate(PluginPixels& pixels, Band band) {
+void PluginInstance::Generate(const PixelView& pixels, Band band) {
     PluginFlareGenerateRec generate{};
     FlareBuffer& buffer = generate.theFlareBuffer;
-    buffer.bufferBase = pixels.Row(band.top);
-    buffer.bufferRowBytes = pixels.RowBytes();
+    buffer.bufferBase = pixels.base + ptrdiff_t(band.top) * pixels.rowBytes;
+    buffer.bufferRowBytes = pixels.rowBytes;
     buffer.bufferRect = Rect(0, band.top, pixels.width, band.bottom);
     buffer.bufferDepth = pixels.depth;
     Check(kCmdGenerate, Send(kCmdGenerate, generate));
@@ -162,6 +162,10 @@ void PluginInstance::Finish() {
 }
 
 void RenderFrame(PluginInstance& instance, const FlareLight& light, PluginPixels& pixels, int32_t bandRows) {
+    RenderFrame(instance, light, pixels.View(), bandRows);
+}
+
+void RenderFrame(PluginInstance& instance, const FlareLight& light, const PixelView& pixels, int32_t bandRows) {
     instance.Setup(MakeFrameSetup(pixels.width, pixels.height, light));
     for (const Band band : SplitIntoBands(pixels.height, bandRows)) instance.Generate(pixels, band);
 }

@@ -76,7 +76,7 @@ public:
     PluginError Failure(IFFType command, int32_t result);
 
     void Setup(PluginFlareSetupRec setup);
-    void Generate(PluginPixels& pixels, Band band);
+    void Generate(const PixelView& pixels, Band band);
     void Finish();
 
 private:
@@ -91,6 +91,8 @@ private:
 
 // SETF, then GENF band by band into `pixels`.
 void RenderFrame(PluginInstance& instance, const FlareLight& light, PluginPixels& pixels, int32_t bandRows);
+// The same into a frame the caller keeps.
+void RenderFrame(PluginInstance& instance, const FlareLight& light, const PixelView& pixels, int32_t bandRows);
 
 }  // namespace vellux::engine
 

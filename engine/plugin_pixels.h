@@ -44,6 +44,15 @@ Value CompositeChannel(Value original, uint16_t before, uint16_t after, Back bac
     return after == before ? original : back(after);
 }
 
+// A frame in the plug-in's layout in memory its owner keeps: rows of `rowBytes` from `base`.
+struct PixelView {
+    uint8_t* base = nullptr;
+    int32_t width = 0;
+    int32_t height = 0;
+    int32_t rowBytes = 0;
+    int16_t depth = 48;
+};
+
 struct PluginPixels {
     int32_t width = 0;
     int32_t height = 0;
@@ -54,6 +63,7 @@ struct PluginPixels {
     PluginPixels(int32_t w, int32_t h, int16_t d)
         : width(w), height(h), depth(d), bytes(size_t(w) * size_t(h) * size_t(d / 8)) {}
 
+    PixelView View() { return {bytes.data(), width, height, RowBytes(), depth}; }
     int32_t BytesPerPixel() const { return depth / 8; }
     int32_t RowBytes() const { return width * BytesPerPixel(); }
     uint8_t* Row(int32_t y) { return bytes.data() + size_t(y) * size_t(RowBytes()); }

@@ -1,7 +1,6 @@
 #include "frei0r/filter_instance.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 #include <iostream>
 
@@ -9,8 +8,7 @@
 
 namespace vellux::frei0r {
 
-FilterInstance::FilterInstance(unsigned width, unsigned height)
-    : width_(int(width)), height_(int(height)), pixels_(int32_t(width), int32_t(height), 32) {}
+FilterInstance::FilterInstance(unsigned width, unsigned height) : width_(int(width)), height_(int(height)) {}
 
 void FilterInstance::Report(const std::string& problem) {
     if (problem.empty() || !reported_.insert(problem).second) return;
@@ -47,78 +45,42 @@ engine::Flare& FilterInstance::FlareFor(const std::string& table) {
     return *flare_;
 }
 
-// A pixel's four bytes as one word, read and written without aliasing the byte buffer.
 namespace {
 
-inline uint32_t Word(const uint8_t* bytes) {
-    uint32_t word;
-    std::memcpy(&word, bytes, 4);
-    return word;
-}
-
-inline void PutWord(uint8_t* bytes, uint32_t word) { std::memcpy(bytes, &word, 4); }
-
-// The host's bytes r, g, b, a are the plug-in's a, r, g, b moved by one byte: on a little-endian
-// word, a rotation by 8 bits either way.
-inline uint32_t ToPlugin(uint32_t rgba) { return rgba << 8 | rgba >> 24; }
-inline uint32_t FromPlugin(uint32_t argb) { return argb >> 8 | argb << 24; }
-
-constexpr uint32_t kHostAlpha = 0xff000000u;
-
-// The conversions a fixed block of pixels at a time, into memory the source cannot overlap: so
-// the compiler turns each into a few vector instructions for the block. The output's alpha is
-// read before any of the block is written, so the host may convert in place.
-constexpr size_t kBlock = 16;
-
-void BlockToPlugin(const uint32_t* __restrict in, uint8_t* __restrict plugin) {
-    for (size_t i = 0; i < kBlock; ++i) PutWord(plugin + i * 4, ToPlugin(in[i]));
-}
-
-void BlockFromPlugin(const uint8_t* __restrict plugin, const uint32_t* in, uint32_t* __restrict out) {
-    uint32_t alpha[kBlock];
-    std::memcpy(alpha, in, sizeof(alpha));
-    for (size_t i = 0; i < kBlock; ++i) out[i] = (FromPlugin(Word(plugin + i * 4)) & ~kHostAlpha) | (alpha[i] & kHostAlpha);
-}
-
-void ConvertToPlugin(const uint32_t* in, uint8_t* plugin, size_t count) {
-    size_t i = 0;
-    for (; i + kBlock <= count; i += kBlock) BlockToPlugin(in + i, plugin + i * 4);
-    for (; i < count; ++i) PutWord(plugin + i * 4, ToPlugin(in[i]));
-}
-
-void ConvertFromPlugin(const uint8_t* plugin, const uint32_t* in, uint32_t* out, size_t count) {
-    size_t i = 0;
-    for (; i + kBlock <= count; i += kBlock) BlockFromPlugin(plugin + i * 4, in + i, out + i);
-    for (; i < count; ++i) out[i] = (FromPlugin(Word(plugin + i * 4)) & ~kHostAlpha) | (in[i] & kHostAlpha);
+// The host's bytes r, g, b, a read from one byte earlier are the plug-in's a, r, g, b: pixel i's
+// colour lies where the plug-in's pixel i has it, and the plug-in's a of pixel i is the host's
+// alpha of pixel i - 1 (before the first pixel, the byte ahead of the frame). The plug-in's
+// painters never read or write a, so the flare is painted straight into the host's frame: no
+// conversion either way, and every alpha stays the host's (the tests compare, in place and not).
+engine::PixelView HostFrame(uint32_t* frame, int width, int height) {
+    return {reinterpret_cast<uint8_t*>(frame) - 1, width, height, width * 4, 32};
 }
 
 }  // namespace
 
 void FilterInstance::Update(const uint32_t* in, uint32_t* out) {
-    static_assert(std::endian::native == std::endian::little, "the byte moves below assume a little-endian word");
     const std::lock_guard lock(mutex_);
     const size_t count = size_t(width_) * size_t(height_);
-    uint8_t* plugin = pixels_.bytes.data();
-    constexpr uint32_t kOpaqueBlack = 0x000000ffu;   // the plug-in's a = 255, r = g = b = 0
+    if (!settings_.flareOnly && in != out) std::memcpy(out, in, count * 4);
     if (settings_.flareOnly) {
-        for (size_t i = 0; i < count; ++i) PutWord(plugin + i * 4, kOpaqueBlack);
-    } else {
-        ConvertToPlugin(in, plugin, count);
+        if (pixels_.bytes.empty()) pixels_ = engine::PluginPixels(width_, height_, 32);   // only this mode needs it
+        constexpr uint8_t kOpaqueBlack[4] = {255, 0, 0, 0};   // the plug-in's a, r, g, b
+        for (size_t i = 0; i < count; ++i) std::memcpy(pixels_.bytes.data() + i * 4, kOpaqueBlack, 4);
     }
     try {
         engine::Flare& flare = FlareFor(settings_.table);
         flare.instance().EditSettings(settings_.edits);
-        engine::RenderFrame(flare.instance(), LightOn(settings_, width_, height_), pixels_, 0);
+        engine::RenderFrame(flare.instance(), LightOn(settings_, width_, height_),
+                            settings_.flareOnly ? pixels_.View() : HostFrame(out, width_, height_), 0);
     } catch (const std::exception& error) {
+        // Refused before painting (a table, the settings): the frame passes through unchanged.
         Report(error.what());
         if (in != out) std::memcpy(out, in, count * 4);
         flare_.reset();   // tried afresh on the next frame
         return;
     }
-    if (!settings_.flareOnly) {
-        ConvertFromPlugin(plugin, in, out, count);   // the input's alpha kept
-        return;
-    }
+    if (!settings_.flareOnly) return;
+    const uint8_t* plugin = pixels_.bytes.data();
     auto* target = reinterpret_cast<uint8_t*>(out);
     for (size_t i = 0; i < count; ++i) {
         const uint8_t* argb = plugin + i * 4;

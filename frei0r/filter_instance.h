@@ -39,7 +39,7 @@ private:
     FilterSettings settings_;
     std::unique_ptr<engine::Flare> flare_;
     std::string flareTable_;                // the table the flare was made with
-    engine::PluginPixels pixels_;
+    engine::PluginPixels pixels_;           // Flare only: the flare painted on black, made on first use
     std::set<std::string> reported_;
 };
 

@@ -121,9 +121,9 @@ TEST(Frei0rFilter, SlidersMapOntoTheSettingsAndBack) {
     EXPECT_EQ(settings.edits.halo, false);
 }
 
-// An 8-bit frame gets exactly the engine's flare (the plug-in's 32-bit path), its alpha kept:
-// into another buffer and in place, with pixel counts the conversions take in whole blocks and
-// with a remainder.
+// An 8-bit frame gets exactly the engine's flare (the plug-in's 32-bit path), every alpha kept
+// (the plug-in paints the host's frame itself): into another buffer and in place, even and odd
+// sizes.
 TEST(Frei0rFilter, PixelsAreTheEnginesAndAlphaIsKept) {
     struct Case {
         int w, h;
