@@ -43,13 +43,14 @@
 //   Flare(setup)                          loads the plug-in, INIT, the edits
 //   Flare::Composite(plate, light, opts)  the plate with the flare, in the plate's pixel type (a moved plate: in place)
 //   Flare::CompositeBlack(size, light, o) the same on a black 16-bit frame, painted straight into the plug-in's
-//   Flare::Pass(size, light, bands)       the flare alone on black, float RGBA, display-referred
-//   Flare::PassInto(size, light, space, rgba)  the same in a colour space, into memory kept from frame to frame
+//   Flare::Pass(size, light, bands, space) the flare alone on black, float RGBA, in a colour space (default display)
+//   Flare::PassInto(size, light, space, rgba)  the same into memory kept from frame to frame (rows bottom up if asked)
 //   Flare::SetProgress / SetCancel        the plug-in's reports; the flag that stops it
 //   CheckFlareTable(path)                 throws unless the file is a flare table
 #include "engine/flare_instance.h"
 //   FlareLight                            position (pixels), colour, intensity, radius
 //   PluginInstance                        the commands themselves: channels, SETF, GENF, INTF
+//   RenderFrame(instance, light, pixels)  SETF and GENF into PluginPixels or a PixelView of the caller's memory
 #include "engine/plugin_settings.h"
 //   SettingEdits, CheckSettingEdits       changes to the plug-in's settings record, checked
 
