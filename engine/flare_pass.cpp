@@ -156,9 +156,10 @@ OIIO::ImageBuf NewComposite(const CompositeLayout& layout) {
 constexpr int32_t kCompositeRows = 32;
 
 // Rows y0..y1-1 of the pass, converted to `space`, into `rgba`: each level looked up in the
-// space's tables where it has them (LevelTablesFor), else the rows converted as an image.
-void FillConvertedPassRows(const PluginPixels& painted, int32_t y0, int32_t y1, const std::string& space, float* rgba) {
-    if (const LevelTables* tables = LevelTablesFor(space)) {
+// space's `tables` where it has them (LevelTablesFor), else the rows converted as an image.
+void FillConvertedPassRows(const PluginPixels& painted, int32_t y0, int32_t y1, const std::string& space,
+                           const LevelTables* tables, float* rgba) {
+    if (tables != nullptr) {
         const size_t first = size_t(y0) * size_t(painted.width);
         const size_t count = size_t(y1 - y0) * size_t(painted.width);
         for (size_t i = 0; i < count; ++i) {
@@ -191,14 +192,15 @@ OIIO::ImageBuf CompositeFlarePass(const OIIO::ImageBuf& plate, const OIIO::Image
 // Band by band, so that each band is converted while it is still in the cache.
 void FillConvertedPass(const PluginPixels& painted, const std::string& space, float* rgba, bool bottomUp) {
     const size_t row = size_t(painted.width) * 4;
+    const LevelTables* tables = LevelTablesFor(space);
     if (bottomUp) {
         for (int32_t y = 0; y < painted.height; ++y)
-            FillConvertedPassRows(painted, y, y + 1, space, rgba + size_t(painted.height - 1 - y) * row);
+            FillConvertedPassRows(painted, y, y + 1, space, tables, rgba + size_t(painted.height - 1 - y) * row);
         return;
     }
     for (int32_t y0 = 0; y0 < painted.height; y0 += kCompositeRows) {
         const int32_t y1 = std::min(y0 + kCompositeRows, painted.height);
-        FillConvertedPassRows(painted, y0, y1, space, rgba + size_t(y0) * row);
+        FillConvertedPassRows(painted, y0, y1, space, tables, rgba + size_t(y0) * row);
     }
 }
 
@@ -224,9 +226,10 @@ OIIO::ImageBuf CompositePainted(OIIO::ImageBuf plate, const PluginPixels& painte
     const OIIO::ImageBuf& source = inPlace ? composite : plate;
     const int32_t width = painted.width;
     std::vector<float> band(size_t(width) * size_t(kCompositeRows) * 4), plateRows;
+    const LevelTables* tables = LevelTablesFor(space);
     for (int32_t y0 = 0; y0 < painted.height; y0 += kCompositeRows) {
         const int32_t y1 = std::min(y0 + kCompositeRows, painted.height);
-        FillConvertedPassRows(painted, y0, y1, space, band.data());
+        FillConvertedPassRows(painted, y0, y1, space, tables, band.data());
         CompositeRows(source, band.data(), 4, y0, y1, layout, plateRows, composite);
     }
     return composite;
