@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "engine/frame_list.h"
 #include "engine/frame_sequence.h"
 #include "engine/scene.h"
 
