@@ -78,6 +78,12 @@ std::string ChooseColorspace(const std::string& option, const std::string& reque
     return known;
 }
 
+OIIO::ColorProcessorHandle ColourProcessor(const std::string& from, const std::string& to) {
+    OIIO::ColorProcessorHandle processor = Config().createColorProcessor(from, to);
+    if (!processor) throw std::runtime_error("cannot convert colour from " + from + " to " + to + ": " + Config().geterror());
+    return processor;
+}
+
 bool IsDisplaySpace(const std::string& name) { return strcasecmp(name.c_str(), kDisplaySpace) == 0; }
 
 void ConvertPass(OIIO::ImageBuf& pass, const std::string& name) {

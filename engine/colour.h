@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include <OpenImageIO/color.h>
 #include <OpenImageIO/imagebuf.h>
 
 namespace vellux::engine {
@@ -24,6 +25,11 @@ inline constexpr const char* kLinearSpace = "linear";
 // and the known spaces unless the configuration knows it), else linear for float pixels and sRGB
 // for integer pixels.
 std::string ChooseColorspace(const std::string& option, const std::string& requested, bool floatPixels);
+
+// A processor converting float colour from one space to another (the spaces' names as the
+// configuration knows them); throws std::runtime_error when the configuration has no such
+// conversion.
+OIIO::ColorProcessorHandle ColourProcessor(const std::string& from, const std::string& to);
 
 // Whether a space is the plug-in's own display space, so that its levels need no conversion.
 bool IsDisplaySpace(const std::string& name);

@@ -1,11 +1,11 @@
 #include "engine/flare.h"
 
 #include <algorithm>
-
 #include <stdexcept>
 
 #include <OpenImageIO/imagebufalgo.h>
 
+#include "engine/blend.h"
 #include "engine/colour.h"
 #include "engine/flare_pass.h"
 #include "engine/plate.h"
@@ -19,17 +19,82 @@ bool IsFloat(const OIIO::ImageSpec& spec) {
     return type == OIIO::TypeDesc::HALF || type == OIIO::TypeDesc::FLOAT || type == OIIO::TypeDesc::DOUBLE;
 }
 
+// Whether the plug-in's own pixels can be blended straight into the plate: 8-bit or 16-bit
+// values in its display space (8-bit through its 32-bit painting, 16-bit through its 48-bit).
+int16_t IntegerDepth(const OIIO::ImageSpec& spec, const std::string& space) {
+    if (!IsDisplaySpace(space) || !spec.channelformats.empty()) return 0;
+    if (spec.format == OIIO::TypeUInt8) return 32;
+    if (spec.format == OIIO::TypeUInt16) return 48;
+    return 0;
+}
+
+// Rows changed at once: the plate's values and the flare's for a few hundred kilobytes.
+constexpr int32_t kBandRows = 32;
+
+// Runs `blend(values, first pixel, count)` over the image's colour band by band, its values read
+// as Value and written back; an image that only borrows its memory (a caller's array) gets memory
+// of its own first.
+template <typename Value, typename BlendBand>
+void BlendBands(OIIO::ImageBuf& image, const BlendBand& blend) {
+    if (image.storage() != OIIO::ImageBuf::LOCALBUFFER) image = image.copy(OIIO::TypeUnknown);
+    const OIIO::TypeDesc type = OIIO::TypeDescFromC<Value>::value();
+    const int32_t width = image.spec().width, height = image.spec().height;
+    const size_t channels = size_t(image.nchannels());
+    std::vector<Value> values(size_t(width) * size_t(kBandRows) * channels);
+    for (int32_t y0 = 0; y0 < height; y0 += kBandRows) {
+        const int32_t y1 = std::min(y0 + kBandRows, height);
+        const OIIO::ROI rows(image.xbegin(), image.xend(), image.ybegin() + y0, image.ybegin() + y1, 0, 1, 0,
+                             int(channels));
+        if (!image.get_pixels(rows, type, values.data()))
+            throw std::runtime_error("cannot read the plate: " + image.geterror());
+        blend(values.data(), channels, size_t(y0) * size_t(width), size_t(y1 - y0) * size_t(width));
+        if (!image.set_pixels(rows, type, values.data()))
+            throw std::runtime_error("cannot write the plate: " + image.geterror());
+    }
+}
+
+// The plug-in's pixels of the flare painted on black, into an 8-bit or 16-bit sRGB plate.
+void BlendPainted(OIIO::ImageBuf& colour, const PluginPixels& flare, Blend blend) {
+    if (flare.depth == 32) {
+        BlendBands<uint8_t>(colour, [&](uint8_t* values, size_t channels, size_t first, size_t count) {
+            BlendBytes(values, channels, flare.bytes.data() + first * 4, count, blend);
+        });
+        return;
+    }
+    BlendBands<uint16_t>(colour, [&](uint16_t* values, size_t channels, size_t first, size_t count) {
+        BlendShorts(values, channels, reinterpret_cast<const uint16_t*>(flare.bytes.data()) + first * 3, count, blend);
+    });
+}
+
+// The flare's float levels into a plate of any pixel type, in colour space `space`.
+void BlendLevels(OIIO::ImageBuf& colour, const std::vector<float>& levels, Blend blend, const std::string& space) {
+    LevelBlender blender(space, blend);
+    BlendBands<float>(colour, [&](float* values, size_t channels, size_t first, size_t count) {
+        blender.Blend(values, channels, levels.data() + first * 3, count);
+    });
+}
+
 }  // namespace
 
-void Flare::Paint(FrameImage& image, const FlareLight& light, int32_t bandRows) {
-    PluginPixels pixels = image.ToPlugin();
-    RenderFrame(*instance_, light, pixels, bandRows);
-    image.TakeFromPlugin(pixels);
+PluginPixels Flare::PaintBlack(FrameSize size, const FlareLight& light, int16_t depth, int32_t bandRows) {
+    CheckFrameMemory(size, double(depth / 8), "the flare");
+    PluginPixels black(size.width, size.height, depth);
+    RenderFrame(*instance_, light, black, bandRows);
+    return black;
+}
+
+std::vector<float> Flare::PaintLevels(FrameSize size, const FlareLight& light, int32_t bandRows) {
+    const PluginPixels painted = PaintBlack(size, light, 48, bandRows);
+    CheckFrameMemory(size, 12.0, "the flare");
+    std::vector<float> levels(size_t(size.width) * size_t(size.height) * 3);
+    for (size_t i = 0; i < levels.size() / 3; ++i)
+        for (int c = 0; c < 3; ++c) levels[i * 3 + size_t(c)] = FromPluginScaleFloat(painted.Channel48(i, c));
+    return levels;
 }
 
 OIIO::ImageBuf Flare::Pass(FrameSize size, const FlareLight& light, int32_t bandRows, const std::string& space) {
     CheckFrameMemory(size, 6.0 + 16.0, "the flare pass");
-    return ConvertedFlarePass(PaintBlack(size, light, bandRows), space);
+    return ConvertedFlarePass(PaintBlack(size, light, 48, bandRows), space);
 }
 
 void Flare::PassInto(FrameSize size, const FlareLight& light, const std::string& space, float* rgba, bool bottomUp) {
@@ -43,56 +108,30 @@ void Flare::PassInto(FrameSize size, const FlareLight& light, const std::string&
     FillConvertedPass(*black_, space, rgba, bottomUp);
 }
 
-PluginPixels Flare::PaintBlack(FrameSize size, const FlareLight& light, int32_t bandRows) {
-    CheckFrameMemory(size, 6.0, "the flare");
-    PluginPixels black(size.width, size.height, 48);
-    RenderFrame(*instance_, light, black, bandRows);
-    return black;
-}
-
-// The flare over an image of R, G, B (, A) exactly the frame's size, returned in the image's
-// pixel type with its attributes.
-OIIO::ImageBuf Flare::CompositeColour(OIIO::ImageBuf plate, const FlareLight& light, const FrameOptions& options,
-                                      const std::string& space) {
-    if (!IsFloat(plate.spec()) && IsDisplaySpace(space)) {
-        FrameImage image = FrameImage::FromImage(std::move(plate));
-        Paint(image, light, options.bandRows);
-        return std::move(image).image();
-    }
-    OIIO::ImageSpec kept = plate.spec();   // names, windows and attributes, in the composite's layout
-    OIIO::ImageBuf composite;
-    {
-        const PluginPixels painted = PaintBlack({kept.width, kept.height}, light, options.bandRows);
-        composite = CompositePainted(std::move(plate), painted, space);
-    }
-    if (kept.format != OIIO::TypeFloat) {
-        OIIO::ImageBuf typed;
-        if (!OIIO::ImageBufAlgo::copy(typed, composite, kept.format))
-            throw std::runtime_error("cannot convert the composite back: " + typed.geterror());
-        composite = std::move(typed);
-    }
-    kept.set_format(composite.spec().format);
-    kept.channelformats.clear();
-    composite.specmod() = kept;
-    return composite;
-}
-
+// Every plate takes one route: its colour over its frame, the flare painted alone on black, the
+// flare blended into the colour, the colour put back into the plate.
 OIIO::ImageBuf Flare::Composite(OIIO::ImageBuf plate, const FlareLight& light, const FrameOptions& options) {
     const std::string space = ChooseColorspace("colorspace", options.colorspace, IsFloat(plate.spec()));
     const PlateLayout layout = LayoutOf(plate.spec());
-    OIIO::ImageBuf painted = layout.plain ? CompositeColour(std::move(plate), light, options, space)
-                                          : WithFrameColour(plate, layout, CompositeColour(FrameColour(plate, layout), light, options, space));
+    OIIO::ImageBuf colour = layout.plain ? std::move(plate) : FrameColour(plate, layout);
+    const FrameSize size{colour.spec().width, colour.spec().height};
+
+    if (const int16_t depth = IntegerDepth(colour.spec(), space); depth != 0)
+        BlendPainted(colour, PaintBlack(size, light, depth, options.bandRows), options.blend);
+    else
+        BlendLevels(colour, PaintLevels(size, light, options.bandRows), options.blend, space);
+
+    OIIO::ImageBuf painted = layout.plain ? std::move(colour) : WithFrameColour(plate, layout, colour);
     painted.specmod().attribute("oiio:ColorSpace", space);
     return painted;
 }
 
+// On black every blend gives the flare itself, so the plug-in's frame is the picture.
 OIIO::ImageBuf Flare::CompositeBlack(FrameSize size, const FlareLight& light, const FrameOptions& options) {
     const std::string space = ChooseColorspace("colorspace", options.colorspace, false);
     if (!IsDisplaySpace(space)) return Composite(FrameImage::Black(size).image(), light, options);
-    // Painted straight into the plug-in's black frame: what the plate's values would have been
-    // (all 0) need not be read, converted or compared.
     CheckFrameMemory(size, 6.0 * 2.0, "--size");
-    OIIO::ImageBuf painted = Image16FromPlugin(PaintBlack(size, light, options.bandRows));
+    OIIO::ImageBuf painted = Image16FromPlugin(PaintBlack(size, light, 48, options.bandRows));
     painted.specmod().attribute("oiio:ColorSpace", space);
     return painted;
 }

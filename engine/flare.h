@@ -19,6 +19,7 @@
 
 #include <OpenImageIO/imagebuf.h>
 
+#include "engine/blend.h"
 #include "engine/colour.h"
 #include "engine/flare_instance.h"
 #include "engine/frame_image.h"
@@ -38,10 +39,12 @@ struct FlareSetup {
     host::PluginCopy copy = host::PluginCopy::private_;
 };
 
-// How a frame is handed to the plug-in and which colour space its plate is in.
+// How a frame is handed to the plug-in, which colour space its plate is in, and how the flare
+// goes over it (blend.h).
 struct FrameOptions {
     int32_t bandRows = 0;        // 0: the whole frame in one GENF
     std::string colorspace;      // the plate's; empty: linear for float pixels, sRGB for integers
+    Blend blend = kDefaultBlend;
 };
 
 // Throws naming the file unless it reads as a resource file with the flare list FLAR 1001.
@@ -61,16 +64,16 @@ public:
     void SetProgress(host::ProgressSink sink) { host_.SetProgressSink(std::move(sink)); }
     void SetCancel(const std::atomic<bool>* flag) { host_.SetInterruptFlag(flag); }
 
-    // The plate with the flare painted in: 8-bit plates through the plug-in's 32-bit path, 16-bit
-    // ones through its 48-bit path, both as they are when the plate is in sRGB; float plates, and
-    // plates in another colour space, get the pass converted to their space and added in float.
-    // The result is the plate with its colour changed (plate.h): every channel, attribute and
-    // window kept, in the plate's pixel type.
+    // The plate with the flare: its colour over its frame, the flare painted alone on black (so the
+    // dissolve can only limit the flare) and blended in as `options.blend` says (blend.h). 8-bit
+    // and 16-bit sRGB plates take the plug-in's own 32-bit and 48-bit pixels, every other plate
+    // the flare's float levels. The result is the plate with its colour changed (plate.h): every
+    // channel, attribute and window kept, in the plate's pixel type.
     // A plate handed over with std::move is painted in its own memory, without a copy.
     OIIO::ImageBuf Composite(OIIO::ImageBuf plate, const FlareLight& light, const FrameOptions& options);
 
-    // The same on a black 16-bit RGB frame of `size` (FrameImage::Black), painted straight into
-    // the plug-in's frame.
+    // The same on a black 16-bit RGB frame of `size` (FrameImage::Black): on black every blend
+    // gives the flare itself, so this is the plug-in's frame made into an image.
     OIIO::ImageBuf CompositeBlack(FrameSize size, const FlareLight& light, const FrameOptions& options);
 
     // The flare alone on black as float RGBA (flare_pass.h), converted to `space` and tagged
@@ -85,15 +88,13 @@ public:
     // With `bottomUp` the rows are written last first (FillConvertedPass).
     void PassInto(FrameSize size, const FlareLight& light, const std::string& space, float* rgba, bool bottomUp = false);
 
-    // An image already in the plug-in's terms (frame_image.h), painted in place.
-    void Paint(FrameImage& image, const FlareLight& light, int32_t bandRows);
-
     void Finish();   // FINI (the destructor sends it too, ignoring the answer)
 
 private:
-    PluginPixels PaintBlack(FrameSize size, const FlareLight& light, int32_t bandRows);
-    OIIO::ImageBuf CompositeColour(OIIO::ImageBuf plate, const FlareLight& light, const FrameOptions& options,
-                                   const std::string& space);
+    // The flare alone on black: the plug-in's pixels at `depth` (32 or 48), or float display
+    // levels (red, green, blue a pixel; 1.0 = the plug-in's full level).
+    PluginPixels PaintBlack(FrameSize size, const FlareLight& light, int16_t depth, int32_t bandRows);
+    std::vector<float> PaintLevels(FrameSize size, const FlareLight& light, int32_t bandRows);
 
     host::PluginLibrary plugin_;
     host::HostSession host_;

@@ -26,6 +26,11 @@ namespace {
 
 bool Cancelled(const std::atomic<bool>* cancel) { return cancel != nullptr && cancel->load(); }
 
+OIIO::ImageBuf FloatBlack(FrameSize size) {
+    CheckFrameMemory(size, 12.0 + 6.0 + 12.0, "--size");
+    return OIIO::ImageBuf(OIIO::ImageSpec(size.width, size.height, 3, OIIO::TypeFloat), OIIO::InitializePixels::Yes);
+}
+
 }  // namespace
 
 FlareLight RequestLight(const RenderRequest& request, FrameSize size) {
@@ -76,9 +81,13 @@ PlateFile RenderRequestedFrame(Flare& flare, const RenderRequest& request, const
         Describe(pass, flare, light);
         return SinglePart(std::move(pass), type);
     }
-    const FrameOptions options{request.bandRows, request.colorspace};   // the colour space defaults by pixel type (colour.h)
+    const FrameOptions options{request.bandRows, request.colorspace, request.blend};   // the colour space defaults by pixel type (colour.h)
     if (plateFile.empty()) {
-        PlateFile black = SinglePart(flare.CompositeBlack(size, light, options));
+        // A black frame for a float file is a float, scene-linear frame: exactly the linear pass
+        // over black. For the others it is the plug-in's frame in 16-bit sRGB.
+        PlateFile black = SinglePart(ImageFormatOf(target) == "exr"
+                                         ? flare.Composite(FloatBlack(size), light, options)
+                                         : flare.CompositeBlack(size, light, options));
         Describe(black.parts[0], flare, light);
         return black;
     }

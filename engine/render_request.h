@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/blend.h"
 #include "engine/compression.h"
 #include "engine/frame_sequence.h"
 #include "engine/option_values.h"
@@ -46,6 +47,7 @@ struct RenderRequest {
     bool passMode = false;          // the flare alone on black, with alpha, for compositing
     bool halfFloat = false;         // a pass written as half-float EXR
     std::string colorspace;         // the plate's (or the pass's) colour space; empty: by pixel type
+    Blend blend = kDefaultBlend;    // how the flare goes over the plate (blend.h)
     std::filesystem::path occlusion;    // a mask hiding the light: 1 = hidden
     int32_t jobs = 1;               // a sequence's frames rendered at once (each its own plug-in copy)
     std::filesystem::path settingsFile;   // a saved settings record to start from (a scene's is then not used)

@@ -84,6 +84,11 @@ void AddRunOptions(CLI::App& render, RenderOptions& options) {
         ->check(CLI::IsMember({"composite", "pass"}))
         ->capture_default_str();
     render.add_flag("--half", options.half, "With --mode pass and an .exr output: half floats instead of floats");
+    render.add_option("--blend", options.blend,
+                      "How the flare goes over the plate: display (the plug-in's own add on display levels, the "
+                      "same picture on a PNG and its linear EXR), add (in scene-linear light), screen")
+        ->capture_default_str()
+        ->type_name("MODE");
     render.add_option("--colorspace", options.colorspace,
                       "The plate's colour space (default: linear for float images, sRGB for others); "
                       "a pass is written in it (default: linear for .exr)")
@@ -153,6 +158,7 @@ RenderRequest CheckRenderOptions(const RenderOptions& options) {
         throw std::invalid_argument("--jobs: " + std::to_string(*options.jobs) + " must be at least 1");
     request.jobs = options.jobs.value_or(int32_t(std::max(1u, std::thread::hardware_concurrency())));
     request.colorspace = options.colorspace;
+    request.blend = ParseBlend("--blend", options.blend);
     if (options.input.empty() && options.scene.empty()) request.blackFrame = ParseFrameSize("--size", options.size);
     request.output = options.output;
     request.compression = ParseCompression("--compression", options.compression);

@@ -40,6 +40,7 @@ struct RenderOptions {
     bool half = false;
     std::string occlusion;
     std::string colorspace;
+    std::string blend = "display";
     std::string compression;
     std::optional<int32_t> jobs;
     std::string settingsFile;
