@@ -86,7 +86,6 @@ void BlendShorts(uint16_t* plate, size_t channels, const uint16_t* flareRgb, siz
 // flare's levels into linear light for add. A conversion that is no change is left out.
 struct LevelBlender::Processors {
     OIIO::ColorProcessorHandle toWork, fromWork, flareToLinear;
-    std::array<float, 3> white{1.0f, 1.0f, 1.0f};   // display white in the plate's space
 };
 
 namespace {
@@ -108,42 +107,34 @@ LevelBlender::LevelBlender(const std::string& space, engine::Blend blend) : proc
     processors_->toWork = UnlessNoOp(ColourProcessor(space, work));
     processors_->fromWork = UnlessNoOp(ColourProcessor(work, space));
     if (blend == Blend::add) processors_->flareToLinear = UnlessNoOp(ColourProcessor(kDisplaySpace, kLinearSpace));
-    Apply(processors_->fromWork, processors_->white.data(), 1);
     owned.release();
 }
 
 LevelBlender::~LevelBlender() { delete processors_; }
 
-// The plate's colour is gathered into packed RGB (so that any layout converts the same way), taken
-// to where the blend works, blended, and taken back; pixels the flare misses are not written.
+// The plate's colour is gathered into packed RGB (so that any layout converts the same way) and
+// taken to where the blend works; the blend and the plate's own value there (display blends: up
+// to white) are both taken back, and the plate gains the difference. So a plate's value is never
+// put through a round trip of conversions, which need not be exact, and the flare can only add.
 void LevelBlender::Blend(float* plate, size_t channels, const float* levels, size_t count) {
-    scratch_.resize(count * 6);
-    float* work = scratch_.data();
-    float* flare = work + count * 3;
+    scratch_.resize(count * 9);
+    float* blended = scratch_.data();
+    float* base = blended + count * 3;
+    float* flare = base + count * 3;
     for (size_t i = 0; i < count; ++i)
-        for (size_t c = 0; c < 3; ++c) work[i * 3 + c] = plate[i * channels + c], flare[i * 3 + c] = levels[i * 3 + c];
-    Apply(processors_->toWork, work, count);
+        for (size_t c = 0; c < 3; ++c) blended[i * 3 + c] = plate[i * channels + c], flare[i * 3 + c] = levels[i * 3 + c];
+    Apply(processors_->toWork, blended, count);
     Apply(processors_->flareToLinear, flare, count);
     for (size_t i = 0; i < count * 3; ++i) {
-        const float f = flare[i];
-        if (blend_ == Blend::add) {
-            work[i] += f;
-            continue;
-        }
-        // Display levels above white are kept as they are: the flare is blended with white, and
-        // what the plate holds beyond white is added back afterwards, in its own space.
-        work[i] = DisplayRule(blend_, std::min(work[i], 1.0f), f);
+        base[i] = blend_ == Blend::add ? blended[i] : std::min(blended[i], 1.0f);
+        blended[i] = blend_ == Blend::add ? base[i] + flare[i] : DisplayRule(blend_, base[i], flare[i]);
     }
-    Apply(processors_->fromWork, work, count);
+    Apply(processors_->fromWork, blended, count);
+    Apply(processors_->fromWork, base, count);
     for (size_t i = 0; i < count; ++i) {
         const float* f = &levels[i * 3];
         if (f[0] == 0.0f && f[1] == 0.0f && f[2] == 0.0f) continue;
-        for (size_t c = 0; c < 3; ++c) {
-            float& value = plate[i * channels + c];
-            const float white = processors_->white[c];
-            const float beyond = blend_ != Blend::add && value > white ? value - white : 0.0f;
-            value = work[i * 3 + c] + beyond;
-        }
+        for (size_t c = 0; c < 3; ++c) plate[i * channels + c] += std::max(blended[i * 3 + c] - base[i * 3 + c], 0.0f);
     }
 }
 

@@ -16,9 +16,9 @@
 //   screen   1 - (1 - plate)(1 - flare) on display levels: never brighter than display, it
 //            keeps highlights from burning out.
 //
-// On float plates the display-level blends work on the plate's values up to 1.0 (its display
-// white); what a plate holds above that is kept and the flare adds to it as it would to white, so
-// a highlight of 40 stays 40 and more, never 40 squared by the sRGB curve.
+// On float plates the display-level blends work on the plate's values up to display white; what
+// a plate holds above that is kept and the flare adds to it what it adds to white, so a highlight
+// of 40 stays 40 and a little more, never 40 raised by the sRGB curve.
 //
 // Everywhere, a pixel the flare does not reach keeps its value exactly.
 #ifndef VELLUX_ENGINE_BLEND_H
