@@ -11,17 +11,20 @@
 // ring elements switched off, and the darkened exposures have them switched off instead.
 //
 // Levels, 1.0 = 16320:
-//   where no channel of the painted pixel is at the ceiling, exactly painted / 16320;
-//   elsewhere (factor x rings + streaks) / 16320 from the finest exposure none of whose channels
-//   reached the ceiling at that pixel, exposures 16 and 256 times darker (kFactors); where even
-//   the darkest one clipped, its clipped value (a lower bound).
+//   where no channel of the painted pixel is at the ceiling, exactly painted / 16320, unless the
+//   exposure 16 times darker shows the pixel brighter than its quantisation allows (a table entry
+//   the plug-in clamped at 16320, blended into a pixel below the ceiling, below);
+//   elsewhere (factor x rings + streaks) / 16320 from the finest exposure that did not clip there
+//   and that the next darker one agrees with, the exposures 16 and 256 times darker (kFactors);
+//   where even the darkest one clipped, its clipped value (a lower bound).
 // Headroom: 256 times the full level (up to 256.0 plus the streaks).
 // Quantisation: a recovered level moves in steps of factor / 16320 (about 0.001 from the 1/16
-// exposure, about 0.016 from the 1/256 one), and the darker tables round each stop and each table
-// entry on their own scale: a recovered value is within about factor x (1.5 + the element's
-// intensity / 2) / 16320 of the truth for each ring element covering the pixel, under 0.3% of the
-// level for every bracket. The halo's colour is matched to the light's colour bytes each frame, so
-// its darkening is as close as 16 bits allow.
+// exposure, 0.016 from the 1/256 one). The darker tables also round every stop and table entry on
+// their own scale, and the rounding of a stop grows with the element's intensity (flare x light
+// intensity): exposures are trusted to agree within Tolerance (factor x 8 / 16320 plus 1/32 of
+// the level). Measured on a 640x360 flare at flare intensity 2: light intensity 4 against four
+// times intensity 1 within that; at light intensity 32 (reflections 64 times as bright as
+// their stops) the 1/256 exposure is off by up to about 2.5%.
 //
 // The ceiling. The dissolve lowers the plug-in's ceiling to 16320 x (1 - dissolve) and scales
 // every element's brightness by the same 1 - dissolve: a pixel at that lowered ceiling is one
@@ -33,8 +36,9 @@
 // truncated), which can differ by one; with a ceiling of 0 (dissolve 1) nothing is painted and
 // nothing counts as clipped.
 // A table entry that the plug-in clamped at 16320 is blended with its unclamped neighbour into
-// pixels that can stay below the ceiling; such pixels, on the edge of a clipped region, keep the
-// painted level.
+// pixels that can stay below the ceiling, at any level. Those lie on the clipping element's own
+// circle, so every lit pixel of the rows from 8 above the first clipped row to 8 below the last
+// is checked against the next darker exposure, and the same again between exposures.
 //
 // An ExposureBrackets belongs to one Flare and serves the thread that renders with it: its
 // exposures are private copies of the plug-in (which keeps process statics), loaded with the

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -158,7 +157,9 @@ TEST_F(ExposureBracketsTest, LevelsScaleWithTheLightAndTheDissolve) {
         const Levelled reference = Render(test.reference.edits, test.reference.intensity);
         size_t recovered = 0;
         for (size_t i = 0; i < Pixels(); ++i) {
-            if (test.referencePainted) ASSERT_FALSE(reference.Clipped(i)) << i;
+            if (test.referencePainted) {
+                ASSERT_FALSE(reference.Clipped(i)) << i;
+            }
             recovered += scaled.Clipped(i);
             for (int c = 0; c < 3; ++c) {
                 const double expected = test.k * double(reference.Level(i, c)) * kFullChannel;
