@@ -72,6 +72,9 @@
 //   ConvertedFlarePass                    the pass from the plug-in's frame, in a colour space
 //   CompositePainted, FillConvertedPass   the same from the plug-in's frame, band by band, never whole
 //   PassFileType                          a pass's file type by extension
+#include "engine/hdr_pass.h"
+//   ExposureBrackets(setup)               darker exposures of one Flare's flare, for levels past its ceiling
+//   ExposureBrackets::Levels(control, light, painted, rgb)  the levels, up to 256x the full level
 #include "engine/colour.h"
 //   ChooseColorspace(option, name, float) the plate's space, by name or by pixel type
 //   ConvertPass(pass, space)              the pass into a colour space, tagged oiio:ColorSpace

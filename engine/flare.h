@@ -50,6 +50,10 @@ struct FrameOptions {
 // Throws naming the file unless it reads as a resource file with the flare list FLAR 1001.
 void CheckFlareTable(const std::filesystem::path& table);
 
+// The table file a setup's Flare reads: the one its table names (table_search.h), or the default
+// one; empty when there is none (the plug-in then reads Vellux.rsc from the host's home folder).
+std::filesystem::path FlareTableFile(const FlareSetup& setup);
+
 class Flare {
 public:
     explicit Flare(const FlareSetup& setup);

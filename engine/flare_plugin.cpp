@@ -26,8 +26,12 @@ void CheckFlareTable(const std::filesystem::path& table) {
 // name or path, table_search.h; none chosen: the default one found there),
 // checked first so that a wrong file gets a message about the file rather than the plug-in's
 // "missing resource".
+std::filesystem::path FlareTableFile(const FlareSetup& setup) {
+    return setup.table.empty() ? FindDefaultTable() : FindTable(setup.table.string());
+}
+
 Flare::Flare(const FlareSetup& setup) : plugin_(setup.plugin.string(), setup.copy) {
-    const std::filesystem::path table = setup.table.empty() ? FindDefaultTable() : FindTable(setup.table.string());
+    const std::filesystem::path table = FlareTableFile(setup);
     if (!table.empty()) {
         CheckFlareTable(table);
         host_.SetFileSubstitute("Vellux.rsc", std::filesystem::absolute(table));
