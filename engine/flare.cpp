@@ -8,6 +8,8 @@
 #include "engine/blend.h"
 #include "engine/colour.h"
 #include "engine/flare_pass.h"
+#include "engine/frame_memory.h"
+#include "engine/hdr_pass.h"
 #include "engine/plate.h"
 
 namespace vellux::engine {
@@ -87,25 +89,35 @@ std::vector<float> Flare::PaintLevels(FrameSize size, const FlareLight& light, i
     const PluginPixels painted = PaintBlack(size, light, 48, bandRows);
     CheckFrameMemory(size, 12.0, "the flare");
     std::vector<float> levels(size_t(size.width) * size_t(size.height) * 3);
-    for (size_t i = 0; i < levels.size() / 3; ++i)
-        for (int c = 0; c < 3; ++c) levels[i * 3 + size_t(c)] = FromPluginScaleFloat(painted.Channel48(i, c));
+    if (!brackets_) brackets_ = {new ExposureBrackets(setup_), [](ExposureBrackets* made) { delete made; }};
+    brackets_->Levels(host_.controlData(), light, painted, levels.data());
     return levels;
 }
 
 OIIO::ImageBuf Flare::Pass(FrameSize size, const FlareLight& light, int32_t bandRows, const std::string& space) {
-    CheckFrameMemory(size, 6.0 + 16.0, "the flare pass");
-    return ConvertedFlarePass(PaintBlack(size, light, 48, bandRows), space);
+    const std::vector<float> levels = PaintLevels(size, light, bandRows);
+    CheckFrameMemory(size, 16.0, "the flare pass");
+    OIIO::ImageSpec layout(size.width, size.height, 4, OIIO::TypeFloat);
+    layout.alpha_channel = 3;
+    OIIO::ImageBuf pass(layout, OIIO::InitializePixels::No);   // packed float RGBA in its own memory
+    AdviseFrameMemory(pass.localpixels(), layout.image_bytes());
+    FillPassFromLevels(levels.data(), size.width, size.height, space, static_cast<float*>(pass.localpixels()));
+    pass.specmod().attribute("oiio:ColorSpace", space);
+    return pass;
 }
 
 void Flare::PassInto(FrameSize size, const FlareLight& light, const std::string& space, float* rgba, bool bottomUp) {
     if (!black_ || black_->width != size.width || black_->height != size.height) {
-        CheckFrameMemory(size, 6.0, "the flare pass");
+        CheckFrameMemory(size, 6.0 + 12.0, "the flare pass");
         black_.emplace(size.width, size.height, 48);
+        levels_.resize(size_t(size.width) * size_t(size.height) * 3);
     } else {
         std::fill(black_->bytes.begin(), black_->bytes.end(), uint8_t(0));
     }
     RenderFrame(*instance_, light, *black_, 0);
-    FillConvertedPass(*black_, space, rgba, bottomUp);
+    if (!brackets_) brackets_ = {new ExposureBrackets(setup_), [](ExposureBrackets* made) { delete made; }};
+    brackets_->Levels(host_.controlData(), light, *black_, levels_.data());
+    FillPassFromLevels(levels_.data(), size.width, size.height, space, rgba, bottomUp);
 }
 
 // Every plate takes one route: its colour over its frame, the flare painted alone on black, the

@@ -13,6 +13,7 @@
 #define VELLUX_ENGINE_FLARE_H
 
 #include <atomic>
+#include <memory>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -30,6 +31,8 @@
 #include "host/plugin_library.h"
 
 namespace vellux::engine {
+
+class ExposureBrackets;   // hdr_pass.h
 
 struct FlareSetup {
     std::filesystem::path plugin;                 // the plug-in file (plugin_location.h finds it)
@@ -100,10 +103,16 @@ private:
     PluginPixels PaintBlack(FrameSize size, const FlareLight& light, int16_t depth, int32_t bandRows);
     std::vector<float> PaintLevels(FrameSize size, const FlareLight& light, int32_t bandRows);
 
+    FlareSetup setup_;   // what the exposure brackets load: the same plug-in and table
     host::PluginLibrary plugin_;
     host::HostSession host_;
     std::optional<PluginInstance> instance_;
     std::optional<PluginPixels> black_;   // PassInto's frame, made black again for each render
+    std::vector<float> levels_;           // and its levels
+    // The darker exposures that lift float levels past the plug-in's ceiling (hdr_pass.h), made
+    // the first time float levels are painted; deleted by the image side of the engine, which
+    // made them (this part of the class is also built into the core, which does not link it).
+    std::unique_ptr<ExposureBrackets, void (*)(ExposureBrackets*)> brackets_{nullptr, nullptr};
 };
 
 }  // namespace vellux::engine

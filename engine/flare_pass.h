@@ -43,6 +43,13 @@ void FillFlarePassRows(const PluginPixels& painted, int32_t y0, int32_t y1, floa
 // `bottomUp`, its rows in the opposite order (the last first, as some hosts keep images).
 void FillConvertedPass(const PluginPixels& painted, const std::string& space, float* rgba, bool bottomUp = false);
 
+// A pass from the flare's float levels (red, green, blue a pixel, 1.0 = 16320; above 1.0 where
+// they were recovered past the plug-in's ceiling, hdr_pass.h), converted to `space`, into
+// `rgba` (rows bottom up if asked): a level the plug-in could have painted converts exactly as
+// FillConvertedPass converts it, the others through the colour configuration.
+void FillPassFromLevels(const float* levels, int32_t width, int32_t height, const std::string& space, float* rgba,
+                        bool bottomUp = false);
+
 // The pass converted to `space` and tagged with it: exactly ConvertPass(FlarePassFromPlugin(painted), space).
 OIIO::ImageBuf ConvertedFlarePass(const PluginPixels& painted, const std::string& space);
 

@@ -30,7 +30,7 @@ std::filesystem::path FlareTableFile(const FlareSetup& setup) {
     return setup.table.empty() ? FindDefaultTable() : FindTable(setup.table.string());
 }
 
-Flare::Flare(const FlareSetup& setup) : plugin_(setup.plugin.string(), setup.copy) {
+Flare::Flare(const FlareSetup& setup) : setup_(setup), plugin_(setup.plugin.string(), setup.copy) {
     const std::filesystem::path table = FlareTableFile(setup);
     if (!table.empty()) {
         CheckFlareTable(table);

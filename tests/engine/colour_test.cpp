@@ -57,7 +57,9 @@ TEST_F(Colour, ALinearRenderViewedAsSrgbMatchesTheDisplayRenderWithinOneLevel) {
     float worst = 0.0f, brightest = 0.0f;
     size_t changed = 0;
     for (size_t i = 0; i < a.size(); ++i) {
-        worst = std::max(worst, std::abs(a[i] * 255.0f - b[i] * 255.0f));
+        // As a display shows it: the linear render goes past white where the flare was recovered
+        // above the plug-in's full level.
+        worst = std::max(worst, std::abs(a[i] * 255.0f - std::min(b[i], 1.0f) * 255.0f));
         brightest = std::max(brightest, a[i]);
         changed += std::abs(raw[i] - a[i]) > 2.0f / 255.0f;
     }
@@ -73,7 +75,7 @@ TEST_F(Colour, PassesAreConvertedTaggedAndKeepTheirAlphaRule) {
     EXPECT_EQ(pass.spec().get_string_attribute("oiio:ColorSpace"), "linear");
     for (OIIO::ImageBuf::ConstIterator<float> p(pass), d(display); !p.done(); ++p, ++d) {
         ASSERT_EQ(p[3], std::min(std::max({p[0], p[1], p[2]}), 1.0f));
-        ASSERT_LE(p[0], d[0] + 1e-6f);   // linear is never brighter than sRGB below 1
+        if (d[0] <= 1.0f) ASSERT_LE(p[0], d[0] + 1e-6f);   // linear is never brighter than sRGB below 1
     }
     EXPECT_EQ(ChooseColorspace("--colorspace", "", false), "sRGB");
     EXPECT_EQ(ChooseColorspace("--colorspace", "srgb", true), "sRGB");
