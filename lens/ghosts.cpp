@@ -65,11 +65,13 @@ std::vector<Ghost> Ghosts(const Prescription& lens, const GhostOptions& options)
     const double stopRadius = StopRadius(lens, fNumber);
     const double pupilRadius = data.focalLength / fNumber / 2.0;
     const double flareUnit = std::min(options.sensorWidth, options.sensorHeight);
+    const double pi = std::acos(-1.0);
+    const double frameArea = pi * (data.focalLength / flareUnit) * (data.focalLength / flareUnit);
     std::vector<Ghost> ghosts;
     for (size_t i = 0; i < lens.surfaces.size(); ++i) {
         for (size_t j = i + 1; j < lens.surfaces.size(); ++j) {
             if (lens.surfaces[i].stop || lens.surfaces[j].stop) continue;
-            Ghost ghost{i, j, {}, {}, {}};
+            Ghost ghost{i, j, {}, {}, {}, {}};
             bool seen = true;
             for (size_t w = 0; w < kWavelengths.size() && seen; ++w) {
                 const double wavelength = kWavelengths[w];
@@ -86,7 +88,9 @@ std::vector<Ghost> Ghosts(const Prescription& lens, const GhostOptions& options)
                 const double disc = std::max(image->radius, kSmallestDisc);
                 ghost.position[w] = image->position;
                 ghost.radius[w] = image->radius / flareUnit;
-                ghost.brightness[w] = reflectance(i) * reflectance(j) * (pupilRadius / disc) * (pupilRadius / disc);
+                const double reflected = reflectance(i) * reflectance(j);
+                ghost.brightness[w] = reflected * (pupilRadius / disc) * (pupilRadius / disc);
+                ghost.light[w] = reflected * frameArea;
             }
             if (seen) ghosts.push_back(ghost);
         }

@@ -7,6 +7,11 @@
 //   radius      in flare units (the frame's smaller side), from the sensor's size
 //   brightness  the two reflectances, spread over the disc: R_i R_j (pupil radius / disc radius)^2,
 //               the disc's irradiance over the light's at the lens
+//   light       what the ghost carries, against a frame exposed for a white surface lit by the same
+//               light (whose image has the light's irradiance over 4 N^2): the area, in flare
+//               units squared, of that white which holds as much, R_i R_j pi (focal length / flare
+//               unit)^2. It is the same at every f-number: stopping down gathers it into a smaller,
+//               brighter disc.
 #ifndef VELLUX_LENS_GHOSTS_H
 #define VELLUX_LENS_GHOSTS_H
 
@@ -34,6 +39,7 @@ struct Ghost {
     std::array<double, 3> position{};          // per wavelength
     std::array<double, 3> radius{};            // flare units
     std::array<double, 3> brightness{};
+    std::array<double, 3> light{};
     double Brightest() const;
 };
 

@@ -96,17 +96,23 @@ TEST(Ghosts, AreSortedBrightestFirstWithColourFromTheCoating) {
     EXPECT_TRUE(tinted);
 }
 
-TEST(Tables, HoldTheBrightestGhostsAfterGlowAndHalo) {
+TEST(Tables, HoldTheBrightestGhostsAfterGlowAndHaloThenAGreyVeil) {
     const Prescription lens = ReadPrescription(kLenses + "/double-gauss-50mm.json");
     const std::vector<Ghost> ghosts = Ghosts(lens, {});
     const auto source = LensTableSource(lens, ghosts, 2.0, {8, 1.0});
     const auto& resources = source["resources"];
-    ASSERT_EQ(resources.size(), 1u + 3u + 8u);
-    EXPECT_EQ(resources[0]["flare"]["elements"][0]["last"], 2011);
+    ASSERT_EQ(resources.size(), 1u + 3u + 8u + 1u);   // the lens has ghosts wider than the frame
+    EXPECT_EQ(resources[0]["flare"]["elements"][0]["last"], 2012);
     const auto& first = resources[4]["ring"];
     EXPECT_EQ(first["type"], 4);
     EXPECT_EQ(first["offset"], std::lround(ghosts[0].position[1] * kTableUnits));
     EXPECT_EQ(first["stops"].back()["red"], 0);
+    const auto& veil = resources.back()["ring"];
+    EXPECT_EQ(veil["offset"], 0);   // centred on the frame
+    const auto& level = veil["stops"][0];
+    EXPECT_GT(level["green"], 0);
+    EXPECT_EQ(level["red"], level["green"]);
+    EXPECT_EQ(level["blue"], level["green"]);
 }
 
 struct BadLens {
