@@ -58,20 +58,24 @@ engine::PixelView HostFrame(uint32_t* frame, int width, int height) {
 
 }  // namespace
 
+// The flare is painted on black and blended in, so that the dissolve only ever limits the flare
+// (blend.h). The plug-in's own add with nothing to fade is the same as painting straight into the
+// host's frame, which needs no frame of the filter's own: that is done then.
 void FilterInstance::Update(const uint32_t* in, uint32_t* out) {
     const std::lock_guard lock(mutex_);
     const size_t count = size_t(width_) * size_t(height_);
     if (!settings_.flareOnly && in != out) std::memcpy(out, in, count * 4);
-    if (settings_.flareOnly) {
-        if (pixels_.bytes.empty()) pixels_ = engine::PluginPixels(width_, height_, 32);   // only this mode needs it
-        constexpr uint8_t kOpaqueBlack[4] = {255, 0, 0, 0};   // the plug-in's a, r, g, b
-        for (size_t i = 0; i < count; ++i) std::memcpy(pixels_.bytes.data() + i * 4, kOpaqueBlack, 4);
+    const bool inPlace = !settings_.flareOnly && settings_.blend == engine::Blend::display &&
+                         settings_.edits.dissolve.value_or(0.0) == 0.0;
+    if (!inPlace) {
+        if (pixels_.bytes.empty()) pixels_ = engine::PluginPixels(width_, height_, 32);   // made on first use
+        std::fill(pixels_.bytes.begin(), pixels_.bytes.end(), uint8_t(0));
     }
     try {
         engine::Flare& flare = FlareFor(settings_.table);
         flare.instance().EditSettings(settings_.edits);
         engine::RenderFrame(flare.instance(), LightOn(settings_, width_, height_),
-                            settings_.flareOnly ? pixels_.View() : HostFrame(out, width_, height_), 0);
+                            inPlace ? HostFrame(out, width_, height_) : pixels_.View(), 0);
     } catch (const std::exception& error) {
         // Refused before painting (a table, the settings): the frame passes through unchanged.
         Report(error.what());
@@ -79,9 +83,13 @@ void FilterInstance::Update(const uint32_t* in, uint32_t* out) {
         flare_.reset();   // tried afresh on the next frame
         return;
     }
-    if (!settings_.flareOnly) return;
-    const uint8_t* plugin = pixels_.bytes.data();
+    if (inPlace) return;
     auto* target = reinterpret_cast<uint8_t*>(out);
+    if (!settings_.flareOnly) {
+        engine::BlendBytes(target, 4, pixels_.bytes.data(), count, settings_.blend);
+        return;
+    }
+    const uint8_t* plugin = pixels_.bytes.data();
     for (size_t i = 0; i < count; ++i) {
         const uint8_t* argb = plugin + i * 4;
         uint8_t* rgba = target + i * 4;

@@ -25,7 +25,7 @@ public:
     void GetParam(int index, void* value);
 
     // One frame: RGBA8888 in, RGBA8888 out (the same buffer allowed). The flare is painted through
-    // the plug-in's 32-bit path, the input's alpha kept; with Flare only, the flare alone with its
+    // the plug-in's 32-bit path and blended in as the Blend parameter says, the input's alpha kept; with Flare only, the flare alone with its
     // brightest channel as alpha and the colour unpremultiplied (straight alpha, as editors
     // composite overlays).
     void Update(const uint32_t* in, uint32_t* out);
@@ -39,7 +39,8 @@ private:
     FilterSettings settings_;
     std::unique_ptr<engine::Flare> flare_;
     std::string flareTable_;                // the table the flare was made with
-    engine::PluginPixels pixels_;           // Flare only: the flare painted on black, made on first use
+    engine::PluginPixels pixels_;           // the flare painted on black, made on first use (not needed
+                                            // for the plug-in's own add without a dissolve)
     std::set<std::string> reported_;
 };
 

@@ -101,6 +101,7 @@ f0r_param_info_t ParamInfo(int index) {
     case 1: return {"Light colour", F0R_PARAM_COLOR, "The light's colour, which tints the reflections"};
     case 7: return {"Ring colour", F0R_PARAM_COLOR, "The colour of the halo"};
     case 23: return {"Flare table", F0R_PARAM_STRING, "The lens: a flare table's name (Vellux, LongZoom, CleanPrime) or .rsc file; empty for the default"};
+    case 26: return {"Blend", F0R_PARAM_STRING, "How the flare goes over the frame: display (as the plug-in adds it), add (in linear light) or screen"};
     default: return {"", F0R_PARAM_DOUBLE, ""};
     }
 }
@@ -138,6 +139,16 @@ std::string SetParam(FilterSettings& s, int index, const void* value) {
         s.table = text != nullptr ? text : "";
         return {};
     }
+    case 26: {
+        const char* text = *static_cast<const char* const*>(value);
+        try {
+            s.blend = engine::ParseBlend("Blend", text != nullptr ? text : "");
+        } catch (const std::invalid_argument& error) {
+            s.blend = engine::kDefaultBlend;
+            return std::string(error.what()) + "; display is used";
+        }
+        return {};
+    }
     default: return "no parameter " + std::to_string(index);
     }
 }
@@ -156,6 +167,8 @@ void GetParam(const FilterSettings& s, int index, void* value) {
         *static_cast<f0r_param_color_t*>(value) = ColourFor(*s.edits.ringColor);
     } else if (index == 23) {
         *static_cast<const char**>(value) = s.table.c_str();
+    } else if (index == 26) {
+        *static_cast<const char**>(value) = engine::BlendName(s.blend);
     }
 }
 

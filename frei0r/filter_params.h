@@ -26,6 +26,8 @@
 //   23  Flare table           string     a table's name or .rsc path; empty: the default
 //   24  Light X               double     the light's x again, for hosts that   -1..2
 //   25  Light Y               double     key only numbers (MLT): the last set wins  -1..2
+//   26  Blend                 string     how the flare goes over the frame: display (the
+//                                        plug-in's own add, the default), add (linear light), screen
 //
 // Hosts that set parameters by position (ffmpeg) need not give 24 and 25; the light's position
 // comes first.
@@ -39,6 +41,7 @@
 
 #include "frei0r/frei0r_api.h"
 
+#include "engine/blend.h"
 #include "engine/flare_instance.h"
 #include "engine/plugin_settings.h"
 
@@ -53,11 +56,12 @@ struct FilterSettings {
     engine::SettingEdits edits = DefaultEdits();
     bool flareOnly = false;
     std::string table;
+    engine::Blend blend = engine::kDefaultBlend;
 
     static engine::SettingEdits DefaultEdits();   // the plug-in's own defaults, every field given
 };
 
-inline constexpr int kParamCount = 26;
+inline constexpr int kParamCount = 27;
 
 // frei0r's description of parameter `index` (0..kParamCount-1); the texts live as long as the program.
 f0r_param_info_t ParamInfo(int index);

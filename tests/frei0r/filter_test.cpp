@@ -121,21 +121,30 @@ TEST(Frei0rFilter, SlidersMapOntoTheSettingsAndBack) {
     EXPECT_EQ(settings.edits.halo, false);
 }
 
-// An 8-bit frame gets exactly the engine's flare (the plug-in's 32-bit path), every alpha kept
-// (the plug-in paints the host's frame itself): into another buffer and in place, even and odd
-// sizes.
+void SetBlend(f0r_instance_t instance, const char* name) { TheFilter().set(instance, &name, 26); }
+
+// An 8-bit frame gets exactly the engine's flare (the plug-in's 32-bit path, blended as asked),
+// every alpha kept: into another buffer and in place, even and odd sizes, each blend, with and
+// without a dissolve (the plug-in's own add without one is painted straight into the host's frame).
 TEST(Frei0rFilter, PixelsAreTheEnginesAndAlphaIsKept) {
     struct Case {
         int w, h;
         bool inPlace;
+        engine::Blend blend;
+        double dissolve;
     };
-    for (const Case c : {Case{160, 90, false}, Case{1001, 151, false}, Case{1001, 151, true}}) {
-        SCOPED_TRACE(testing::Message() << c.w << "x" << c.h << (c.inPlace ? " in place" : ""));
+    for (const Case c : {Case{160, 90, false, engine::Blend::display, 0.0}, Case{1001, 151, false, engine::Blend::display, 0.0},
+                         Case{1001, 151, true, engine::Blend::display, 0.0}, Case{161, 91, true, engine::Blend::display, 0.5},
+                         Case{160, 90, false, engine::Blend::add, 0.25}, Case{161, 91, true, engine::Blend::screen, 0.0}}) {
+        SCOPED_TRACE(testing::Message() << c.w << "x" << c.h << (c.inPlace ? " in place " : " ")
+                                        << engine::BlendName(c.blend) << ", dissolve " << c.dissolve);
         const Filter& filter = TheFilter();
         f0r_instance_t instance = filter.construct(c.w, c.h);
         const f0r_param_position_t at{0.4, 0.3};
         filter.set(instance, const_cast<f0r_param_position_t*>(&at), 0);
         SetDouble(instance, 8, 0.6);   // star filter 6
+        SetDouble(instance, 5, c.dissolve);
+        SetBlend(instance, engine::BlendName(c.blend));
         const std::vector<uint32_t> in = Frame(c.w, c.h);
         std::vector<uint32_t> out = in;
         if (c.inPlace) filter.update(instance, 0.0, out.data(), out.data());
@@ -147,14 +156,42 @@ TEST(Frei0rFilter, PixelsAreTheEnginesAndAlphaIsKept) {
         engine::FlareSetup setup;
         setup.plugin = VELLUX_PLUGIN_PATH;
         setup.edits.starFilter = 6;
+        setup.edits.dissolve = c.dissolve;
         engine::Flare flare(setup);
         engine::FlareLight light;
         light.x = 0.4 * c.w, light.y = 0.3 * c.h;
-        const OIIO::ImageBuf painted = flare.Composite(plate, light, {});
+        const OIIO::ImageBuf painted = flare.Composite(plate, light, {0, "", c.blend});
         std::vector<uint32_t> expected(in.size());
         painted.get_pixels(painted.roi(), OIIO::TypeUInt8, expected.data());
         EXPECT_EQ(out, expected);
         EXPECT_NE(out, in);
+    }
+}
+
+// Dissolve fades the flare over a frame: no channel below the input's, none brighter than with a
+// smaller dissolve, the frame itself at 1.
+TEST(Frei0rFilter, DissolveFadesTheFlareAndNeverDarkensTheFrame) {
+    constexpr int w = 200, h = 120;
+    const Filter& filter = TheFilter();
+    std::vector<uint32_t> in = Frame(w, h);
+    for (size_t i = 0; i < in.size(); i += 3) in[i] |= 0x00f0f0f0u;   // bright pixels, where a ceiling would show
+    std::vector<uint32_t> previous;
+    for (const double dissolve : {0.0, 0.25, 0.5, 0.75, 1.0}) {
+        f0r_instance_t instance = filter.construct(w, h);
+        SetDouble(instance, 5, dissolve);
+        const std::vector<uint32_t> out = Render(instance, in);
+        filter.destruct(instance);
+        size_t darkened = 0, risen = 0;
+        for (size_t i = 0; i < in.size() * 4; ++i) {
+            const auto byte = [i](const std::vector<uint32_t>& frame) { return reinterpret_cast<const uint8_t*>(frame.data())[i]; };
+            darkened += byte(out) < byte(in);
+            if (!previous.empty()) risen += byte(out) > byte(previous);
+        }
+        EXPECT_EQ(darkened, 0u) << "dissolve " << dissolve;
+        EXPECT_EQ(risen, 0u) << "dissolve " << dissolve;
+        if (dissolve == 1.0) EXPECT_EQ(out, in);
+        else EXPECT_NE(out, in);
+        previous = out;
     }
 }
 
@@ -195,11 +232,13 @@ TEST(Frei0rFilter, BadValuesAreReportedOnceAndRenderingGoesOn) {
     SetDouble(instance, 5, -3.0);
     const char* table = "/nonexistent/table.rsc";
     filter.set(instance, &table, 23);
+    SetBlend(instance, "multiply");
     const std::vector<uint32_t> first = Render(instance, in), second = Render(instance, in);
     const std::string messages = testing::internal::GetCapturedStderr();
     filter.destruct(instance);
     for (const char* message : {"Flare intensity: nan is not a number; ignored", "Dissolve: -3 is outside 0..1; clamped",
-                                "Flare table: /nonexistent/table.rsc: no such flare table file; the default table is used"})
+                                "Flare table: /nonexistent/table.rsc: no such flare table file; the default table is used",
+                                "Blend: 'multiply' is not a blend mode (display, add, screen); display is used"})
         EXPECT_NE(messages.find(message), std::string::npos) << messages;
     EXPECT_EQ(messages.find("nan is not a number"), messages.rfind("nan is not a number"));   // once
     EXPECT_EQ(first, second);

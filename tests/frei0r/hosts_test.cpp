@@ -43,17 +43,41 @@ protected:
 };
 
 // ffmpeg sets parameters by position: light position, colour, intensity, radius, flare intensity,
-// dissolve, ring size, ring colour, star filter.
+// dissolve, ring size, ring colour, star filter. With and without a dissolve, on the sample frame.
 TEST_F(Frei0rHosts, FfmpegGivesTheToolsPixels) {
-    const std::string params = "0.62/0.3|1/0.75/0.5|0.25|0|0.5|0|0.22|0x50140A|0.4";
-    ASSERT_EQ(Run("ffmpeg -v error -y -i '" VELLUX_SAMPLE_FRAME "' -vf 'frei0r=filter_name=vellux:filter_params=" +
-                  params + "' -pix_fmt rgb24 -frames:v 1 ffmpeg.png"), 0);
-    ASSERT_EQ(Run("'" VELLUX_TOOL_PATH "' render -q -i '" VELLUX_SAMPLE_FRAME
-                  "' --light-fraction 0.62,0.3 --color 255,191,128 --flare-intensity 1 --star-filter 4 -o tool.png"), 0);
-    const std::vector<float> ffmpeg = Pixels("ffmpeg.png"), tool = Pixels("tool.png");
-    ASSERT_FALSE(tool.empty());
-    EXPECT_EQ(ffmpeg, tool);
-    EXPECT_NE(tool, Pixels(VELLUX_SAMPLE_FRAME));
+    for (const char* dissolve : {"0", "0.5"}) {
+        SCOPED_TRACE(std::string("dissolve ") + dissolve);
+        const std::string params = "0.62/0.3|1/0.75/0.5|0.25|0|0.5|" + std::string(dissolve) + "|0.22|0x50140A|0.4";
+        ASSERT_EQ(Run("ffmpeg -v error -y -i '" VELLUX_SAMPLE_FRAME "' -vf 'frei0r=filter_name=vellux:filter_params=" +
+                      params + "' -pix_fmt rgb24 -frames:v 1 ffmpeg.png"), 0);
+        ASSERT_EQ(Run("'" VELLUX_TOOL_PATH "' render -q -i '" VELLUX_SAMPLE_FRAME "' --light-fraction 0.62,0.3 "
+                      "--color 255,191,128 --flare-intensity 1 --star-filter 4 --dissolve " + std::string(dissolve) +
+                      " -o tool.png"), 0);
+        const std::vector<float> ffmpeg = Pixels("ffmpeg.png"), tool = Pixels("tool.png");
+        ASSERT_FALSE(tool.empty());
+        EXPECT_EQ(ffmpeg, tool);
+        EXPECT_NE(tool, Pixels(VELLUX_SAMPLE_FRAME));
+    }
+}
+
+// MLT sets parameters by name, the blend among them. On a grey frame: screen never goes above the
+// plug-in's own add, and takes less where the flare is bright; neither darkens the grey.
+TEST_F(Frei0rHosts, MeltBlendsAsAsked) {
+    for (const char* blend : {"display", "screen"})
+        ASSERT_EQ(Run("melt -silent -profile atsc_720p_25 color:0x808080ff out=0 -filter frei0r.vellux Blend=" +
+                      std::string(blend) + " -consumer avformat:" + blend + ".png vcodec=png"), 0) << blend;
+    const std::vector<float> display = Pixels("display.png"), screen = Pixels("screen.png");
+    ASSERT_EQ(display.size(), 1280u * 720u * 3u);
+    ASSERT_EQ(screen.size(), display.size());
+    size_t above = 0, below = 0, darkened = 0;
+    for (size_t i = 0; i < display.size(); ++i) {
+        above += screen[i] > display[i] + 2.0f / 255.0f;   // the frame's trip through the consumer rounds
+        below += screen[i] < display[i] - 8.0f / 255.0f;
+        darkened += screen[i] < 0.5f - 3.0f / 255.0f;
+    }
+    EXPECT_EQ(above, 0u);
+    EXPECT_GT(below, 1000u);
+    EXPECT_EQ(darkened, 0u);
 }
 
 TEST_F(Frei0rHosts, FfmpegRendersA1080pClip) {
