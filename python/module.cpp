@@ -76,7 +76,8 @@ public:
 
     py::array Render(const py::array& image, const std::array<double, 2>& at, const std::array<int, 3>& color,
                      double intensity, double radius, double pixelAspect, const std::optional<py::array>& occlusion,
-                     const std::optional<std::string>& colorspace) {
+                     const std::optional<std::string>& colorspace, const std::string& blendName) {
+        const engine::Blend blend = engine::ParseBlend("blend", blendName);
         const ArrayImage plate = ImageFromArray(image, "image");
         engine::FlareLight light = LightOf(at, color, intensity, radius, pixelAspect);
         if (occlusion) {
@@ -88,7 +89,7 @@ public:
             py::gil_scoped_release unlocked;
             const std::lock_guard lock(mutex_);
             flare_->instance().EditSettings(edits_);
-            painted = flare_->Composite(plate.image, light, {0, colorspace.value_or("")});
+            painted = flare_->Composite(plate.image, light, {0, colorspace.value_or(""), blend});
         }
         return ArrayFromImage(std::move(painted), image.dtype());
     }
@@ -193,7 +194,7 @@ PYBIND11_MODULE(_vellux, m) {
         .def("set", &PyFlare::Set)
         .def_property_readonly("table", &PyFlare::table)
         .def("render", &PyFlare::Render, py::arg("image"), py::arg("light"), py::arg("color"), py::arg("intensity"),
-             py::arg("radius"), py::arg("pixel_aspect"), py::arg("occlusion"), py::arg("colorspace"))
+             py::arg("radius"), py::arg("pixel_aspect"), py::arg("occlusion"), py::arg("colorspace"), py::arg("blend"))
         .def("pass_", &PyFlare::Pass, py::arg("width"), py::arg("height"), py::arg("light"), py::arg("color"),
              py::arg("intensity"), py::arg("radius"), py::arg("pixel_aspect"), py::arg("colorspace"))
         .def("pass_into", &PyFlare::PassInto, py::arg("out"), py::arg("light"), py::arg("color"), py::arg("intensity"),

@@ -113,7 +113,7 @@ class Flare:
         return self._flare.table
 
     def render(self, image, light=(0.0, 0.0), color=(255, 255, 255), intensity=1.0, radius=0.0,
-               occlusion=None, colorspace=None, pixel_aspect=1.0):
+               occlusion=None, colorspace=None, pixel_aspect=1.0, blend="display"):
         """The image with the flare painted in, as a new array of the same dtype and shape.
 
         image       H x W x 3 or x 4, uint8, uint16, float16 or float32, any strides; alpha kept
@@ -129,13 +129,17 @@ class Flare:
                     configuration); None: linear for float arrays, sRGB for integer ones
         pixel_aspect  the width of the image's pixels over their height (1 for square pixels): the
                     flare stays round when the image is shown stretched
+        blend       how the flare goes over the image: "display" (the plug-in's own add on
+                    display levels: the same picture on a PNG and its linear EXR), "add" (in
+                    scene-linear light, the physical one) or "screen"
 
-        Integer images in sRGB go through the plug-in's own paths (uint8: its 32-bit path) and
-        equal the vellux tool's output pixel for pixel; float images get the flare converted to
-        their colour space and added in float.
+        The flare is painted alone and blended in, so the dissolve fades it and never touches the
+        image. Integer images in sRGB take the plug-in's own pixels (uint8: its 32-bit path);
+        float images the flare's float levels, past 1.0 where it is brighter than the plug-in's
+        full level. Every result equals the vellux tool's output pixel for pixel.
         """
         return self._flare.render(image, tuple(light), tuple(color), float(intensity), float(radius),
-                                  float(pixel_aspect), occlusion, colorspace)
+                                  float(pixel_aspect), occlusion, colorspace, blend)
 
     def pass_(self, width, height, light=(0.0, 0.0), color=(255, 255, 255), intensity=1.0, radius=0.0,
               colorspace=None, pixel_aspect=1.0, out=None, bottom_up=False):

@@ -34,19 +34,39 @@ def plate(dtype, channels):
 
 @pytest.mark.parametrize("dtype", [np.uint8, np.uint16, np.float16, np.float32])
 @pytest.mark.parametrize("channels", [3, 4])
-def test_arrays_give_the_tools_pixels(tmp_path, dtype, channels):
+@pytest.mark.parametrize("blend,dissolve", [("display", 0.0), ("add", 0.5), ("screen", 0.25)])
+def test_arrays_give_the_tools_pixels(tmp_path, dtype, channels, blend, dissolve):
     image = plate(dtype, channels)
     before = image.copy()
     extension = ".png" if dtype in (np.uint8, np.uint16) else ".exr"
     vellux.write_image(image, tmp_path / ("in" + extension))
     tool("render", "-q", "-i", tmp_path / ("in" + extension), "--light", "50,30", "--star-filter", "6",
-         "--color", "255,200,150", "-o", tmp_path / ("out" + extension))
-    flare = vellux.Flare(star_filter=6)
-    rendered = flare.render(image, light=(50, 30), color=(255, 200, 150))
+         "--color", "255,200,150", "--blend", blend, "--dissolve", dissolve, "-o", tmp_path / ("out" + extension))
+    flare = vellux.Flare(star_filter=6, dissolve=dissolve)
+    rendered = flare.render(image, light=(50, 30), color=(255, 200, 150), blend=blend)
     assert rendered.dtype == image.dtype and rendered.shape == image.shape
     np.testing.assert_array_equal(rendered, vellux.read_image(tmp_path / ("out" + extension)))
     np.testing.assert_array_equal(image, before)          # the input is untouched
     assert not np.array_equal(rendered, image)
+
+
+@pytest.mark.parametrize("dtype", [np.uint8, np.uint16, np.float32])
+def test_dissolve_fades_the_flare_and_never_darkens_the_image(dtype):
+    image = plate(dtype, 3)
+    image[:, 120:] = np.iinfo(dtype).max if dtype != np.float32 else 0.95   # bright, where a ceiling would show
+    previous = None
+    for dissolve in (0.0, 0.25, 0.5, 0.75, 1.0):
+        rendered = vellux.Flare(star_filter=4, dissolve=dissolve).render(image, light=(80, 40))
+        assert (rendered >= image).all(), dissolve
+        if previous is not None:
+            assert (rendered <= previous).all(), dissolve
+        assert np.array_equal(rendered, image) == (dissolve == 1.0), dissolve
+        previous = rendered
+
+
+def test_an_unknown_blend_is_a_value_error():
+    with pytest.raises(ValueError, match=r"blend: 'multiply' is not a blend mode \(display, add, screen\)"):
+        vellux.Flare().render(plate(np.uint8, 3), blend="multiply")
 
 
 @pytest.mark.parametrize("view", [
@@ -110,12 +130,12 @@ def test_a_pass_into_a_kept_array_equals_a_new_one():
 
 def test_occlusion_dims_the_light():
     flare = vellux.Flare()
-    black = np.zeros((60, 100, 3), np.float32)
+    black = np.zeros((60, 100, 3), np.uint16)          # the plug-in's own levels, where light adds up as it is
     hidden = np.zeros((60, 100), np.float32)
     hidden[:, :50] = 1.0                               # the left half of the light's disc
     full = flare.render(black, light=(50, 30), radius=6)
     half = flare.render(black, light=(50, 30), radius=6, occlusion=hidden)
-    assert 0.3 < half.sum() / full.sum() < 0.7
+    assert 0.3 < half.sum(dtype=np.float64) / full.sum(dtype=np.float64) < 0.7
 
 
 def test_two_flares_render_on_two_threads_as_alone():
