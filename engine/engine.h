@@ -18,11 +18,13 @@
 //              colour, occlusion and rendering. A program starts several times faster without the
 //              image library, so the tool links only the core (tools/vellux/image_actions.h).
 //   Images     OpenImageIO ImageBufs, kept whole: the flare changes a plate's colour channels
-//              and nothing else (plate.h). 8-bit plates go through the plug-in's 32-bit path, 16-bit
-//              ones through its 48-bit path; float plates, and plates in a colour space other than
-//              sRGB, get the flare pass converted into their space and added in float.
-//   Colour     the plug-in paints display-referred (sRGB) levels; a linear plate receives them
-//              converted to linear (OpenColorIO through OpenImageIO).
+//              and nothing else (plate.h). Every plate takes one route (Flare::Composite): the
+//              flare painted alone on black, then blended in (blend.h); 8-bit and 16-bit sRGB
+//              plates take the plug-in's own 32-bit and 48-bit pixels, every other plate the
+//              flare's float levels, lifted past the plug-in's full level (hdr_pass.h).
+//   Colour     the plug-in paints display-referred (sRGB) levels; each blend works in its own
+//              space (display levels, or linear light for add), the plate taken there and back
+//              through OpenColorIO (through OpenImageIO).
 #ifndef VELLUX_ENGINE_ENGINE_H
 #define VELLUX_ENGINE_ENGINE_H
 
@@ -41,9 +43,9 @@
 #include "engine/flare.h"
 //   FlareSetup                            plug-in, table, settings record, setting edits, private or shared copy
 //   Flare(setup)                          loads the plug-in, INIT, the edits
-//   Flare::Composite(plate, light, opts)  the plate with the flare, in the plate's pixel type (a moved plate: in place)
-//   Flare::CompositeBlack(size, light, o) the same on a black 16-bit frame, painted straight into the plug-in's
-//   Flare::Pass(size, light, bands, space) the flare alone on black, float RGBA, in a colour space (default display)
+//   Flare::Composite(plate, light, opts)  the plate with the flare, blended as opts.blend says, in its pixel type
+//   Flare::CompositeBlack(size, light, o) the same on a black 16-bit frame: the plug-in's frame itself
+//   Flare::Pass(size, light, bands, space) the flare alone on black, float RGBA past 1.0, in a colour space
 //   Flare::PassInto(size, light, space, rgba)  the same into memory kept from frame to frame (rows bottom up if asked)
 //   Flare::SetProgress / SetCancel        the plug-in's reports; the flag that stops it
 //   CheckFlareTable(path)                 throws unless the file is a flare table
@@ -68,10 +70,13 @@
 #include "engine/frame_memory.h"
 //   AdviseFrameMemory, FrameAllocator     frame-sized buffers on huge pages where the kernel grants them
 #include "engine/flare_pass.h"
-//   RenderFlarePass, CompositeFlarePass   the pass, and plate + pass in float
-//   ConvertedFlarePass                    the pass from the plug-in's frame, in a colour space
-//   CompositePainted, FillConvertedPass   the same from the plug-in's frame, band by band, never whole
-//   PassFileType                          a pass's file type by extension
+//   FlarePassFromPlugin                   the plug-in's frame painted on black as a float RGBA pass
+//   FillPassFromLevels                    float levels as a pass in a colour space
+//   PassFileType, WriteFlarePass          a pass's file type by extension; the pass written
+#include "engine/blend.h"
+//   Blend, ParseBlend, BlendName          display (the plug-in's own add), add (linear light), screen
+//   BlendBytes, BlendShorts               the plug-in's 32-bit and 48-bit flare into 8-bit and 16-bit sRGB colour
+//   LevelBlender(space, blend)            float levels into float colour in any space, band by band
 #include "engine/hdr_pass.h"
 //   ExposureBrackets(setup)               darker exposures of one Flare's flare, for levels past its ceiling
 //   ExposureBrackets::Levels(control, light, painted, rgb)  the levels, up to 256x the full level

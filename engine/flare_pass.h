@@ -1,8 +1,7 @@
 // Flare passes for compositing: the flare rendered alone on black and kept as a float RGBA
-// image, written to a file of its own, or added to a float plate without the plate ever going
-// through the plug-in's 0..1 scale.
+// image, written to a file of its own (how a pass goes over a plate is blend.h's).
 //
-// Sections: the pass; writing images; float plates and the composite.
+// Sections: the pass; writing images.
 //
 // The pass is the plug-in's 48-bit render of a black frame: each channel p / 16320 (so full
 // intensity is 1.0), and alpha = max(red, green, blue) clamped to 1. The colour is therefore
@@ -38,24 +37,13 @@ OIIO::ImageBuf FlarePassFromPlugin(const PluginPixels& painted);
 void FillFlarePass(const PluginPixels& painted, float* rgba);
 void FillFlarePassRows(const PluginPixels& painted, int32_t y0, int32_t y1, float* rgba);
 
-// The pass converted to a colour space (ConvertPass) written into `rgba`, packed float RGBA of
-// the frame's size: the same values as FillFlarePass and then ConvertPass on the whole; with
-// `bottomUp`, its rows in the opposite order (the last first, as some hosts keep images).
-void FillConvertedPass(const PluginPixels& painted, const std::string& space, float* rgba, bool bottomUp = false);
-
 // A pass from the flare's float levels (red, green, blue a pixel, 1.0 = 16320; above 1.0 where
 // they were recovered past the plug-in's ceiling, hdr_pass.h), converted to `space`, into
-// `rgba` (rows bottom up if asked): a level the plug-in could have painted converts exactly as
-// FillConvertedPass converts it, the others through the colour configuration.
+// `rgba` (rows bottom up if asked), alpha the brightest channel clamped to 1: a level the plug-in
+// could have painted is looked up in the space's level tables (LevelTablesFor, exactly what
+// ConvertPass gives it), the others are converted through the colour configuration.
 void FillPassFromLevels(const float* levels, int32_t width, int32_t height, const std::string& space, float* rgba,
                         bool bottomUp = false);
-
-// The pass converted to `space` and tagged with it: exactly ConvertPass(FlarePassFromPlugin(painted), space).
-OIIO::ImageBuf ConvertedFlarePass(const PluginPixels& painted, const std::string& space);
-
-// Renders the flare onto a black 48-bit frame of this size through `instance` (SETF, then GENF
-// band by band; the caller sends FINI) and returns it as a pass.
-OIIO::ImageBuf RenderFlarePass(PluginInstance& instance, const FlareLight& light, FrameSize size, int32_t bandRows);
 
 // Writing images ------------------------------------------------------------------------------
 
@@ -69,18 +57,6 @@ OIIO::TypeDesc PassFileType(const std::filesystem::path& output, bool halfFloat)
 // Writes the pass, atomically (PendingOutput): on any error nothing is left at `output` but what
 // was there before.
 void WriteFlarePass(const OIIO::ImageBuf& pass, const std::filesystem::path& output, bool halfFloat = false);
-
-// Float plates and the composite ---------------------------------------------------------------
-
-// plate + pass, channel by channel: the plate's colour as RGB (its first three channels that are
-// not alpha, a grey plate's one repeated) plus the pass's RGB, and the plate's alpha, if any,
-// unchanged. Values of the plate outside 0..1 survive. Throws if the sizes differ.
-OIIO::ImageBuf CompositeFlarePass(const OIIO::ImageBuf& plate, const OIIO::ImageBuf& pass);
-
-// The same with the pass of a 48-bit frame painted onto black, converted to `space` (ConvertPass)
-// on the way: exactly CompositeFlarePass(plate, the converted pass), without the pass held whole.
-// A float R, G, B (, A) plate handed over with std::move takes the composite in its own memory.
-OIIO::ImageBuf CompositePainted(OIIO::ImageBuf plate, const PluginPixels& painted, const std::string& space);
 
 }  // namespace vellux::engine
 

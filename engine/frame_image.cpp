@@ -23,53 +23,6 @@ namespace vellux::engine {
 
 namespace {
 
-// The image's values of one type, row by row, every channel.
-template <typename Value>
-std::vector<Value> Values(const OIIO::ImageBuf& image) {
-    std::vector<Value> values(image.spec().image_pixels() * size_t(image.nchannels()));
-    image.get_pixels(image.roi(), OIIO::TypeDescFromC<Value>::value(), values.data());
-    return values;
-}
-
-// The image's values as Value, packed row by row: its own memory where it holds exactly that
-// (no copy), else a copy made in `copy`.
-template <typename Value>
-bool IsPacked(const OIIO::ImageBuf& image) {
-    const OIIO::ImageSpec& spec = image.spec();
-    const auto pixel = OIIO::stride_t(spec.nchannels) * OIIO::stride_t(sizeof(Value));
-    return image.localpixels() != nullptr && spec.format == OIIO::TypeDescFromC<Value>::value() &&
-           spec.channelformats.empty() && spec.depth == 1 && image.pixel_stride() == pixel &&
-           image.scanline_stride() == pixel * spec.width;
-}
-
-template <typename Value>
-const Value* PackedValues(const OIIO::ImageBuf& image, std::vector<Value>& copy) {
-    if (IsPacked<Value>(image)) return static_cast<const Value*>(image.localpixels());
-    copy = Values<Value>(image);
-    return copy.data();
-}
-
-// Painted pixels are written back into the image, never into memory it only borrows (a caller's
-// buffer wrapped as an image): such an image gets memory of its own first, its values having been
-// read already.
-void OwnMemory(OIIO::ImageBuf& image) {
-    if (image.storage() != OIIO::ImageBuf::LOCALBUFFER) image.reset(OIIO::ImageSpec(image.spec()), OIIO::InitializePixels::No);
-}
-
-// Runs `change(values, back)` over the image's packed values: in place where the image holds them
-// in memory of its own, else on a copy that then becomes the image's own memory.
-template <typename Value, typename Change, typename Back>
-void WriteBack(OIIO::ImageBuf& image, const Change& change, Back back) {
-    if (image.storage() == OIIO::ImageBuf::LOCALBUFFER && IsPacked<Value>(image)) {
-        change(static_cast<Value*>(image.localpixels()), back);
-        return;
-    }
-    std::vector<Value> values = Values<Value>(image);
-    change(values.data(), back);
-    OwnMemory(image);
-    image.set_pixels(image.roi(), OIIO::TypeDescFromC<Value>::value(), values.data());
-}
-
 // Colour channels first (the first three that are not alpha, the first repeated when there are
 // fewer), then alpha when the image has it.
 std::vector<int> ChannelOrder(const OIIO::ImageSpec& spec) {
@@ -242,65 +195,14 @@ FrameImage FrameImage::Read(const std::filesystem::path& file) {
 
 FrameImage FrameImage::FromImage(OIIO::ImageBuf image) {
     CheckDimensions(image.spec().width, image.spec().height);
-    const OIIO::TypeDesc::BASETYPE type = OIIO::TypeDesc::BASETYPE(image.spec().format.basetype);
-    const Kind kind = type == OIIO::TypeDesc::UINT8 ? Kind::bytes : type == OIIO::TypeDesc::UINT16 ? Kind::shorts : Kind::floats;
-    return FrameImage(AsRgb(std::move(image)), kind);
+    return FrameImage(AsRgb(std::move(image)));
 }
 
 FrameImage FrameImage::Black(FrameSize size) {
     CheckDimensions(size.width, size.height);
     CheckFrameMemory(size, 6.0 * 3.0, "--size");
     OIIO::ImageBuf image(OIIO::ImageSpec(size.width, size.height, 3, OIIO::TypeDesc::UINT16), OIIO::InitializePixels::Yes);
-    return FrameImage(std::move(image), Kind::shorts);
-}
-
-PluginPixels FrameImage::ToPlugin() const {
-    PluginPixels pixels(width(), height(), PluginDepth());
-    const size_t count = size_t(width()) * size_t(height());
-    const size_t channels = size_t(image_.nchannels());
-    if (kind_ == Kind::bytes) {
-        std::vector<uint8_t> copy;
-        const uint8_t* values = PackedValues(image_, copy);
-        for (size_t i = 0; i < count; ++i) {
-            const uint8_t* in = &values[i * channels];
-            uint8_t* out = &pixels.bytes[i * 4];
-            out[0] = channels > 3 ? in[3] : 255;
-            out[1] = in[0], out[2] = in[1], out[3] = in[2];
-        }
-        return pixels;
-    }
-    const auto fill = [&](const auto* values) {
-        for (size_t i = 0; i < count; ++i)
-            for (int c = 0; c < 3; ++c) pixels.SetChannel48(i, c, ToPluginScale(values[i * channels + size_t(c)]));
-    };
-    if (kind_ == Kind::shorts) {
-        std::vector<uint16_t> copy;
-        fill(PackedValues(image_, copy));
-    } else {
-        std::vector<float> copy;
-        fill(PackedValues(image_, copy));
-    }
-    return pixels;
-}
-
-void FrameImage::TakeFromPlugin(const PluginPixels& painted) {
-    const size_t count = size_t(width()) * size_t(height());
-    const size_t channels = size_t(image_.nchannels());
-    const auto composite = [&](auto* values, auto back) {
-        for (size_t i = 0; i < count; ++i) {
-            for (int c = 0; c < 3; ++c) {
-                auto& value = values[i * channels + size_t(c)];
-                value = CompositeChannel(value, ToPluginScale(value), painted.Channel48(i, c), back);
-            }
-        }
-    };
-    const auto copyColour = [&](uint8_t* values, auto) {
-        for (size_t i = 0; i < count; ++i)
-            for (size_t c = 0; c < 3; ++c) values[i * channels + c] = painted.bytes[i * 4 + 1 + c];
-    };
-    if (kind_ == Kind::shorts) WriteBack<uint16_t>(image_, composite, FromPluginScale16);
-    else if (kind_ == Kind::floats) WriteBack<float>(image_, composite, FromPluginScaleFloat);
-    else WriteBack<uint8_t>(image_, copyColour, 0);
+    return FrameImage(std::move(image));
 }
 
 OIIO::ImageBuf Image16FromPlugin(const PluginPixels& painted) {

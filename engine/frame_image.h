@@ -1,14 +1,7 @@
-// The picture `vellux render` paints into, as read from an image file or made black, kept in the
-// file's own pixel type (8-bit, 16-bit, or anything else as float), and its way in and out of
-// the plug-in's pixel layout (plugin_pixels.h).
-//
-//   8-bit images      the 32-bit path: a, r, g, b bytes, alpha from the image or 255
-//   16-bit images     the 48-bit path, v x 64 / 257 and back
-//   float and others  the 48-bit path, clamped to 0..1, x 16320 and back
-//
-// The colour is kept as RGB (a grey image has its one channel repeated, so the output is RGB)
-// with the image's alpha, if any, untouched; other channels are not kept. Channels the plug-in
-// leaves as they were keep their exact input values.
+// A picture read from an image file or made black, kept in the file's own pixel type, its colour
+// as RGB (a grey image has its one channel repeated) with its alpha, if any; and the checks every
+// image file goes through on the way in and out (files that are missing, damaged or too large,
+// formats that cannot be written), each failure a message naming the file.
 #ifndef VELLUX_ENGINE_FRAME_IMAGE_H
 #define VELLUX_ENGINE_FRAME_IMAGE_H
 
@@ -33,10 +26,6 @@ public:
 
     int32_t width() const { return image_.spec().width; }
     int32_t height() const { return image_.spec().height; }
-    int16_t PluginDepth() const { return kind_ == Kind::bytes ? 32 : 48; }
-
-    PluginPixels ToPlugin() const;
-    void TakeFromPlugin(const PluginPixels& painted);
 
     // Writes to `file` in the format named by `format` (a format name, an extension, or a file
     // name whose extension names it), in the image's pixel type where that format has it;
@@ -44,11 +33,9 @@ public:
     void Write(const std::filesystem::path& file, const std::string& format) const;
 
 private:
-    enum class Kind { bytes, shorts, floats };
-    FrameImage(OIIO::ImageBuf image, Kind kind) : image_(std::move(image)), kind_(kind) {}
+    explicit FrameImage(OIIO::ImageBuf image) : image_(std::move(image)) {}
 
     OIIO::ImageBuf image_;
-    Kind kind_;
 };
 
 // A 48-bit frame painted onto black as a 16-bit RGB image: what FrameImage::Black gives after

@@ -81,66 +81,6 @@ protected:
     fs::path dir_;
 };
 
-TEST_F(FrameImageFile, SixteenBitKeepsEveryChannelThePluginLeft) {
-    const fs::path in = Write<uint16_t>("in.tif", 4, 3, 3, [](size_t i) { return uint16_t(i * 4099 + 1); });
-    FrameImage image = FrameImage::Read(in);
-    ASSERT_EQ(image.PluginDepth(), 48);
-    PluginPixels pixels = image.ToPlugin();
-    EXPECT_EQ(pixels.Channel48(5, 1), ToPluginScale(uint16_t(16 * 4099 + 1)));
-    pixels.SetChannel48(5, 1, uint16_t(kFullChannel));   // the flare saturates one channel
-    image.TakeFromPlugin(pixels);
-    image.Write(dir_ / "out.tif", "tif");
-
-    int channels = 0;
-    const std::vector<uint16_t> out = Read<uint16_t>(dir_ / "out.tif", channels);
-    ASSERT_EQ(channels, 3);
-    for (size_t i = 0; i < out.size(); ++i) {
-        if (i == 16) EXPECT_EQ(out[i], 65535);
-        else EXPECT_EQ(out[i], uint16_t(i * 4099 + 1)) << i;   // not just within a step: exact
-    }
-}
-
-TEST_F(FrameImageFile, EightBitPacksAlphaAndKeepsIt) {
-    const fs::path in = Write<uint8_t>("in.png", 2, 2, 4, [](size_t i) { return uint8_t(i * 13); });
-    FrameImage image = FrameImage::Read(in);
-    ASSERT_EQ(image.PluginDepth(), 32);
-    PluginPixels pixels = image.ToPlugin();
-    const uint8_t* first = pixels.Pixel(1, 0);   // the image's pixel 1: r g b a = 52 65 78 91
-    EXPECT_EQ(first[0], 91);
-    EXPECT_EQ(first[1], 52);
-    EXPECT_EQ(first[3], 78);
-    pixels.Pixel(1, 0)[2] = 200;
-    pixels.Pixel(1, 0)[0] = 0;   // whatever happens to the alpha byte, the image keeps its own
-    image.TakeFromPlugin(pixels);
-    image.Write(dir_ / "out.png", "png");
-
-    int channels = 0;
-    const std::vector<uint8_t> out = Read<uint8_t>(dir_ / "out.png", channels);
-    ASSERT_EQ(channels, 4);
-    for (size_t i = 0; i < out.size(); ++i) EXPECT_EQ(out[i], i == 5 ? 200 : uint8_t(i * 13)) << i;
-}
-
-TEST_F(FrameImageFile, GreyFloatBecomesRgbOnTheFloatPath) {
-    const fs::path in = Write<float>("in.exr", 3, 1, 1, [](size_t i) { return float(i) * 0.75f - 0.25f; });
-    FrameImage image = FrameImage::Read(in);
-    ASSERT_EQ(image.PluginDepth(), 48);
-    PluginPixels pixels = image.ToPlugin();
-    EXPECT_EQ(pixels.Channel48(0, 2), 0);                                  // -0.25 clamped
-    EXPECT_EQ(pixels.Channel48(1, 0), ToPluginScale(0.5f));
-    EXPECT_EQ(pixels.Channel48(2, 1), kFullChannel);                       // 1.25 clamped
-    pixels.SetChannel48(1, 0, uint16_t(kFullChannel));
-    image.TakeFromPlugin(pixels);
-    image.Write(dir_ / "out.exr", "exr");
-
-    int channels = 0;
-    const std::vector<float> out = Read<float>(dir_ / "out.exr", channels);
-    ASSERT_EQ(channels, 3);
-    EXPECT_EQ(out[3], 1.0f);      // the changed channel
-    EXPECT_EQ(out[4], 0.5f);      // its neighbours as they were
-    EXPECT_EQ(out[0], -0.25f);    // unchanged channels keep even values outside 0..1
-    EXPECT_EQ(out[8], 1.25f);
-}
-
 TEST_F(FrameImageFile, UnreadableFilesNameTheFile) {
     const fs::path text = dir_ / "notes.png";
     std::ofstream(text) << "not an image";

@@ -277,6 +277,46 @@ void WriteUniform(const fs::path& path, int w, int h, int channels, float value)
     image.write(path.string());
 }
 
+// The dissolve fades the flare on 8-bit, 16-bit and float files alike: the plate is never
+// darkened and is all that is left at 1; and a black frame written to EXR is the linear pass.
+TEST_F(VelluxRender, DissolveFadesTheFlareOnEveryFileAndBlackExrIsThePass) {
+    for (const char* name : {"plate8.png", "plate16.tif", "plate.exr"}) {
+        SCOPED_TRACE(name);
+        const OIIO::TypeDesc type = std::string(name) == "plate8.png" ? OIIO::TypeUInt8
+                                    : std::string(name) == "plate16.tif" ? OIIO::TypeUInt16 : OIIO::TypeHalf;
+        OIIO::ImageBuf plate(OIIO::ImageSpec(96, 64, 3, OIIO::TypeFloat));
+        for (OIIO::ImageBuf::Iterator<float> p(plate); !p.done(); ++p)
+            for (int c = 0; c < 3; ++c) p[c] = p.x() > 60 ? 0.97f : float((p.x() + p.y() * 3 + c) % 50) / 60.0f;
+        ASSERT_TRUE(plate.write(Path(name).string(), type));
+        const Picture before = Load(Path(name));
+        double lastAdded = 1e30;
+        for (const char* dissolve : {"0", "0.5", "1"}) {
+            const std::string out = std::string("faded-") + dissolve + "-" + name;
+            const ToolRun run = Vellux("render -q --light 48,30 --star-filter 4 --dissolve " + std::string(dissolve) + " -i " +
+                                       Quote(Path(name)) + " -o " + Quote(Path(out)));
+            ASSERT_EQ(run.exitCode, 0) << run.err;
+            const Picture after = Load(Path(out));
+            ASSERT_EQ(after.values.size(), before.values.size());
+            size_t darkened = 0;
+            for (size_t i = 0; i < after.values.size(); ++i) darkened += after.values[i] < before.values[i];
+            EXPECT_EQ(darkened, 0u) << "dissolve " << dissolve;
+            const double added = after.Sum() - before.Sum();
+            EXPECT_LT(added, lastAdded) << "dissolve " << dissolve;
+            if (std::string(dissolve) == "1") EXPECT_EQ(added, 0.0);
+            else EXPECT_GT(added, 1.0);
+            lastAdded = added;
+        }
+    }
+    const std::string frame = "render -q --size 96x64 --light 60,20 --intensity 3 -o ";
+    ASSERT_EQ(Vellux(frame + Quote(Path("black.exr"))).exitCode, 0);
+    ASSERT_EQ(Vellux(frame + Quote(Path("pass.exr")) + " --mode pass").exitCode, 0);
+    const Picture black = Load(Path("black.exr")), pass = Load(Path("pass.exr"));
+    ASSERT_EQ(black.channels, 3);
+    ASSERT_EQ(pass.values.size(), black.values.size() / 3 * 4);
+    for (size_t i = 0; i < black.values.size(); ++i) ASSERT_EQ(black.values[i], pass.values[i / 3 * 4 + i % 3]) << i;
+    EXPECT_GT(*std::max_element(black.values.begin(), black.values.end()), 1.0f);   // linear, and past 1
+}
+
 TEST_F(VelluxRender, PassesFloatPlatesAndOcclusion) {
     const ToolRun pass = Vellux("render --size 96x64 -q --mode pass -o " + Quote(Path("pass.exr")));
     ASSERT_EQ(pass.exitCode, 0) << pass.err;
