@@ -112,30 +112,36 @@ LevelBlender::LevelBlender(const std::string& space, engine::Blend blend) : proc
 
 LevelBlender::~LevelBlender() { delete processors_; }
 
-// The plate's colour is gathered into packed RGB (so that any layout converts the same way) and
-// taken to where the blend works; the blend and the plate's own value there (display blends: up
-// to white) are both taken back, and the plate gains the difference. So a plate's value is never
-// put through a round trip of conversions, which need not be exact, and the flare can only add.
+// The pixels the flare reaches are gathered into packed RGB (so that any layout converts the same
+// way; the others are left alone) and taken to where the blend works; the blend and the plate's
+// own value there (display blends: up to white) are both taken back, and the plate gains the
+// difference. So a plate's value is never put through a round trip of conversions, which need not
+// be exact, and the flare can only add.
 void LevelBlender::Blend(float* plate, size_t channels, const float* levels, size_t count) {
-    scratch_.resize(count * 9);
+    reached_.clear();
+    for (size_t i = 0; i < count; ++i) {
+        const float* f = &levels[i * 3];
+        if (f[0] != 0.0f || f[1] != 0.0f || f[2] != 0.0f) reached_.push_back(i);
+    }
+    const size_t n = reached_.size();
+    scratch_.resize(n * 9);
     float* blended = scratch_.data();
-    float* base = blended + count * 3;
-    float* flare = base + count * 3;
-    for (size_t i = 0; i < count; ++i)
-        for (size_t c = 0; c < 3; ++c) blended[i * 3 + c] = plate[i * channels + c], flare[i * 3 + c] = levels[i * 3 + c];
-    Apply(processors_->toWork, blended, count);
-    Apply(processors_->flareToLinear, flare, count);
-    for (size_t i = 0; i < count * 3; ++i) {
+    float* base = blended + n * 3;
+    float* flare = base + n * 3;
+    for (size_t k = 0; k < n; ++k)
+        for (size_t c = 0; c < 3; ++c)
+            blended[k * 3 + c] = plate[reached_[k] * channels + c], flare[k * 3 + c] = levels[reached_[k] * 3 + c];
+    Apply(processors_->toWork, blended, n);
+    Apply(processors_->flareToLinear, flare, n);
+    for (size_t i = 0; i < n * 3; ++i) {
         base[i] = blend_ == Blend::add ? blended[i] : std::min(blended[i], 1.0f);
         blended[i] = blend_ == Blend::add ? base[i] + flare[i] : DisplayRule(blend_, base[i], flare[i]);
     }
-    Apply(processors_->fromWork, blended, count);
-    Apply(processors_->fromWork, base, count);
-    for (size_t i = 0; i < count; ++i) {
-        const float* f = &levels[i * 3];
-        if (f[0] == 0.0f && f[1] == 0.0f && f[2] == 0.0f) continue;
-        for (size_t c = 0; c < 3; ++c) plate[i * channels + c] += std::max(blended[i * 3 + c] - base[i * 3 + c], 0.0f);
-    }
+    Apply(processors_->fromWork, blended, n);
+    Apply(processors_->fromWork, base, n);
+    for (size_t k = 0; k < n; ++k)
+        for (size_t c = 0; c < 3; ++c)
+            plate[reached_[k] * channels + c] += std::max(blended[k * 3 + c] - base[k * 3 + c], 0.0f);
 }
 
 }  // namespace vellux::engine

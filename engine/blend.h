@@ -69,7 +69,8 @@ private:
     struct Processors;
     Processors* processors_;
     engine::Blend blend_;
-    std::vector<float> scratch_;
+    std::vector<float> scratch_;   // the band's reached pixels: blended, base, flare
+    std::vector<size_t> reached_;  // which pixels of the band the flare reaches
 };
 
 }  // namespace vellux::engine
