@@ -2,8 +2,9 @@
 
 Each light gets a "Vellux flare" panel (Light properties). While a still or an animation renders,
 every enabled light's flare is painted at the light's position seen through the scene camera,
-dimmed by what hides the light, and added to the render in the compositor (scene-linear), so the
-saved frames and File Output nodes carry it.
+dimmed by what hides the light, and put over the render in the compositor (added in scene-linear
+light, or on sRGB levels under the scene's blend), so the saved frames and File Output nodes
+carry it.
 
 The flare comes from the vellux Python module: installed (site-packages, PYTHONPATH), or bundled
 with the add-on in its engine/ folder (the zip the build makes).

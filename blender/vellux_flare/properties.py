@@ -2,7 +2,8 @@
 the .blend and keyable like any other property. The names are the vellux module's."""
 
 import bpy
-from bpy.props import BoolProperty, FloatProperty, FloatVectorProperty, IntProperty, PointerProperty, StringProperty
+from bpy.props import (BoolProperty, EnumProperty, FloatProperty, FloatVectorProperty, IntProperty, PointerProperty,
+                       StringProperty)
 
 # The module's settings, as the add-on passes them to vellux.Flare each frame.
 NUMBERS = ("intensity", "dissolve", "ring_size", "star_filter", "star_rotation", "streak_density",
@@ -62,7 +63,20 @@ class VelluxFlareSettings(bpy.types.PropertyGroup):
         return settings
 
 
+def _blend_follows(self, context):
+    from . import compositor
+    compositor.follow_blend(self.id_data)
+
+
 class VelluxSceneSettings(bpy.types.PropertyGroup):
+    # One blend for the scene, not one a light: the lights' flares are summed into one image that
+    # the compositor puts over the render once. Numbered, so a saved choice survives new ones.
+    blend: EnumProperty(name="Blend", description="How the flares go over the render", items=(
+        ("ADD", "Add (linear light)", "Render and flare added in scene-linear light, as light adds", 0),
+        ("DISPLAY", "Display (as on a PNG)", "The flare's sRGB levels added to the render's, as the flare "
+         "is painted onto an 8-bit picture", 1),
+        ("SCREEN", "Screen", "1 - (1 - render)(1 - flare) on sRGB levels: highlights do not burn out", 2)),
+        default="ADD", update=_blend_follows)
     write_flare_pass: BoolProperty(name="Write flare pass", description="Also write the flares alone, as EXR "
                                    "frames, for compositing elsewhere", default=False)
     flare_pass_path: StringProperty(name="Flare pass", subtype="DIR_PATH", default="//flare_pass/")

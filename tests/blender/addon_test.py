@@ -8,6 +8,7 @@ with the add-on on BLENDER_USER_SCRIPTS and the vellux module on PYTHONPATH (cte
 import contextlib
 import importlib.util
 import io
+import math
 import os
 import sys
 import unittest
@@ -166,6 +167,131 @@ class AddOn(unittest.TestCase):
                 self.assertEqual(value, defaults[name], msg=name)
 
 
+def srgb(linear):
+    """sRGB levels of linear values, the curve carried on above 1 (as the engine and Blender's tables)."""
+    linear = np.asarray(linear, np.float64)
+    return np.where(linear <= 0.0031308, 12.92 * linear, 1.055 * np.abs(linear) ** (1 / 2.4) - 0.055)
+
+
+def from_srgb(levels):
+    levels = np.asarray(levels, np.float64)
+    return np.where(levels <= 0.04045, levels / 12.92, ((np.abs(levels) + 0.055) / 1.055) ** 2.4)
+
+
+def engine_blend(mode, plate, flare):
+    """A float plate under `mode` as the engine blends it, `flare` the linear pass (the decoded levels):
+    the display-level blends work up to white, above it the plate gains what the flare adds to white."""
+    if mode == "ADD":
+        return plate + flare
+    base, levels = np.minimum(srgb(plate), 1.0), srgb(flare)
+    blended = base + levels if mode == "DISPLAY" else base + levels * (1.0 - base)
+    return plate + np.maximum(from_srgb(blended) - from_srgb(base), 0.0)
+
+
+def flare_pixels():
+    """The flare image the compositor last used, top row first, colour only."""
+    from vellux_flare import compositor
+    image = bpy.data.images[compositor.IMAGE]
+    width, height = image.size
+    pixels = np.empty(width * height * 4, np.float32)
+    image.pixels.foreach_get(pixels)
+    return pixels.reshape(height, width, 4)[::-1, :, :3]
+
+
+class Blends(unittest.TestCase):
+    """The scene's blend, in the compositor: one flare over a mid-blue sky with a glowing panel
+    brighter than white behind part of it."""
+    MODES = ("ADD", "DISPLAY", "SCREEN")
+
+    @classmethod
+    def setUpClass(cls):
+        addon_utils.enable("vellux_flare", default_set=True)
+        cls.scene, _, cls.lamp = flare_scene.build(WIDTH, HEIGHT, samples=1, frames=1)
+        cls.scene.world.node_tree.nodes["Background"].inputs["Color"].default_value = (0.15, 0.3, 0.6, 1.0)
+        glow = bpy.data.materials.new("Glow")
+        glow.use_nodes = True
+        emission = glow.node_tree.nodes.new("ShaderNodeEmission")
+        emission.inputs["Strength"].default_value = 3.0
+        glow.node_tree.links.new(emission.outputs[0], glow.node_tree.nodes["Material Output"].inputs["Surface"])
+        # Upright, 5 units behind the light and around it.
+        bpy.ops.mesh.primitive_plane_add(size=2.5, location=(2.25, 5.0, 1.0), rotation=(math.pi / 2, 0.0, 0.0))
+        bpy.context.object.data.materials.append(glow)
+        cls.lamp.data.vellux_flare.intensity = 1.0
+        cls.scene.vellux.blend = "ADD"
+        cls.plain = render("blend-plain", frames=(1, 1))[1]
+        cls.lamp.data.vellux_flare.enabled = True
+        cls.frames, cls.flares = {}, {}
+        for mode in cls.MODES:   # from the add-on's first layout to each display-level one
+            cls.scene.vellux.blend = mode
+            cls.frames[mode] = render("blend-" + mode.lower(), frames=(1, 1))[1]
+            cls.flares[mode] = flare_pixels().copy()
+
+    def tearDown(self):
+        self.scene.vellux.blend = "ADD"
+
+    def test_each_blend_composites_as_the_engine_blends(self):
+        plate = self.plain
+        for mode in self.MODES:
+            with self.subTest(mode=mode):
+                flare = self.flares[mode]
+                reached = flare.max(axis=2) > 0.01
+                # The frame has flared pixels below white and above it, so both rules are seen.
+                self.assertGreater((reached & (plate.max(axis=2) > 1.5)).sum(), 20)
+                self.assertGreater((reached & (plate.max(axis=2) < 0.9)).sum(), 100)
+                expected = engine_blend(mode, plate, flare)
+                np.testing.assert_allclose(self.frames[mode], expected, rtol=2e-3, atol=2e-4)
+                untouched = ~flare.any(axis=2)
+                self.assertGreater(untouched.sum(), 1000)
+                np.testing.assert_array_equal(self.frames[mode][untouched], plate[untouched])
+        # The blends differ where the flare is, by far more than the tolerance.
+        for mode in self.MODES[1:]:
+            self.assertGreater(np.abs(self.frames[mode] - self.frames["ADD"]).max(), 0.05, mode)
+        above = plate > 1.0
+        np.testing.assert_array_equal(self.frames["SCREEN"][above], plate[above])
+
+    def blend_nodes(self):
+        from vellux_flare import compositor
+        tree = self.scene.node_tree
+        add = tree.nodes[compositor.ADD_NODE]
+        feeding = tuple(link.from_node.name for socket in (add.inputs[2], add.inputs[0]) for link in socket.links)
+        names = sorted(node.name for node in tree.nodes if node.name.startswith(compositor.BLEND_NODE))
+        unused = [node.name for node in tree.nodes if not any(output.is_linked for output in node.outputs)
+                  and node.type not in {"COMPOSITE", "VIEWER", "OUTPUT_FILE"}]
+        return names, feeding, unused
+
+    def test_switching_blends_leaves_one_set_of_nodes(self):
+        from vellux_flare import compositor
+        blend_names = sorted(compositor.BLEND_NODE + part for part in compositor.BLEND_PARTS)
+        blended = (blend_names, (compositor.BLEND_NODE + " Gain", compositor.BLEND_NODE + " Reach"))
+        layouts = {"ADD": ([], (compositor.IMAGE_NODE,)), "DISPLAY": blended, "SCREEN": blended}
+        for switches in (("DISPLAY", "SCREEN"), ("SCREEN", "ADD"), ("DISPLAY", "DISPLAY"),
+                         ("ADD", "SCREEN", "DISPLAY")):
+            with self.subTest(switches=switches):
+                for mode in switches:
+                    self.scene.vellux.blend = mode
+                names, feeding, unused = self.blend_nodes()
+                self.assertEqual((names, feeding), layouts[switches[-1]])
+                self.assertEqual(unused, [])
+                if switches[-1] != "ADD":
+                    self.assertEqual(self.scene.node_tree.nodes[compositor.BLEND_NODE].blend_type,
+                                     compositor.BLENDS[switches[-1]])
+        # A half-deleted set is made anew.
+        self.scene.node_tree.nodes.remove(self.scene.node_tree.nodes[compositor.BLEND_NODE + " Linear"])
+        compositor.ensure(self.scene)
+        self.assertEqual(self.blend_nodes(), blended + ([],))
+
+    def test_an_unknown_stored_blend_is_reported_and_the_flares_added(self):
+        self.scene.vellux.blend = "SCREEN"
+        self.scene.vellux["blend"] = 9   # as a later version might save it
+        console = io.StringIO()
+        with contextlib.redirect_stderr(console):
+            frame = render("blend-unknown", frames=(1, 1))[1]
+        self.assertIn("Vellux flare: unknown blend 9 in scene Scene: the flares are added in linear light",
+                      console.getvalue())
+        np.testing.assert_array_equal(frame, self.frames["ADD"])
+
+
 if __name__ == "__main__":
-    result = unittest.TextTestRunner(verbosity=2).run(unittest.defaultTestLoader.loadTestsFromTestCase(AddOn))
+    suite = unittest.TestSuite(unittest.defaultTestLoader.loadTestsFromTestCase(case) for case in (AddOn, Blends))
+    result = unittest.TextTestRunner(verbosity=2).run(suite)
     sys.exit(0 if result.wasSuccessful() else 1)
