@@ -1,0 +1,209 @@
+#include "lens/starburst.h"
+
+#include <kiss_fft.h>
+#include <kiss_fftr.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <numbers>
+#include <stdexcept>
+#include <string>
+
+#include "lens/spectrum.h"
+
+namespace vellux::lens {
+
+namespace {
+
+// Edge cells are sampled on an 8 x 8 grid: the aperture's open fraction of the cell to 1/64,
+// which keeps the sampled edge from adding stair-step spikes of its own.
+constexpr int kEdgeSamples = 8;
+
+// The radius every point inside the aperture exceeds: the blades' straight edges come no
+// closer than cos(pi / blades) to the centre, curved ones stay further out.
+double InnerRadius(const Aperture& aperture) {
+    if (aperture.blades == 0) return 1.0;
+    return std::cos(std::numbers::pi / aperture.blades);
+}
+
+// The aperture's transmission on the grid, centred: 1 inside, 0 outside, the open fraction in
+// cells the edge crosses (the whole opening lies within the unit circle).
+std::vector<float> Transmission(const Aperture& aperture, int grid) {
+    std::vector<float> open(size_t(grid) * size_t(grid), 0.0f);
+    const double cell = 1.0 / kPupilRadiusCells;      // on the unit aperture's scale
+    const double inner = InnerRadius(aperture);
+    const int first = grid / 2 - kPupilRadiusCells - 1, last = grid / 2 + kPupilRadiusCells + 1;
+    for (int row = first; row < last; ++row) {
+        const double y0 = (row - grid / 2) * cell, y1 = y0 + cell;
+        for (int column = first; column < last; ++column) {
+            const double x0 = (column - grid / 2) * cell, x1 = x0 + cell;
+            const double nearX = std::max({x0, -x1, 0.0}), nearY = std::max({y0, -y1, 0.0});
+            const double farX = std::max(std::abs(x0), std::abs(x1)), farY = std::max(std::abs(y0), std::abs(y1));
+            float& value = open[size_t(row) * size_t(grid) + size_t(column)];
+            if (std::hypot(farX, farY) <= inner) {
+                value = 1.0f;
+            } else if (std::hypot(nearX, nearY) < 1.0) {
+                int inside = 0;
+                for (int i = 0; i < kEdgeSamples; ++i)
+                    for (int j = 0; j < kEdgeSamples; ++j)
+                        inside += Inside(aperture, x0 + (j + 0.5) * cell / kEdgeSamples, y0 + (i + 0.5) * cell / kEdgeSamples);
+                value = float(inside) / (kEdgeSamples * kEdgeSamples);
+            }
+        }
+    }
+    return open;
+}
+
+void CheckSampling(double fNumber, double wavelength) {
+    if (!(fNumber > 0.0 && std::isfinite(fNumber)))
+        throw std::invalid_argument("f-number: " + std::to_string(fNumber) + " is not a positive number");
+    if (!(wavelength > 0.0 && std::isfinite(wavelength)))
+        throw std::invalid_argument("wavelength: " + std::to_string(wavelength) + " nm is not a positive number");
+}
+
+// Where each output pixel along one axis reads the far field: the two frequency steps around it
+// (kept on the grid) and their linear-interpolation weights, 0 for a step off the grid, whose power
+// is taken as 0.
+struct Taps {
+    std::vector<int> index;
+    std::vector<float> low, high;
+};
+
+Taps AxisTaps(int grid, int size, double stepsPerPixel) {
+    Taps taps;
+    taps.index.resize(size_t(size));
+    taps.low.resize(size_t(size));
+    taps.high.resize(size_t(size));
+    const auto hat = [](double d) { return float(std::max(0.0, 1.0 - std::abs(d))); };
+    for (int k = 0; k < size; ++k) {
+        const double at = (k - size / 2) * stepsPerPixel + grid / 2;
+        const int index = int(std::clamp(std::floor(at), 0.0, double(grid - 2)));
+        taps.index[size_t(k)] = index;
+        taps.low[size_t(k)] = hat(at - index);
+        taps.high[size_t(k)] = hat(at - (index + 1));
+    }
+    return taps;
+}
+
+struct FreePlan {
+    void operator()(void* plan) const { kiss_fft_free(plan); }
+};
+
+}  // namespace
+
+FarField ApertureFarField(const Aperture& aperture) {
+    CheckAperture(aperture, "aperture");
+    const int grid = kFarFieldGrid, half = grid / 2 + 1;
+    const std::vector<float> open = Transmission(aperture, grid);
+
+    // The 2-D transform as rows, then columns. Only the rows through the aperture are non-zero,
+    // and a real row's transform keeps the columns 0..grid/2: the others are the conjugates of
+    // the mirrored frequencies, of the same power. (The library's own n-dimensional real
+    // transform is not used: Debian's 131.1.0 build crashes on grids of 64 and more.)
+    const std::unique_ptr<kiss_fftr_state, FreePlan> rowPlan(kiss_fftr_alloc(grid, 0, nullptr, nullptr));
+    const std::unique_ptr<kiss_fft_state, FreePlan> columnPlan(kiss_fft_alloc(grid, 0, nullptr, nullptr));
+    std::vector<kiss_fft_cpx> rows(size_t(grid) * size_t(half), kiss_fft_cpx{0.0f, 0.0f});
+    for (int row = grid / 2 - kPupilRadiusCells - 1; row < grid / 2 + kPupilRadiusCells + 1; ++row)
+        kiss_fftr(rowPlan.get(), &open[size_t(row) * size_t(grid)], &rows[size_t(row) * size_t(half)]);
+
+    FarField field;
+    field.grid = grid;
+    field.power.resize(size_t(grid) * size_t(grid));
+    std::vector<kiss_fft_cpx> column(static_cast<size_t>(grid));
+    // Frequency k lands at (k + grid / 2) mod grid: the zero frequency in the middle.
+    const auto centred = [grid](int k) { return size_t((k + grid / 2) % grid); };
+    for (int kx = 0; kx < half; ++kx) {
+        kiss_fft_stride(columnPlan.get(), &rows[size_t(kx)], column.data(), half);
+        for (int ky = 0; ky < grid; ++ky) {
+            const float power = column[size_t(ky)].r * column[size_t(ky)].r + column[size_t(ky)].i * column[size_t(ky)].i;
+            field.power[centred(ky) * size_t(grid) + centred(kx)] = power;
+            // The mirrored frequency (-kx, -ky), where it is not the same one.
+            if (kx != 0 && kx != grid / 2) field.power[centred(grid - ky) * size_t(grid) + centred(grid - kx)] = power;
+        }
+    }
+    for (const float power : field.power) field.totalPower += power;
+    return field;
+}
+
+double FarFieldStepMm(double fNumber, double wavelength) {
+    return 2.0 * kPupilRadiusCells * wavelength * 1e-6 * fNumber / kFarFieldGrid;
+}
+
+void SampleFarField(const FarField& farField, double fNumber, double wavelength, int size, double mmPerPixel,
+                    std::vector<float>& out) {
+    CheckSampling(fNumber, wavelength);
+    const int grid = farField.grid;
+    const double stepsPerPixel = mmPerPixel / FarFieldStepMm(fNumber, wavelength);
+    const Taps taps = AxisTaps(grid, size, stepsPerPixel);
+    // Each step holds power / totalPower of the light over a step's area; a pixel gathers
+    // (pixel / step)^2 times that area.
+    const float scale = float(stepsPerPixel * stepsPerPixel / farField.totalPower);
+    out.resize(size_t(size) * size_t(size));
+    for (int row = 0; row < size; ++row) {
+        const float* low = &farField.power[size_t(taps.index[size_t(row)]) * size_t(grid)];
+        const float* high = low + grid;
+        const float wLow = taps.low[size_t(row)] * scale, wHigh = taps.high[size_t(row)] * scale;
+        float* line = &out[size_t(row) * size_t(size)];
+        for (int column = 0; column < size; ++column) {
+            const int i = taps.index[size_t(column)];
+            const float a = taps.low[size_t(column)], b = taps.high[size_t(column)];
+            line[column] = wLow * (a * low[i] + b * low[i + 1]) + wHigh * (a * high[i] + b * high[i + 1]);
+        }
+    }
+}
+
+Starburst MonochromaticStarburst(const Aperture& aperture, double fNumber, double wavelength) {
+    CheckSampling(fNumber, wavelength);
+    const FarField field = ApertureFarField(aperture);
+    Starburst pattern;
+    pattern.size = kStarburstSize;
+    pattern.mmPerPixel = FarFieldStepMm(fNumber, SpectralWavelength(0));
+    SampleFarField(field, fNumber, wavelength, pattern.size, pattern.mmPerPixel, pattern.rgb);
+    return pattern;
+}
+
+Starburst SpectralStarburst(const Aperture& aperture, double fNumber) {
+    CheckSampling(fNumber, SpectralWavelength(0));
+    const FarField field = ApertureFarField(aperture);
+    Starburst starburst;
+    starburst.size = kStarburstSize;
+    // The shortest wavelength's steps: every longer one is magnified onto the pixels, never
+    // shrunk, so no step of the far field falls between pixels.
+    starburst.mmPerPixel = FarFieldStepMm(fNumber, SpectralWavelength(0));
+    const size_t pixels = size_t(starburst.size) * size_t(starburst.size);
+    starburst.rgb.assign(3 * pixels, 0.0f);
+
+    const std::array<LinearRgb, kSpectralSamples> weights = SpectralWeights();
+    std::vector<float> pattern;
+    for (int k = 0; k < kSpectralSamples; ++k) {
+        SampleFarField(field, fNumber, SpectralWavelength(k), starburst.size, starburst.mmPerPixel, pattern);
+        const float r = float(weights[size_t(k)].r), g = float(weights[size_t(k)].g), b = float(weights[size_t(k)].b);
+        float* rgb = starburst.rgb.data();
+        for (size_t p = 0; p < pixels; ++p) {
+            rgb[3 * p] += r * pattern[p];
+            rgb[3 * p + 1] += g * pattern[p];
+            rgb[3 * p + 2] += b * pattern[p];
+        }
+    }
+
+    double sums[3] = {0.0, 0.0, 0.0};
+    for (size_t i = 0; i < starburst.rgb.size(); ++i) {
+        float& value = starburst.rgb[i];
+        value = std::max(value, 0.0f);
+        sums[i % 3] += value;
+    }
+    for (size_t i = 0; i < starburst.rgb.size(); ++i) starburst.rgb[i] = float(starburst.rgb[i] / sums[i % 3]);
+    return starburst;
+}
+
+const Starburst& StarburstCache::Get(const Aperture& aperture, double fNumber) {
+    // A round opening is the same whatever its curvature and rotation.
+    const bool round = aperture.blades == 0;
+    const Key key{aperture.blades, round ? 0.0 : aperture.curvature, round ? 0.0 : aperture.rotation, fNumber};
+    const auto found = entries_.find(key);
+    if (found != entries_.end()) return found->second;
+    return entries_.emplace(key, SpectralStarburst(aperture, fNumber)).first->second;
+}
+
+}  // namespace vellux::lens
