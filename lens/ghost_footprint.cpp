@@ -177,11 +177,12 @@ double FootprintArea(const Landings& l) {
     return area * l.stepX * l.stepY;
 }
 
-// The density raster: each square of four neighbouring rays that landed carries a cell's light
+// The density raster: each ray's cell of the entrance is shared in quarters among the four
+// squares of neighbouring rays round it. A square whose four rays all landed carries its share
 // onto the quadrilateral they land on, spread by points sampled across it (more where it is
-// stretched), each shared bilinearly among four pixels. Where the quadrilaterals crowd (the
-// caustic at the rim) the density rises. The light of the outermost half cells, which no square
-// carries, is shared out by scaling the whole to the ghost's energy.
+// stretched), each shared bilinearly among four pixels; a quarter whose square is broken (at the
+// footprint's edge) lands with its own ray. Where the quadrilaterals crowd (a caustic) the density
+// rises, and the whole holds the ghost's energy.
 void Rasterise(const Landings& l, int size, GhostFootprint& footprint) {
     double x0 = l.x[0], x1 = x0, y0 = l.y[0], y1 = y0;
     bool first = true;
@@ -213,10 +214,13 @@ void Rasterise(const Landings& l, int size, GhostFootprint& footprint) {
     const double scale = 1.0 / footprint.pixel;
     const auto px = [&](size_t k) { return (l.x[k] - footprint.left) * scale - 0.5; };
     const auto py = [&](size_t k) { return (l.y[k] - footprint.bottom) * scale - 0.5; };
-    double total = 0.0;
-    for (int b = 0; b + 1 < l.n; ++b) {
-        for (int a = 0; a + 1 < l.n; ++a) {
-            if (!l.Landed(a, b) || !l.Landed(a + 1, b) || !l.Landed(a, b + 1) || !l.Landed(a + 1, b + 1)) continue;
+    for (int b = -1; b < l.n; ++b) {
+        for (int a = -1; a < l.n; ++a) {
+            if (!l.Landed(a, b) || !l.Landed(a + 1, b) || !l.Landed(a, b + 1) || !l.Landed(a + 1, b + 1)) {
+                for (const auto& [ca, cb] : {std::pair{a, b}, {a + 1, b}, {a, b + 1}, {a + 1, b + 1}})
+                    if (l.Landed(ca, cb)) splat(px(l.At(ca, cb)), py(l.At(ca, cb)), 0.25);
+                continue;
+            }
             const size_t k00 = l.At(a, b), k10 = l.At(a + 1, b), k01 = l.At(a, b + 1), k11 = l.At(a + 1, b + 1);
             const double ax = px(k00), bx = px(k10) - ax, cx = px(k01) - ax, dx = px(k11) - px(k10) - px(k01) + ax;
             const double ay = py(k00), by = py(k10) - ay, cy = py(k01) - ay, dy = py(k11) - py(k10) - py(k01) + ay;
@@ -231,12 +235,10 @@ void Rasterise(const Landings& l, int size, GhostFootprint& footprint) {
                     splat(ax + u * bx + v * cx + u * v * dx, ay + u * by + v * cy + u * v * dy, weight);
                 }
             }
-            total += 1.0;
         }
     }
+    const double perUnit = footprint.energy / double(l.count) / (footprint.pixel * footprint.pixel);
     footprint.density.assign(sum.size(), 0.0f);
-    if (total == 0.0) return;
-    const double perUnit = footprint.energy / total / (footprint.pixel * footprint.pixel);
     for (size_t k = 0; k < sum.size(); ++k) footprint.density[k] = float(sum[k] * perUnit);
 }
 
