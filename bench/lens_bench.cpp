@@ -1,11 +1,12 @@
 // vellux lens compile of the double Gauss with every ghost (45): reading the prescription, the
 // ghosts at three wavelengths, the table source, and compiling it with the default table's
-// dialogs into a resource file; and the ghosts alone.
+// dialogs into a resource file; the ghosts alone; and the ghosts traced as footprints.
 #include <benchmark/benchmark.h>
 
 #include <sstream>
 #include <string>
 
+#include "lens/ghost_footprint.h"
 #include "lens/ghosts.h"
 #include "lens/prescription.h"
 #include "tools/vellux/lens_command.h"
@@ -19,6 +20,17 @@ void BM_LensGhosts(benchmark::State& state) {
     for (auto _ : state) benchmark::DoNotOptimize(vellux::lens::Ghosts(lens, {}));
 }
 BENCHMARK(BM_LensGhosts)->Unit(benchmark::kMillisecond);
+
+// Every ghost's footprint traced at 8 wavelengths, for a light off the axis through a hexagonal iris.
+void BM_GhostFootprints(benchmark::State& state) {
+    const vellux::lens::Prescription lens = vellux::lens::ReadPrescription(kDoubleGauss);
+    vellux::lens::FootprintSettings settings;
+    settings.aperture.blades = 6;
+    settings.angleY = 0.15;
+    settings.wavelengths = {400.0, 440.0, 480.0, 520.0, 560.0, 600.0, 640.0, 680.0};
+    for (auto _ : state) benchmark::DoNotOptimize(vellux::lens::TraceGhostFootprints(lens, settings));
+}
+BENCHMARK(BM_GhostFootprints)->Unit(benchmark::kMillisecond);
 
 void BM_LensCompile(benchmark::State& state) {
     vellux::tool::LensOptions options;

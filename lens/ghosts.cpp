@@ -59,6 +59,11 @@ double UsedFNumber(const Prescription& lens, const GhostOptions& options) {
     return lens.fNumber.value_or(Paraxial(lens, kLineD).fNumber);
 }
 
+double ReflectanceOf(const Prescription& lens, size_t k, const std::optional<Coating>& coating, double wavelength) {
+    return SurfaceReflectance(MediumIndex(lens, long(k) - 1, wavelength), MediumIndex(lens, long(k), wavelength),
+                              coating.value_or(lens.surfaces[k].coating.value_or(lens.coating)), wavelength);
+}
+
 std::vector<Ghost> Ghosts(const Prescription& lens, const GhostOptions& options) {
     const ParaxialData data = Paraxial(lens, kLineD);
     const double fNumber = UsedFNumber(lens, options);
@@ -80,15 +85,11 @@ std::vector<Ghost> Ghosts(const Prescription& lens, const GhostOptions& options)
                     seen = false;
                     break;
                 }
-                const auto reflectance = [&](size_t k) {
-                    const Coating coating = options.coating.value_or(lens.surfaces[k].coating.value_or(lens.coating));
-                    return SurfaceReflectance(MediumIndex(lens, long(k) - 1, wavelength), MediumIndex(lens, long(k), wavelength),
-                                              coating, wavelength);
-                };
                 const double disc = std::max(image->radius, kSmallestDisc);
                 ghost.position[w] = image->position;
                 ghost.radius[w] = image->radius / flareUnit;
-                const double reflected = reflectance(i) * reflectance(j);
+                const double reflected =
+                    ReflectanceOf(lens, i, options.coating, wavelength) * ReflectanceOf(lens, j, options.coating, wavelength);
                 ghost.brightness[w] = reflected * (pupilRadius / disc) * (pupilRadius / disc);
                 ghost.light[w] = reflected * frameArea;
             }

@@ -54,6 +54,10 @@ std::optional<GhostImage> ParaxialGhost(const Prescription& lens, size_t i, size
 
 double UsedFNumber(const Prescription& lens, const GhostOptions& options);
 
+// The reflectance of surface k at a wavelength: with `coating` where given, else the surface's own
+// or the lens's.
+double ReflectanceOf(const Prescription& lens, size_t k, const std::optional<Coating>& coating, double wavelength);
+
 // Every ghost of the lens, brightest first.
 std::vector<Ghost> Ghosts(const Prescription& lens, const GhostOptions& options);
 
