@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include <OpenImageIO/color.h>
 #include <OpenImageIO/imagebufalgo.h>
 
 #include "engine/blend.h"
@@ -85,12 +86,31 @@ PluginPixels Flare::PaintBlack(FrameSize size, const FlareLight& light, int16_t 
     return black;
 }
 
-std::vector<float> Flare::PaintLevels(FrameSize size, const FlareLight& light, int32_t bandRows) {
-    const PluginPixels painted = PaintBlack(size, light, 48, bandRows);
-    CheckFrameMemory(size, 12.0, "the flare");
-    std::vector<float> levels(size_t(size.width) * size_t(size.height) * 3);
+void Flare::Levels(FrameSize size, const FlareLight& light, int32_t bandRows, float* levels) {
+    const size_t values = size_t(size.width) * size_t(size.height) * 3;
+    if (look_) {
+        // The lens's flare is light: painted linear, and given to the blends as display levels
+        // like the plug-in's (the sRGB curve carried on above 1).
+        std::fill_n(levels, values, 0.0f);
+        look_->Paint(size, light, levels);
+        for (size_t i = 0; i < values; ++i) levels[i] = levels[i] > 0.0f ? OIIO::linear_to_sRGB(levels[i]) : 0.0f;
+        return;
+    }
+    if (!black_ || black_->width != size.width || black_->height != size.height) {
+        CheckFrameMemory(size, 6.0, "the flare");
+        black_.emplace(size.width, size.height, 48);
+    } else {
+        std::fill(black_->bytes.begin(), black_->bytes.end(), uint8_t(0));
+    }
+    RenderFrame(*instance_, light, *black_, bandRows);
     if (!brackets_) brackets_ = {new ExposureBrackets(setup_), [](ExposureBrackets* made) { delete made; }};
-    brackets_->Levels(host_.controlData(), light, painted, levels.data());
+    brackets_->Levels(host_.controlData(), light, *black_, levels);
+}
+
+std::vector<float> Flare::PaintLevels(FrameSize size, const FlareLight& light, int32_t bandRows) {
+    CheckFrameMemory(size, 12.0 + 6.0, "the flare");
+    std::vector<float> levels(size_t(size.width) * size_t(size.height) * 3);
+    Levels(size, light, bandRows, levels.data());
     return levels;
 }
 
@@ -107,16 +127,11 @@ OIIO::ImageBuf Flare::Pass(FrameSize size, const FlareLight& light, int32_t band
 }
 
 void Flare::PassInto(FrameSize size, const FlareLight& light, const std::string& space, float* rgba, bool bottomUp) {
-    if (!black_ || black_->width != size.width || black_->height != size.height) {
-        CheckFrameMemory(size, 6.0 + 12.0, "the flare pass");
-        black_.emplace(size.width, size.height, 48);
+    if (levels_.size() != size_t(size.width) * size_t(size.height) * 3) {
+        CheckFrameMemory(size, 12.0, "the flare pass");
         levels_.resize(size_t(size.width) * size_t(size.height) * 3);
-    } else {
-        std::fill(black_->bytes.begin(), black_->bytes.end(), uint8_t(0));
     }
-    RenderFrame(*instance_, light, *black_, 0);
-    if (!brackets_) brackets_ = {new ExposureBrackets(setup_), [](ExposureBrackets* made) { delete made; }};
-    brackets_->Levels(host_.controlData(), light, *black_, levels_.data());
+    Levels(size, light, 0, levels_.data());
     FillPassFromLevels(levels_.data(), size.width, size.height, space, rgba, bottomUp);
 }
 
@@ -128,7 +143,7 @@ OIIO::ImageBuf Flare::Composite(OIIO::ImageBuf plate, const FlareLight& light, c
     OIIO::ImageBuf colour = layout.plain ? std::move(plate) : FrameColour(plate, layout);
     const FrameSize size{colour.spec().width, colour.spec().height};
 
-    if (const int16_t depth = IntegerDepth(colour.spec(), space); depth != 0)
+    if (const int16_t depth = look_ ? 0 : IntegerDepth(colour.spec(), space); depth != 0)
         BlendPainted(colour, PaintBlack(size, light, depth, options.bandRows), options.blend);
     else
         BlendLevels(colour, PaintLevels(size, light, options.bandRows), options.blend, space);
@@ -141,7 +156,7 @@ OIIO::ImageBuf Flare::Composite(OIIO::ImageBuf plate, const FlareLight& light, c
 // On black every blend gives the flare itself, so the plug-in's frame is the picture.
 OIIO::ImageBuf Flare::CompositeBlack(FrameSize size, const FlareLight& light, const FrameOptions& options) {
     const std::string space = ChooseColorspace("colorspace", options.colorspace, false);
-    if (!IsDisplaySpace(space)) return Composite(FrameImage::Black(size).image(), light, options);
+    if (!IsDisplaySpace(space) || look_) return Composite(FrameImage::Black(size).image(), light, options);
     CheckFrameMemory(size, 6.0 * 2.0, "--size");
     OIIO::ImageBuf painted = Image16FromPlugin(PaintBlack(size, light, 48, options.bandRows));
     painted.specmod().attribute("oiio:ColorSpace", space);

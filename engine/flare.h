@@ -24,6 +24,7 @@
 #include "engine/colour.h"
 #include "engine/flare_instance.h"
 #include "engine/frame_image.h"
+#include "engine/lens_look.h"
 #include "engine/option_values.h"
 #include "engine/plugin_settings.h"
 #include "engine/scene.h"
@@ -40,6 +41,7 @@ struct FlareSetup {
     std::optional<SettingsRecord> settings;       // the persistent record to start from; none: defaults
     SettingEdits edits;                           // then these changes
     host::PluginCopy copy = host::PluginCopy::private_;
+    std::optional<LensLookOptions> lens;          // the lens's physical flare instead (lens_look.h)
 };
 
 // How a frame is handed to the plug-in, which colour space its plate is in, and how the flare
@@ -103,11 +105,16 @@ private:
     PluginPixels PaintBlack(FrameSize size, const FlareLight& light, int16_t depth, int32_t bandRows);
     std::vector<float> PaintLevels(FrameSize size, const FlareLight& light, int32_t bandRows);
 
+    // The flare's float levels into `levels` (red, green, blue a pixel): the lens's physical
+    // flare when there is one, else the plug-in's frame lifted past its full level.
+    void Levels(FrameSize size, const FlareLight& light, int32_t bandRows, float* levels);
+
     FlareSetup setup_;   // what the exposure brackets load: the same plug-in and table
+    std::unique_ptr<LensLook> look_;   // the lens's physical flare, painted instead of the plug-in's
     host::PluginLibrary plugin_;
     host::HostSession host_;
     std::optional<PluginInstance> instance_;
-    std::optional<PluginPixels> black_;   // PassInto's frame, made black again for each render
+    std::optional<PluginPixels> black_;   // the plug-in's frame for float levels, kept from frame to frame
     std::vector<float> levels_;           // and its levels
     // The darker exposures that lift float levels past the plug-in's ceiling (hdr_pass.h), made
     // the first time float levels are painted; deleted by the image side of the engine, which

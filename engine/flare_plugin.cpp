@@ -39,6 +39,7 @@ Flare::Flare(const FlareSetup& setup) : setup_(setup), plugin_(setup.plugin.stri
     if (setup.settings) host_.SetControlData(setup.settings->bytes);
     instance_.emplace(plugin_, host_);
     instance_->EditSettings(setup.edits);
+    if (setup.lens) look_ = std::make_unique<LensLook>(*setup.lens);
 }
 
 void Flare::Finish() { instance_->Finish(); }

@@ -50,6 +50,7 @@ FlareSetup RequestSetup(const RenderRequest& request) {
     if (!request.table.empty()) setup.table = FindTable(request.table.string());
     if (!request.settingsFile.empty()) setup.settings = LoadSettingsFile(request.settingsFile);
     setup.edits = request.settings;
+    setup.lens = request.lens;
     return setup;
 }
 

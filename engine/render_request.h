@@ -15,6 +15,7 @@
 #include "engine/blend.h"
 #include "engine/compression.h"
 #include "engine/frame_sequence.h"
+#include "engine/lens_look.h"
 #include "engine/option_values.h"
 #include "engine/plugin_settings.h"
 #include "host/host_session.h"
@@ -42,6 +43,7 @@ struct RenderRequest {
     double intensity = 1.0;
     double radius = 0.0;            // the light's radius on the frame, pixels
     std::filesystem::path table;    // a table's name or path (table_search.h); empty: the default
+    std::optional<LensLookOptions> lens;   // the lens's physical flare instead of the table's (lens_look.h)
     int32_t bandRows = 0;           // 0: the whole frame in one generate command
     std::filesystem::path plugin;   // empty: searched beside the program (plugin_location.h)
     bool passMode = false;          // the flare alone on black, with alpha, for compositing

@@ -1,6 +1,7 @@
 #include "lens/aperture.h"
 
 #include <cmath>
+#include <cstdio>
 #include <numbers>
 #include <stdexcept>
 
@@ -27,8 +28,11 @@ void CheckAperture(const Aperture& aperture, const std::string& what) {
     if (aperture.blades != 0 && (aperture.blades < kMinBlades || aperture.blades > kMaxBlades))
         fail(std::to_string(aperture.blades) + " is not a blade count (0 for round, " + std::to_string(kMinBlades) +
              " to " + std::to_string(kMaxBlades) + ")");
-    if (!(aperture.curvature >= 0.0 && aperture.curvature <= 1.0))
-        fail("blade curvature " + std::to_string(aperture.curvature) + " is not within 0 to 1");
+    if (!(aperture.curvature >= 0.0 && aperture.curvature <= 1.0)) {
+        char text[32];
+        std::snprintf(text, sizeof(text), "%g", aperture.curvature);
+        fail("blade curvature " + std::string(text) + " is not within 0 to 1");
+    }
     if (!std::isfinite(aperture.rotation)) fail("the aperture's rotation is not a number");
 }
 

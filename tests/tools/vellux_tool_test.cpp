@@ -317,6 +317,36 @@ TEST_F(VelluxRender, DissolveFadesTheFlareOnEveryFileAndBlackExrIsThePass) {
     EXPECT_GT(*std::max_element(black.values.begin(), black.values.end()), 1.0f);   // linear, and past 1
 }
 
+// The lens's own flare: rendered onto a frame, and bad lenses and apertures refused with the value
+// named and nothing written.
+TEST_F(VelluxRender, TheLensLookRendersAndRefusesBadLensesAndApertures) {
+    const std::string lens = " --lens double-gauss-50mm -o ";
+    const ToolRun good = Vellux("render -q --size 160x100 --light 110,30 --f-number 8 --blades 6" + lens + Quote(Path("lens.exr")));
+    ASSERT_EQ(good.exitCode, 0) << good.err;
+    const Picture picture = Load(Path("lens.exr"));
+    EXPECT_GT(*std::max_element(picture.values.begin(), picture.values.end()), 100.0f);   // the light's core
+    std::ofstream(Path("no-stop.json")) << R"({"name": "no stop", "focalLength": 50,
+        "surfaces": [{"radius": 30, "thickness": 4, "n": 1.5, "diameter": 20}, {"radius": -30, "thickness": 40, "n": 1, "diameter": 20}]})";
+    const struct {
+        std::string options;
+        const char* message;
+    } cases[] = {
+        {"--blades 100" + lens, "--blades: 100 is not a blade count (0 for round, 3 to 32)"},
+        {"--blades 0" + lens, ""},
+        {"--f-number 1" + lens, "--f-number: 1 is wider than"},
+        {"--lens " + Quote(Path("no-stop.json")) + " -o ", "no-stop.json"},
+        {"--blades 6 -o ", "--f-number, --blades, --blade-curvature and --aperture-rotation: only with --lens"},
+    };
+    for (const auto& c : cases) {
+        if (*c.message == '\0') continue;   // a round aperture is fine
+        const fs::path out = Path("bad.exr");
+        const ToolRun run = Vellux("render -q --size 64x40 " + c.options + Quote(out));
+        EXPECT_NE(run.exitCode, 0) << c.options;
+        EXPECT_NE(run.err.find(c.message), std::string::npos) << c.options << ": " << run.err;
+        EXPECT_FALSE(fs::exists(out)) << c.options;
+    }
+}
+
 TEST_F(VelluxRender, PassesFloatPlatesAndOcclusion) {
     const ToolRun pass = Vellux("render --size 96x64 -q --mode pass -o " + Quote(Path("pass.exr")));
     ASSERT_EQ(pass.exitCode, 0) << pass.err;

@@ -69,6 +69,16 @@ void AddSettingOptions(CLI::App& render, SettingEdits& edits) {
 
 void AddRunOptions(CLI::App& render, RenderOptions& options) {
     render.add_option("--table", options.table, "Flare table: a name (vellux tables lists them) or a .rsc file (default: Vellux)")->type_name("NAME");
+    render.add_option("--lens", options.lens,
+                      "Paint the lens's own flare from its prescription instead of a table's: a lens's name "
+                      "(double-gauss-50mm, ...) or a .json file")
+        ->type_name("NAME");
+    render.add_option("--f-number", options.fNumber, "With --lens: the aperture (default: the lens's stated one)")->type_name("N");
+    render.add_option("--blades", options.blades, "With --lens: the iris's blades, 0 for round, 3 to 32 (default 0)")->type_name("K");
+    render.add_option("--blade-curvature", options.bladeCurvature,
+                      "With --lens: 0 straight blades to 1 round (default 0)")->type_name("C");
+    render.add_option("--aperture-rotation", options.apertureRotation, "With --lens: the iris turned, degrees (default 0)")
+        ->type_name("DEG");
     render.add_option("--settings", options.settingsFile,
                       "Start from a saved settings file (as `vellux settings set` or `vellux edit` write it); "
                       "the setting options above then change it")
@@ -169,6 +179,17 @@ RenderRequest CheckRenderOptions(const RenderOptions& options) {
     RequireFinite("--radius", options.radius, 0.0);
     request.radius = options.radius;
     request.table = options.table;
+    if (!options.lens.empty()) {
+        LensLookOptions lens;
+        lens.lens = options.lens;
+        lens.fNumber = options.fNumber;
+        lens.blades = options.blades;
+        lens.bladeCurvature = options.bladeCurvature;
+        lens.apertureRotation = options.apertureRotation;
+        request.lens = lens;
+    } else if (options.fNumber || options.blades || options.bladeCurvature || options.apertureRotation) {
+        throw std::invalid_argument("--f-number, --blades, --blade-curvature and --aperture-rotation: only with --lens");
+    }
     if (options.bandRows && *options.bandRows < 1)
         throw std::invalid_argument("--band-rows: " + std::to_string(*options.bandRows) + " must be at least 1");
     request.bandRows = options.bandRows.value_or(0);

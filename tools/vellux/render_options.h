@@ -33,6 +33,9 @@ struct RenderOptions {
     double intensity = 1.0;
     double radius = 0.0;
     std::string table;
+    std::string lens;                              // the lens's physical flare (--lens and its aperture)
+    std::optional<double> fNumber, bladeCurvature, apertureRotation;
+    std::optional<int> blades;
     std::optional<int32_t> bandRows;
     std::string plugin;
     bool quiet = false;

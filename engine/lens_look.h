@@ -1,0 +1,88 @@
+// A lens's physical flare, painted by the engine from the lens's prescription (the plug-in and its
+// flare tables take no part): the diffraction starburst the aperture makes of the light, and the
+// lens's ghosts as images of its aperture, each computed over the spectrum and folded into linear
+// Rec.709 light. The frame is the sensor: its smaller side spans the sensor's smaller side.
+//
+// Brightness: the light's intensity is its energy on the sensor in units of a frame pixel at
+// white, times kLightEnergy. The starburst holds (nearly) all of it, so its core goes far past
+// white as a bright light's does on a photograph, and its rays show where they fall to the level of
+// the frame; a ghost holds the light's energy times its two surfaces' reflectances.
+//
+// Errors throw std::invalid_argument naming the option and value (a blade count, an f-number
+// beyond the lens's widest) and std::runtime_error naming the file (a prescription that cannot be
+// read or has no stop).
+#ifndef VELLUX_ENGINE_LENS_LOOK_H
+#define VELLUX_ENGINE_LENS_LOOK_H
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/flare_instance.h"
+#include "engine/option_values.h"
+#include "lens/aperture.h"
+#include "lens/ghost_footprint.h"
+#include "lens/prescription.h"
+#include "lens/starburst.h"
+
+namespace vellux::engine {
+
+// A light of intensity 1 carries this many frame pixels' worth of white: a bright light, whose
+// starburst rays reach well out into the frame.
+inline constexpr double kLightEnergy = 2.0e6;
+
+struct LensLookOptions {
+    std::string lens;                      // a lens's name (LensFolders) or a prescription file (.json)
+    std::optional<double> fNumber;         // default: the lens's stated one, else its widest
+    std::optional<int> blades;             // default: the lens's, else 0 (round)
+    std::optional<double> bladeCurvature;  // 0..1; default: the lens's, else 0
+    std::optional<double> apertureRotation;   // degrees; default: the lens's, else 0
+    double sensorWidth = 36.0, sensorHeight = 24.0;   // mm
+};
+
+// The folders lenses are looked up in: $VELLUX_LENS_PATH's, then the shipped ones (share/vellux/lenses
+// of an installed tree, lenses/ in the build folder).
+std::vector<std::filesystem::path> LensFolders();
+
+// The prescription a name or path names; throws std::runtime_error listing the lenses there are.
+std::filesystem::path FindLens(const std::string& nameOrPath);
+
+class LensLook {
+public:
+    explicit LensLook(const LensLookOptions& options);
+
+    const lens::Prescription& prescription() const { return lens_; }
+    double fNumber() const { return fNumber_; }
+    const lens::Aperture& aperture() const { return aperture_; }
+
+    // Adds the flare of `light` (its position on the frame, colour and intensity) to `rgb`:
+    // packed linear RGB floats of the frame's size.
+    void Paint(FrameSize size, const FlareLight& light, float* rgb);
+
+private:
+    lens::Prescription lens_;
+    double fNumber_ = 0.0;
+    lens::Aperture aperture_;
+    double sensorWidth_, sensorHeight_;
+    lens::StarburstCache starbursts_;
+    lens::FootprintCache footprints_;
+};
+
+// Adds one ghost footprint's density (light per mm^2 of the sensor, rows from the bottom) times
+// `scale` (per channel, energy per unit of light) to `rgb`: a frame of `frame` pixels of `frameMm`
+// mm whose centre is the sensor's centre, y down. Each frame pixel takes the density at its centre
+// where the footprint's pixels are larger than the frame's; smaller ones are spread over the frame
+// pixels they overlap, so a small bright ghost keeps its energy.
+void AddFootprint(const lens::GhostFootprint& ghost, const float scale[3], FrameSize frame, double frameMm, float* rgb);
+
+// Adds `pattern` (a square of `size` pixels of `patternMm` mm, centred on its middle pixel, RGB
+// floats) times `scale` (per channel) to `rgb` (a frame of `frame` pixels of `frameMm` mm) with its
+// centre at frame pixel coordinates (cx, cy): each pattern pixel's value spread over the frame
+// pixels it overlaps in proportion (energy kept, whichever pixels are larger).
+void AddPattern(const float* pattern, int size, double patternMm, double cx, double cy, const float scale[3],
+                FrameSize frame, double frameMm, float* rgb);
+
+}  // namespace vellux::engine
+
+#endif  // VELLUX_ENGINE_LENS_LOOK_H

@@ -1,0 +1,116 @@
+// A lens's physical flare on the frame: patterns and ghost footprints keep their light wherever
+// their pixels fall, a ghost lands where it was traced, and bad lenses and apertures are refused
+// with the value named.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <numeric>
+#include <vector>
+
+#include "engine/lens_look.h"
+#include "lens/paraxial.h"
+
+namespace {
+
+using namespace vellux::engine;
+
+double Sum(const std::vector<float>& rgb, int channel) {
+    double sum = 0.0;
+    for (size_t i = size_t(channel); i < rgb.size(); i += 3) sum += rgb[i];
+    return sum;
+}
+
+// A pattern's light is kept whether its pixels are much smaller than the frame's (a starburst on a
+// small frame), about the same, or larger (a starburst on a large one), and wherever its centre
+// falls between pixel centres.
+TEST(LensLookPainting, PatternsKeepTheirLightAtEveryScale) {
+    constexpr int kSize = 31;
+    std::vector<float> pattern(kSize * kSize * 3);
+    for (size_t i = 0; i < pattern.size(); ++i) pattern[i] = float((i * 37) % 11) / 10.0f;
+    const float scale[3] = {1.0f, 2.0f, 0.5f};
+    for (const double patternMm : {0.002, 0.01, 0.013, 0.02}) {   // up to twice the frame's pixels
+        for (const double cx : {50.0, 50.37}) {
+            const FrameSize frame{100, 80};
+            std::vector<float> rgb(size_t(frame.width) * frame.height * 3, 0.0f);
+            AddPattern(pattern.data(), kSize, patternMm, cx, 40.61, scale, frame, 0.01, rgb.data());
+            for (int c = 0; c < 3; ++c)
+                EXPECT_NEAR(Sum(rgb, c), Sum(pattern, c) * scale[c], 1e-4 * Sum(pattern, c)) << patternMm << " " << cx;
+        }
+    }
+}
+
+// A ghost's light is kept when it is spread from small footprint pixels and, within the sampling,
+// when a large footprint is gathered; and it lands where its footprint lies on the sensor (y up
+// there, down on the frame).
+TEST(LensLookPainting, FootprintsKeepTheirLightAndLandWhereTraced) {
+    vellux::lens::GhostFootprint ghost;
+    ghost.size = 40;
+    ghost.density.assign(size_t(ghost.size) * ghost.size, 0.0f);
+    for (int j = 0; j < ghost.size; ++j)
+        for (int i = 0; i < ghost.size; ++i)
+            if (std::hypot(i - 19.5, j - 19.5) < 15.0) ghost.density[size_t(j) * ghost.size + size_t(i)] = 1.0f;
+    const double total = std::accumulate(ghost.density.begin(), ghost.density.end(), 0.0);
+    const FrameSize frame{200, 160};
+    const double frameMm = 0.01;
+    for (const double pixel : {0.002, 0.03}) {   // footprint pixels a fifth and three times the frame's
+        ghost.pixel = pixel;
+        ghost.left = 0.2 - 0.5 * ghost.size * pixel;     // centred 0.2 mm right of the axis
+        ghost.bottom = 0.15 - 0.5 * ghost.size * pixel;  // and 0.15 mm above it
+        std::vector<float> rgb(size_t(frame.width) * frame.height * 3, 0.0f);
+        const float scale[3] = {1.0f, 1.0f, 1.0f};
+        AddFootprint(ghost, scale, frame, frameMm, rgb.data());
+        const double light = total * pixel * pixel;
+        EXPECT_NEAR(Sum(rgb, 0), light, light * (pixel < frameMm ? 1e-4 : 0.03)) << pixel;
+        double x = 0.0, y = 0.0;
+        for (int fy = 0; fy < frame.height; ++fy)
+            for (int fx = 0; fx < frame.width; ++fx) {
+                const float v = rgb[(size_t(fy) * frame.width + size_t(fx)) * 3];
+                x += v * (fx + 0.5), y += v * (fy + 0.5);
+            }
+        EXPECT_NEAR(x / Sum(rgb, 0), 100.0 + 0.2 / frameMm, 1.5) << pixel;
+        EXPECT_NEAR(y / Sum(rgb, 0), 80.0 - 0.15 / frameMm, 1.0) << pixel;
+    }
+}
+
+// The light's energy: a light of intensity 1 in the middle of a frame puts kLightEnergy frame
+// pixels' worth of white into its starburst (nearly all of it inside the frame) and a little more
+// into its ghosts; twice the intensity, twice everything.
+TEST(LensLookPainting, TheFlareScalesWithTheLight) {
+    LensLookOptions options;
+    options.lens = VELLUX_LENS_DIR "/double-gauss-50mm.json";
+    options.fNumber = 8.0;
+    options.blades = 6;
+    LensLook look(options);
+    const FrameSize frame{320, 200};
+    std::vector<float> once(size_t(frame.width) * frame.height * 3, 0.0f), twice = once;
+    FlareLight light{160.0, 100.0, {255, 255, 255}, 1.0, 0.0};
+    look.Paint(frame, light, once.data());
+    light.intensity = 2.0;
+    look.Paint(frame, light, twice.data());
+    for (int c = 0; c < 3; ++c) {
+        EXPECT_NEAR(Sum(once, c), kLightEnergy, 0.05 * kLightEnergy) << c;
+        EXPECT_NEAR(Sum(twice, c), 2.0 * Sum(once, c), 1e-4 * Sum(once, c)) << c;
+    }
+}
+
+TEST(LensLookPainting, BadLensesAndAperturesNameTheValue) {
+    const struct {
+        LensLookOptions options;
+        const char* message;
+    } cases[] = {
+        {{VELLUX_LENS_DIR "/double-gauss-50mm.json", 8.0, 100}, "--blades: 100 is not a blade count (0 for round, 3 to 32)"},
+        {{VELLUX_LENS_DIR "/double-gauss-50mm.json", 8.0, 0, 1.5}, "--blade-curvature: blade curvature 1.5 is not within 0 to 1"},
+        {{VELLUX_LENS_DIR "/double-gauss-50mm.json", 1.0}, "--f-number: 1 is wider than"},
+        {{"no-such-lens"}, "--lens: no lens named 'no-such-lens'"},
+    };
+    for (const auto& c : cases) {
+        try {
+            LensLook look(c.options);
+            ADD_FAILURE() << c.message;
+        } catch (const std::exception& error) {
+            EXPECT_EQ(std::string(error.what()).rfind(c.message, 0), 0u) << error.what();
+        }
+    }
+}
+
+}  // namespace
