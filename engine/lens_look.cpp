@@ -152,14 +152,7 @@ std::vector<fs::path> LensFolders() {
     const auto add = [&folders](const fs::path& folder) {
         if (!folder.empty() && std::find(folders.begin(), folders.end(), folder) == folders.end()) folders.push_back(folder);
     };
-    if (const char* path = std::getenv("VELLUX_LENS_PATH")) {
-        const std::string text = path;
-        for (size_t start = 0; start <= text.size();) {
-            const size_t colon = std::min(text.find(':', start), text.size());
-            add(text.substr(start, colon - start));
-            start = colon + 1;
-        }
-    }
+    for (const fs::path& folder : FoldersIn("VELLUX_LENS_PATH")) add(folder);
     for (const fs::path& base : {EngineFolder(), RunningToolFolder()}) {
         if (base.empty()) continue;
         add(base.parent_path() / "share" / "vellux" / "lenses");

@@ -1,5 +1,7 @@
 #include "engine/plugin_location.h"
 
+#include <cstdlib>
+
 #include <dlfcn.h>
 
 #include <algorithm>
@@ -51,6 +53,19 @@ fs::path EngineFolder() {
     std::error_code error;
     const fs::path library = fs::canonical(info.dli_fname, error);
     return error ? fs::path(info.dli_fname).parent_path() : library.parent_path();
+}
+
+std::vector<std::filesystem::path> FoldersIn(const char* variable) {
+    std::vector<std::filesystem::path> folders;
+    const char* value = std::getenv(variable);
+    if (value == nullptr) return folders;
+    const std::string text = value;
+    for (size_t start = 0; start <= text.size();) {
+        const size_t colon = std::min(text.find(':', start), text.size());
+        folders.emplace_back(text.substr(start, colon - start));
+        start = colon + 1;
+    }
+    return folders;
 }
 
 }  // namespace vellux::engine

@@ -21,6 +21,10 @@ std::filesystem::path FindPlugin(const std::filesystem::path& requested);
 std::filesystem::path RunningToolFolder();   // from /proc/self/exe
 std::filesystem::path EngineFolder();        // the folder of this engine library
 
+// The folders a colon-separated list in the environment variable names, in order; none when it is
+// not set (VELLUX_TABLE_PATH, VELLUX_LENS_PATH).
+std::vector<std::filesystem::path> FoldersIn(const char* variable);
+
 // The folders searched for the plug-in, in order.
 std::vector<std::filesystem::path> PluginFolders();
 

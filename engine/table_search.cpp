@@ -70,14 +70,7 @@ std::vector<fs::path> TableFolders() {
         if (!folder.empty() && std::find(folders.begin(), folders.end(), folder) == folders.end()) folders.push_back(folder);
     };
     add(UserTableFolder());
-    if (const char* path = std::getenv("VELLUX_TABLE_PATH")) {
-        const std::string text = path;
-        for (size_t start = 0; start <= text.size();) {
-            const size_t colon = std::min(text.find(':', start), text.size());
-            add(text.substr(start, colon - start));
-            start = colon + 1;
-        }
-    }
+    for (const fs::path& folder : FoldersIn("VELLUX_TABLE_PATH")) add(folder);
     // Shipped: an installed tree keeps them in share/vellux/tables beside bin/ and lib/; the build
     // compiles them into tools/, the command-line tool's folder, beside which the engine lies.
     for (const fs::path& base : {EngineFolder(), RunningToolFolder()}) {
