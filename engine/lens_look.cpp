@@ -194,6 +194,7 @@ LensLook::LensLook(const LensLookOptions& options)
 // the next one's share of the colour: eight wavelengths, half the tracing, and the ghosts' fringes
 // still follow the glass's dispersion across the spectrum.
 constexpr int kGhostWavelengthStep = 2;
+constexpr double kFaintest = 1.0 / 65536.0;   // linear light a pixel, below which a ghost is not painted
 constexpr int kGhostRays = 64;     // rays across a ghost's entrance
 constexpr int kGhostRaster = 96;   // density pixels across its footprint
 
@@ -221,67 +222,118 @@ void LensLook::Paint(FrameSize size, const FlareLight& light, float* rgb) {
         settings.wavelengths.push_back(lens::SpectralWavelength(i));
     const lens::GhostFootprints& traced = footprints_.Get(lens_, settings);
     const std::array<lens::LinearRgb, lens::kSpectralSamples> weights = lens::SpectralWeights();
-    for (const lens::GhostFootprint& ghost : traced.ghosts) {
-        const auto sample = size_t(std::lround((ghost.wavelength - lens::kFirstWavelength) / lens::kWavelengthStep));
-        const size_t band = std::find(traced.wavelengths.begin(), traced.wavelengths.end(), ghost.wavelength) -
-                            traced.wavelengths.begin();
+    const size_t bands = traced.wavelengths.size();
+    std::vector<std::array<float, 3>> scales(bands);
+    for (size_t band = 0; band < bands; ++band) {
+        const auto sample = size_t(std::lround((traced.wavelengths[band] - lens::kFirstWavelength) / lens::kWavelengthStep));
         lens::LinearRgb weight;
         for (size_t k = sample; k < std::min(sample + kGhostWavelengthStep, size_t(lens::kSpectralSamples)); ++k)
             weight.r += weights[k].r, weight.g += weights[k].g, weight.b += weights[k].b;
         const double perLight = energy / traced.lightFlux[band];   // the light's energy per unit of its flux
-        const float scale[3] = {float(perLight * weight.r * colour[0]), float(perLight * weight.g * colour[1]),
-                                float(perLight * weight.b * colour[2])};
-        AddFootprint(ghost, scale, size, frameMm, rgb);
+        scales[band] = {float(perLight * weight.r * colour[0]), float(perLight * weight.g * colour[1]),
+                        float(perLight * weight.b * colour[2])};
     }
+    for (size_t first = 0; first + bands <= traced.ghosts.size(); first += bands)
+        AddGhost(FoldGhost(&traced.ghosts[first], scales.data(), bands), size, frameMm, rgb);
 }
 
-void AddFootprint(const lens::GhostFootprint& ghost, const float scale[3], FrameSize frame, double frameMm, float* rgb) {
-    if (ghost.density.empty()) return;
+GhostImage FoldGhost(const lens::GhostFootprint* footprints, const std::array<float, 3>* scales, size_t count) {
+    GhostImage image;
+    double left = 1e30, bottom = 1e30, right = -1e30, top = -1e30;
+    int finest = 0;
+    for (size_t k = 0; k < count; ++k) {
+        const lens::GhostFootprint& f = footprints[k];
+        if (f.density.empty()) continue;
+        left = std::min(left, f.left), bottom = std::min(bottom, f.bottom);
+        right = std::max(right, f.left + f.size * f.pixel), top = std::max(top, f.bottom + f.size * f.pixel);
+        finest = std::max(finest, f.size);
+    }
+    if (finest == 0) return image;
+    // One raster over every wavelength's footprint, as fine as the finest across the widest.
+    image.size = finest + finest / 8;
+    image.pixel = std::max(right - left, top - bottom) / image.size;
+    image.left = left, image.bottom = bottom;
+    image.rgb.assign(size_t(image.size) * size_t(image.size) * 3, 0.0f);
+    for (size_t k = 0; k < count; ++k) {
+        const lens::GhostFootprint& f = footprints[k];
+        if (f.density.empty()) continue;
+        const auto at = [&f](int i, int j) {
+            return i < 0 || j < 0 || i >= f.size || j >= f.size ? 0.0f : f.density[size_t(j) * size_t(f.size) + size_t(i)];
+        };
+        for (int j = 0; j < image.size; ++j) {
+            const double v = (image.bottom + (j + 0.5) * image.pixel - f.bottom) / f.pixel - 0.5;
+            const int fj = int(std::floor(v));
+            if (fj < -1 || fj >= f.size) continue;
+            const double tv = v - fj;
+            for (int i = 0; i < image.size; ++i) {
+                const double u = (image.left + (i + 0.5) * image.pixel - f.left) / f.pixel - 0.5;
+                const int fi = int(std::floor(u));
+                if (fi < -1 || fi >= f.size) continue;
+                const double tu = u - fi;
+                const double d = (at(fi, fj) * (1 - tu) + at(fi + 1, fj) * tu) * (1 - tv) +
+                                 (at(fi, fj + 1) * (1 - tu) + at(fi + 1, fj + 1) * tu) * tv;
+                if (d == 0.0) continue;
+                float* out = &image.rgb[(size_t(j) * size_t(image.size) + size_t(i)) * 3];
+                for (int c = 0; c < 3; ++c) out[c] += float(d) * scales[k][size_t(c)];
+            }
+        }
+    }
+    return image;
+}
+
+void AddGhost(const GhostImage& ghost, FrameSize frame, double frameMm, float* rgb) {
+    if (ghost.rgb.empty()) return;
+    // A ghost too faint to move any pixel by a 16-bit level's worth of linear light is left out.
+    const double densest = *std::max_element(ghost.rgb.begin(), ghost.rgb.end());
+    if (densest * std::max(frameMm * frameMm, ghost.pixel * ghost.pixel) < kFaintest) return;
     const double cx = 0.5 * frame.width, cy = 0.5 * frame.height;
-    const double area = frameMm * frameMm;
+    const size_t stride = size_t(ghost.size) * 3;
     if (ghost.pixel < frameMm) {
-        // Spread: each footprint pixel's light over the frame pixels it overlaps.
-        const double step = ghost.pixel / frameMm, share = 1.0 / (step * step);
+        // Spread: each ghost pixel's light over the frame pixels it overlaps.
+        const double step = ghost.pixel / frameMm, share = 1.0 / (step * step), cell = ghost.pixel * ghost.pixel;
         for (int j = 0; j < ghost.size; ++j) {
             const double y1 = cy - (ghost.bottom + j * ghost.pixel) / frameMm, y0 = y1 - step;
             const int fy0 = std::max(0, int(std::floor(y0))), fy1 = std::min(frame.height - 1, int(std::floor(y1)));
             for (int i = 0; i < ghost.size && fy0 <= fy1; ++i) {
-                const float d = ghost.density[size_t(j) * size_t(ghost.size) + size_t(i)];
-                if (d == 0.0f) continue;
+                const float* d = &ghost.rgb[size_t(j) * stride + size_t(i) * 3];
+                if (d[0] == 0.0f && d[1] == 0.0f && d[2] == 0.0f) continue;
                 const double x0 = cx + (ghost.left + i * ghost.pixel) / frameMm, x1 = x0 + step;
                 const int fx0 = std::max(0, int(std::floor(x0))), fx1 = std::min(frame.width - 1, int(std::floor(x1)));
-                const double light = double(d) * ghost.pixel * ghost.pixel;
                 for (int fy = fy0; fy <= fy1; ++fy)
                     for (int fx = fx0; fx <= fx1; ++fx) {
-                        const float w = float(light * Overlap(y0, y1, fy) * Overlap(x0, x1, fx) * share);
+                        const float w = float(cell * Overlap(y0, y1, fy) * Overlap(x0, x1, fx) * share);
                         float* out = &rgb[(size_t(fy) * size_t(frame.width) + size_t(fx)) * 3];
-                        for (int c = 0; c < 3; ++c) out[c] += w * scale[c];
+                        for (int c = 0; c < 3; ++c) out[c] += w * d[c];
                     }
             }
         }
         return;
     }
-    // Gathered: the density at each frame pixel's centre, bilinear between footprint pixel centres.
+    // Gathered: the light at each frame pixel's centre, bilinear between ghost pixel centres.
+    const double area = frameMm * frameMm;
     const double right = ghost.left + ghost.size * ghost.pixel, top = ghost.bottom + ghost.size * ghost.pixel;
     const int fx0 = std::max(0, int(std::floor(cx + ghost.left / frameMm)));
     const int fx1 = std::min(frame.width - 1, int(std::ceil(cx + right / frameMm)));
     const int fy0 = std::max(0, int(std::floor(cy - top / frameMm)));
     const int fy1 = std::min(frame.height - 1, int(std::ceil(cy - ghost.bottom / frameMm)));
+    static const float kNone[3] = {0.0f, 0.0f, 0.0f};
     const auto at = [&](int i, int j) {
-        return i < 0 || j < 0 || i >= ghost.size || j >= ghost.size ? 0.0f : ghost.density[size_t(j) * size_t(ghost.size) + size_t(i)];
+        return i < 0 || j < 0 || i >= ghost.size || j >= ghost.size ? kNone : &ghost.rgb[size_t(j) * stride + size_t(i) * 3];
     };
     for (int fy = fy0; fy <= fy1; ++fy) {
         const double v = ((cy - (fy + 0.5)) * frameMm - ghost.bottom) / ghost.pixel - 0.5;
         const int j = int(std::floor(v));
-        const double tv = v - j;
+        const float tv = float(v - j);
         for (int fx = fx0; fx <= fx1; ++fx) {
             const double u = ((fx + 0.5 - cx) * frameMm - ghost.left) / ghost.pixel - 0.5;
             const int i = int(std::floor(u));
-            const double tu = u - i;
-            const double d = (at(i, j) * (1 - tu) + at(i + 1, j) * tu) * (1 - tv) + (at(i, j + 1) * (1 - tu) + at(i + 1, j + 1) * tu) * tv;
-            if (d == 0.0) continue;
+            const float tu = float(u - i);
+            const float *a = at(i, j), *b = at(i + 1, j), *c0 = at(i, j + 1), *d = at(i + 1, j + 1);
             float* out = &rgb[(size_t(fy) * size_t(frame.width) + size_t(fx)) * 3];
-            for (int c = 0; c < 3; ++c) out[c] += float(d * area) * scale[c];
+            for (int c = 0; c < 3; ++c) {
+                const float value = (a[c] * (1 - tu) + b[c] * tu) * (1 - tv) + (c0[c] * (1 - tu) + d[c] * tu) * tv;
+                out[c] += value * float(area);
+            }
         }
     }
 }

@@ -14,6 +14,7 @@
 #ifndef VELLUX_ENGINE_LENS_LOOK_H
 #define VELLUX_ENGINE_LENS_LOOK_H
 
+#include <array>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -69,19 +70,31 @@ private:
     lens::FootprintCache footprints_;
 };
 
-// Adds one ghost footprint's density (light per mm^2 of the sensor, rows from the bottom) times
-// `scale` (per channel, energy per unit of light) to `rgb`: a frame of `frame` pixels of `frameMm`
-// mm whose centre is the sensor's centre, y down. Each frame pixel takes the density at its centre
-// where the footprint's pixels are larger than the frame's; smaller ones are spread over the frame
-// pixels they overlap, so a small bright ghost keeps its energy.
-void AddFootprint(const lens::GhostFootprint& ghost, const float scale[3], FrameSize frame, double frameMm, float* rgb);
-
 // Adds `pattern` (a square of `size` pixels of `patternMm` mm, centred on its middle pixel, RGB
 // floats) times `scale` (per channel) to `rgb` (a frame of `frame` pixels of `frameMm` mm) with its
 // centre at frame pixel coordinates (cx, cy): each pattern pixel's value spread over the frame
 // pixels it overlaps in proportion (energy kept, whichever pixels are larger).
 void AddPattern(const float* pattern, int size, double patternMm, double cx, double cy, const float scale[3],
                 FrameSize frame, double frameMm, float* rgb);
+
+// A ghost's light on the sensor with every wavelength folded into linear RGB: size x size pixels
+// of `pixel` mm, the first at (left, bottom), rows from the bottom; light per mm^2.
+struct GhostImage {
+    double left = 0.0, bottom = 0.0, pixel = 0.0;
+    int size = 0;
+    std::vector<float> rgb;
+};
+
+// One ghost's footprints at `count` wavelengths, each weighted by its `scales` (per channel: the
+// light's energy per unit of flux times the wavelength's share of each colour), on one raster
+// over all of them.
+GhostImage FoldGhost(const lens::GhostFootprint* footprints, const std::array<float, 3>* scales, size_t count);
+
+// Adds a ghost to `rgb`: a frame of `frame` pixels of `frameMm` mm whose centre is the sensor's
+// centre, y down. Each frame pixel takes the light at its centre where the ghost's pixels are
+// larger than the frame's; smaller ones are spread over the frame pixels they overlap, so a small
+// bright ghost keeps its energy. A ghost too faint to show is left out.
+void AddGhost(const GhostImage& ghost, FrameSize frame, double frameMm, float* rgb);
 
 }  // namespace vellux::engine
 

@@ -39,28 +39,31 @@ TEST(LensLookPainting, PatternsKeepTheirLightAtEveryScale) {
     }
 }
 
-// A ghost's light is kept when it is spread from small footprint pixels and, within the sampling,
-// when a large footprint is gathered; and it lands where its footprint lies on the sensor (y up
-// there, down on the frame).
+// A ghost's light is kept when its wavelengths are folded together, when it is spread from small
+// pixels and, within the sampling, when a large one is gathered; and it lands where its footprint
+// lies on the sensor (y up there, down on the frame).
 TEST(LensLookPainting, FootprintsKeepTheirLightAndLandWhereTraced) {
-    vellux::lens::GhostFootprint ghost;
-    ghost.size = 40;
-    ghost.density.assign(size_t(ghost.size) * ghost.size, 0.0f);
-    for (int j = 0; j < ghost.size; ++j)
-        for (int i = 0; i < ghost.size; ++i)
-            if (std::hypot(i - 19.5, j - 19.5) < 15.0) ghost.density[size_t(j) * ghost.size + size_t(i)] = 1.0f;
-    const double total = std::accumulate(ghost.density.begin(), ghost.density.end(), 0.0);
+    vellux::lens::GhostFootprint footprint;
+    footprint.size = 40;
+    footprint.density.assign(size_t(footprint.size) * footprint.size, 0.0f);
+    for (int j = 0; j < footprint.size; ++j)
+        for (int i = 0; i < footprint.size; ++i)
+            if (std::hypot(i - 19.5, j - 19.5) < 15.0) footprint.density[size_t(j) * footprint.size + size_t(i)] = 1.0f;
+    const double total = std::accumulate(footprint.density.begin(), footprint.density.end(), 0.0);
     const FrameSize frame{200, 160};
     const double frameMm = 0.01;
     for (const double pixel : {0.002, 0.03}) {   // footprint pixels a fifth and three times the frame's
-        ghost.pixel = pixel;
-        ghost.left = 0.2 - 0.5 * ghost.size * pixel;     // centred 0.2 mm right of the axis
-        ghost.bottom = 0.15 - 0.5 * ghost.size * pixel;  // and 0.15 mm above it
+        footprint.pixel = pixel;
+        footprint.left = 0.2 - 0.5 * footprint.size * pixel;     // centred 0.2 mm right of the axis
+        footprint.bottom = 0.15 - 0.5 * footprint.size * pixel;  // and 0.15 mm above it
+        // At two wavelengths, one with twice the weight in red: folded, the light adds up.
+        const vellux::lens::GhostFootprint two[2] = {footprint, footprint};
+        const std::array<float, 3> scales[2] = {{1.0f, 0.5f, 0.25f}, {1.0f, 0.5f, 0.25f}};
         std::vector<float> rgb(size_t(frame.width) * frame.height * 3, 0.0f);
-        const float scale[3] = {1.0f, 1.0f, 1.0f};
-        AddFootprint(ghost, scale, frame, frameMm, rgb.data());
-        const double light = total * pixel * pixel;
-        EXPECT_NEAR(Sum(rgb, 0), light, light * (pixel < frameMm ? 1e-4 : 0.03)) << pixel;
+        AddGhost(FoldGhost(two, scales, 2), frame, frameMm, rgb.data());
+        const double light = 2.0 * total * pixel * pixel;
+        for (int c = 0; c < 3; ++c)
+            EXPECT_NEAR(Sum(rgb, c), light * scales[0][size_t(c)], light * scales[0][size_t(c)] * (pixel < frameMm ? 0.01 : 0.03)) << pixel;
         double x = 0.0, y = 0.0;
         for (int fy = 0; fy < frame.height; ++fy)
             for (int fx = 0; fx < frame.width; ++fx) {
