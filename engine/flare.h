@@ -97,6 +97,9 @@ public:
     // With `bottomUp` the rows are written last first (FillConvertedPass).
     void PassInto(FrameSize size, const FlareLight& light, const std::string& space, float* rgba, bool bottomUp = false);
 
+    // The lens look's f-number from the next frame on; throws when the flare has no lens look.
+    void SetLensFNumber(double fNumber);
+
     void Finish();   // FINI (the destructor sends it too, ignoring the answer)
 
 private:

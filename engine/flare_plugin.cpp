@@ -44,4 +44,9 @@ Flare::Flare(const FlareSetup& setup) : setup_(setup), plugin_(setup.plugin.stri
 
 void Flare::Finish() { instance_->Finish(); }
 
+void Flare::SetLensFNumber(double fNumber) {
+    if (!look_) throw std::runtime_error("the scene keys the lens's f-number (lens.fNumber): render it with --lens");
+    look_->SetFNumber(fNumber);
+}
+
 }  // namespace vellux::engine

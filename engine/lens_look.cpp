@@ -190,6 +190,12 @@ LensLook::LensLook(const LensLookOptions& options)
       sensorWidth_(options.sensorWidth),
       sensorHeight_(options.sensorHeight) {}
 
+void LensLook::SetFNumber(double fNumber) {
+    LensLookOptions options;
+    options.fNumber = fNumber;
+    fNumber_ = FNumberOf(options, lens_);
+}
+
 // The ghosts are traced at every second wavelength of the spectrum, each standing for its own and
 // the next one's share of the colour: eight wavelengths, half the tracing, and the ghosts' fringes
 // still follow the glass's dispersion across the spectrum.

@@ -57,6 +57,9 @@ public:
     double fNumber() const { return fNumber_; }
     const lens::Aperture& aperture() const { return aperture_; }
 
+    // Another f-number from the next frame on (a scene's aperture pull); checked as the option is.
+    void SetFNumber(double fNumber);
+
     // Adds the flare of `light` (its position on the frame, colour and intensity) to `rgb`:
     // packed linear RGB floats of the frame's size.
     void Paint(FrameSize size, const FlareLight& light, float* rgb);

@@ -322,6 +322,19 @@ void ReadChannels(Reader& in, const Json& root, Scene& scene) {
 // ---- Writing ----
 
 // One value on one line: {"a": 1, "b": [1, 2]}.
+void ReadLens(Reader& in, const Json& root, Scene& scene) {
+    const Json* lens = in.Member(root, "", "lens", false);
+    if (lens == nullptr || !in.Object(*lens, "lens", {"fNumber"})) return;
+    const Json* keys = in.Member(*lens, "lens", "fNumber");
+    if (keys == nullptr) return;
+    in.Frames(*keys, "lens.fNumber", [&](int32_t frame, const Json& value, const std::string& path) {
+        const std::optional<double> n = in.Number(&value, path, 0.5);
+        if (n && *n <= 100.0) scene.fNumber[frame] = *n;
+        else if (n) in.Error(path, "must be an f-number from 0.5 to 100");
+    });
+}
+
+
 std::string Inline(const Json& value) {
     std::string text;
     if (value.is_object()) {
@@ -362,6 +375,17 @@ std::string Hex(const std::vector<uint8_t>& bytes) {
 }  // namespace
 
 // ---- The scene ----
+
+std::optional<double> FNumberAt(const Scene& scene, int32_t frame) {
+    const auto& keys = scene.fNumber;
+    if (keys.empty()) return std::nullopt;
+    const auto after = keys.lower_bound(frame);
+    if (after == keys.end()) return std::prev(after)->second;
+    if (after->first == frame || after == keys.begin()) return after->second;
+    const auto before = std::prev(after);
+    const double t = (double(frame) - double(before->first)) / (double(after->first) - double(before->first));
+    return before->second + (after->second - before->second) * t;
+}
 
 ByteOrder NativeByteOrder() { return std::endian::native == std::endian::big ? ByteOrder::big : ByteOrder::little; }
 
@@ -480,12 +504,13 @@ SceneReadResult ReadScene(std::string_view text) {
     const Json& root = *parsed;
     Reader in;
     Scene scene;
-    if (in.Object(root, "", {"frames", "image", "light", "settings", "channels"})) {
+    if (in.Object(root, "", {"frames", "image", "light", "settings", "channels", "lens"})) {
         ReadFrames(in, root, scene);
         ReadImage(in, root, scene);
         ReadLight(in, root, scene);
         ReadSettings(in, root, scene);
         ReadChannels(in, root, scene);
+        ReadLens(in, root, scene);
     }
     result.errors = std::move(in.errors);
     if (result.errors.empty()) result.scene = std::move(scene);
@@ -532,6 +557,11 @@ std::string WriteScene(const Scene& scene) {
             channels.emplace_back(std::string(channel.name), Inline(values));
         }
         top.emplace_back("channels", Lines(channels, "  "));
+    }
+    if (!scene.fNumber.empty()) {
+        Json keys = Json::object();
+        for (const auto& [frame, n] : scene.fNumber) keys[std::to_string(frame)] = n;
+        top.emplace_back("lens", Inline(Json{{"fNumber", keys}}));
     }
     return Lines(top, "") + "\n";
 }

@@ -9,7 +9,8 @@
 //               "keys": {"1": {"position": [1400.0, 300.0], "color": [255, 255, 255],
 //                              "intensity": 1.0, "radius": 0.0}}},
 //     "settings": {"byteOrder": "little", "hex": "58554c56..."},   // optional
-//     "channels": {"Intensity": {"1": 0.5, "10": 1.0}, "Ring Color": {"1": [20560, 5140, 2570]}}
+//     "channels": {"Intensity": {"1": 0.5, "10": 1.0}, "Ring Color": {"1": [20560, 5140, 2570]}},
+//     "lens": {"fNumber": {"1": 2.0, "48": 8.0}}         // optional: an aperture pull, for --lens
 //   }
 //
 // Frame numbers (the range and every key) are whole numbers 0 or more, written as keys in plain
@@ -79,7 +80,11 @@ struct Scene {
     std::map<int32_t, LightKey> light;            // at least one key
     std::optional<SettingsRecord> settings;
     std::map<std::string, ChannelKeys> channels;  // by channel name
+    std::map<int32_t, double> fNumber;            // the lens's f-number by frame (the lens look); none: not keyed
 };
+
+// The keyed f-number at a frame (interpolated like the light); none when the scene keys none.
+std::optional<double> FNumberAt(const Scene& scene, int32_t frame);
 
 LightState LightAt(const Scene& scene, int32_t frame);
 

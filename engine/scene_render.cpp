@@ -136,6 +136,7 @@ void RenderSceneFrame(SequenceWork& work, SceneSession& session, int32_t frame) 
     if (!work.request.occlusion.empty())
         light = OccludedLight(light, OcclusionMask::Read(MaskFor(work.request.occlusion, frame), work.size));
     session.instance().LoadChannels(work.all.first, work.all.last, frame);
+    if (const std::optional<double> fNumber = FNumberAt(work.scene, frame)) session.flare().SetLensFNumber(*fNumber);
     const std::string plateFile = work.input ? work.input->For(frame) : std::string();
     WritePlateFile(RenderRequestedFrame(session.flare(), work.request, plateFile, work.size, light, target), target,
                    &work.stop, work.request.compression);

@@ -31,6 +31,8 @@ Scene Sample() {
     scene.channels["Intensity"][10] = 1.0 / 3.0;
     scene.channels["Intensity"][1] = 0.5;
     scene.channels["Dissolve"];   // published without keys
+    scene.fNumber[1] = 2.0;
+    scene.fNumber[48] = 8.0;
     return scene;
 }
 
@@ -54,6 +56,7 @@ TEST(Scene, WritesReadBackByteForByte) {
     EXPECT_EQ(read.scene->settings->bytes, scene.settings->bytes);
     EXPECT_EQ(std::get<double>(read.scene->channels.at("Intensity").at(10)), 1.0 / 3.0);
     EXPECT_EQ(read.scene->light.at(24).y, -3e-7);
+    EXPECT_EQ(read.scene->fNumber, scene.fNumber);
 
     // A sequence instead of a size, light in fractions, no settings, no channels; through a file.
     scene = Sample();
@@ -99,6 +102,12 @@ TEST(Scene, LightInterpolatesBetweenKeysAndHoldsOutside) {
     EXPECT_EQ(LightAt(scene, 0).x, 0.0);
     EXPECT_EQ(LightAt(scene, 99).x, 10.0);
     EXPECT_EQ(LightAt(scene, 20).intensity, 2.0);
+    // An aperture pull interpolates the same way; unkeyed, there is none.
+    EXPECT_FALSE(FNumberAt(scene, 15));
+    scene.fNumber = {{10, 2.0}, {20, 8.0}};
+    EXPECT_EQ(*FNumberAt(scene, 15), 5.0);
+    EXPECT_EQ(*FNumberAt(scene, 0), 2.0);
+    EXPECT_EQ(*FNumberAt(scene, 99), 8.0);
 }
 
 TEST(Scene, ChannelKeysReachThePublishedChannels) {
@@ -153,6 +162,9 @@ TEST(Scene, EachMistakeIsReportedAtItsPath) {
         {"channels.Glare", [](Json& j) { j["channels"]["Glare"] = Json::object(); }},
         {"channels.Intensity.10", [](Json& j) { j["channels"]["Intensity"]["10"] = "high"; }},
         {"channels.Ring Color.1[2]", [](Json& j) { j["channels"]["Ring Color"]["1"][2] = 40000; }},
+        {"lens.fNumber.48", [](Json& j) { j["lens"]["fNumber"]["48"] = 0.2; }},
+        {"lens.fNumber.48", [](Json& j) { j["lens"]["fNumber"]["48"] = "f/8"; }},
+        {"lens.blades", [](Json& j) { j["lens"]["blades"] = 6; }},
         {"channels.Ring Color.1", [](Json& j) { j["channels"]["Ring Color"]["1"] = 3; }},
         {"channels.Dissolve", [](Json& j) { j["channels"]["Dissolve"] = 0.5; }},
     };

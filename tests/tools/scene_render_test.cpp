@@ -187,6 +187,26 @@ TEST_F(SceneTool, EachFrameDependsOnlyOnTheSceneAndItsNumber) {
     EXPECT_EQ(Files(), 14u);
 }
 
+// An aperture pull: the lens look follows the scene's keyed f-number frame by frame, each frame the
+// picture a single render at that f-number makes; without --lens the keys are refused.
+TEST_F(SceneTool, ALensLookFollowsTheScenesKeyedFNumber) {
+    Scene scene = RisingScene(3);
+    scene.width = 160, scene.height = 100;
+    scene.fNumber = {{1, 2.0}, {3, 8.0}};
+    WriteSceneFile(Path("pull.json"), scene);
+    const std::string lens = " --lens double-gauss-50mm --blades 6";
+    const ToolRun pull = Vellux("render -q --scene " + Q("pull.json") + lens + " -o " + Q("pull.#.exr"));
+    ASSERT_EQ(pull.exitCode, 0) << pull.err;
+    const ToolRun one = Vellux("render -q --size 160x100 --light 64,45 --color 255,230,200 --f-number 8" + lens + " -o " + Q("one.exr"));
+    ASSERT_EQ(one.exitCode, 0) << one.err;
+    EXPECT_EQ(Pixels(Path("pull.3.exr")), Pixels(Path("one.exr")));
+    EXPECT_NE(Pixels(Path("pull.1.exr")), Pixels(Path("pull.3.exr")));
+    const ToolRun plain = Vellux("render -q --scene " + Q("pull.json") + " -o " + Q("plain.#.png"));
+    EXPECT_EQ(plain.exitCode, 1);
+    EXPECT_NE(plain.err.find("the scene keys the lens's f-number (lens.fNumber): render it with --lens"), std::string::npos)
+        << plain.err;
+}
+
 TEST_F(SceneTool, ImageSequencesAreReadFrameByFrameBesideTheScene) {
     Scene scene = RisingScene(3);
     scene.input = "plate.#.png";
