@@ -58,6 +58,7 @@ TEST_F(VelluxLensPreview, SheetsHaveACellPerLightAndFNumberEachLitAndDifferent) 
     const SheetCase cases[] = {
         {"double-gauss-50mm --size 96x54", 96, 54, {2, 4, 8}},   // f/2: its widest, 4 and 8
         {"fisheye-10mm --size 96x54", 96, 54, {4, 8}},           // f/4 opens no wider than 4
+        {"vintage-58mm --size 96x54", 96, 54, {2.37, 4, 8}},     // states f/2, opens to f/2.37
         {"vintage-58mm --f-numbers 2.8,11 --blades 5 --size 80x60", 80, 60, {2.8, 11}},
         {"wide-angle-22mm --f-numbers 8 --size 64x64", 64, 64, {8}},
     };
