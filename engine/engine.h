@@ -85,6 +85,13 @@
 //   ConvertPass(pass, space)              the pass into a colour space, tagged oiio:ColorSpace
 //   LevelTablesFor(space)                 that conversion of every 16-bit level, channel by channel
 
+// ---- A lens's own flare -----------------------------------------------------------------------
+#include "engine/lens_look.h"
+//   LensLook(options), LensLook::Paint    a lens's starburst and traced ghosts from its prescription
+//   FindLens(name), LensFolders()         lenses by name: VELLUX_LENS_PATH, shipped
+#include "engine/lens_sheet.h"
+//   LensSheet, WriteLensSheet             a contact sheet: a row per f-number, a column per light position
+
 // ---- Occlusion ---------------------------------------------------------------------------------
 #include "engine/occlusion.h"
 //   OcclusionMask::Read, OccludedLight    a mask's coverage of the light's disc dims the light

@@ -42,10 +42,12 @@ lens::Aperture ApertureOf(const LensLookOptions& options) {
 }
 
 // A lens's stated f-number rounds its widest, which the prescription may make a hair narrower
-// (f/2 against f/2.03): within 2% the widest is taken.
+// (f/2 against f/2.03): within 2% the widest is taken. Left to its default, a lens whose
+// prescription opens narrower than it states (a stop cut down in the published design) is used at
+// its widest.
 double FNumberOf(const LensLookOptions& options, const lens::Prescription& prescription) {
     const double widest = lens::Paraxial(prescription, kDLine).fNumber;
-    const double chosen = options.fNumber.value_or(prescription.fNumber.value_or(widest));
+    const double chosen = options.fNumber.value_or(std::max(prescription.fNumber.value_or(widest), widest));
     if (!(chosen >= widest * 0.98) || !std::isfinite(chosen)) {
         char text[160];
         std::snprintf(text, sizeof(text), "--f-number: %g is wider than %s opens (f/%.2f)", chosen,

@@ -7,7 +7,8 @@ packages=(cmake ninja-build g++ g++-multilib libgtest-dev libgmock-dev googletes
           nlohmann-json3-dev libcli11-dev
           libopenimageio-dev openimageio-tools pkgconf zlib1g-dev
           libcpp-httplib-dev chromium frei0r-plugins-dev libkissfft-dev
-          python3-dev pybind11-dev python3-numpy python3-pytest python3-distributed)
+          python3-dev pybind11-dev python3-numpy python3-pytest python3-distributed
+          fonts-dejavu-core)   # the f-number labels of vellux lens preview
 # Node for the browser test: Debian's, unless a node is installed already (its own npm would
 # conflict with Debian's npm package).
 command -v node >/dev/null || packages+=(nodejs)

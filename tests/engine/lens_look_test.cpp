@@ -3,11 +3,14 @@
 // with the value named.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <numeric>
+#include <string>
 #include <vector>
 
 #include "engine/lens_look.h"
+#include "lens/glass.h"
 #include "lens/paraxial.h"
 
 namespace {
@@ -93,6 +96,17 @@ TEST(LensLookPainting, TheFlareScalesWithTheLight) {
     for (int c = 0; c < 3; ++c) {
         EXPECT_NEAR(Sum(once, c), kLightEnergy, 0.05 * kLightEnergy) << c;
         EXPECT_NEAR(Sum(twice, c), 2.0 * Sum(once, c), 1e-4 * Sum(once, c)) << c;
+    }
+}
+
+TEST(LensLookPainting, EveryShippedLensOpensToItsDefaultFNumber) {
+    // Left to its default, a lens is used at its stated f-number, or at its widest where its
+    // prescription opens no wider than that (the vintage lens states f/2 and opens to f/2.37).
+    for (const char* name : {"double-gauss-50mm", "wide-angle-22mm", "fisheye-10mm", "vintage-58mm"}) {
+        const LensLook look(LensLookOptions{std::string(VELLUX_LENS_DIR "/") + name + ".json"});
+        const double widest = vellux::lens::Paraxial(look.prescription(), vellux::lens::kLineD).fNumber;
+        EXPECT_GE(look.fNumber(), widest) << name;
+        EXPECT_NEAR(look.fNumber(), std::max(look.prescription().fNumber.value_or(widest), widest), 1e-3) << name;
     }
 }
 

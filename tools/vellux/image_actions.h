@@ -1,9 +1,9 @@
 // The tool's work on images, in a module of its own (libvellux_tool_images.so) that the tool loads
-// when a command reaches such work: rendering, the sample frame, the settings dialog's preview.
-// The tool itself links only the engine's core, so that starting it (--help, info, scene show,
-// the resource and lens commands, settings show and set) does not load the image library and the
-// ~260 libraries behind it. Option parsing stays in the tool: --help lists every command and a
-// usage error is reported before anything is loaded.
+// when a command reaches such work: rendering, the sample frame, the settings dialog's preview, a
+// lens's contact sheet. The tool itself links only the engine's core, so that starting it (--help,
+// info, scene show, the resource commands, lens show and compile, settings show and set) does not
+// load the image library and the ~260 libraries behind it. Option parsing stays in the tool: --help
+// lists every command and a usage error is reported before anything is loaded.
 //
 // The module is looked for beside the tool (the build's tools folder) and in ../lib (an installed
 // tree: bin/vellux, lib/libvellux_tool_images.so). It exports one function, kImageActionsEntry,
@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/lens_sheet.h"
 #include "engine/option_values.h"
 #include "engine/render_request.h"
 
@@ -32,6 +33,8 @@ struct ImageActions {
     std::vector<int32_t> (*parseFrameList)(const std::string& option, const std::string& text);
     // 8-bit RGBA pixels written atomically to an image file, its format by extension.
     void (*writeRgba)(const std::filesystem::path& file, int32_t width, int32_t height, const std::vector<uint8_t>& rgba);
+    // `vellux lens preview` (engine/lens_sheet.h): a contact sheet of a lens's own flare.
+    void (*writeLensSheet)(const engine::LensSheetRequest& request);
 };
 
 inline constexpr const char* kImageActionsModule = "libvellux_tool_images.so";

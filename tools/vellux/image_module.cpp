@@ -9,6 +9,7 @@
 #include "engine/frame_list.h"
 #include "engine/frame_memory.h"
 #include "engine/frame_render.h"
+#include "engine/lens_sheet.h"
 #include "engine/pending_output.h"
 #include "engine/sample_frame.h"
 #include "engine/scene_render.h"
@@ -48,7 +49,7 @@ void WriteRgba(const fs::path& file, int32_t width, int32_t height, const std::v
     pending.Commit();
 }
 
-constexpr ImageActions kActions{Render, WriteSampleFrame, ParseFrameList, WriteRgba};
+constexpr ImageActions kActions{Render, WriteSampleFrame, ParseFrameList, WriteRgba, WriteLensSheet};
 
 }  // namespace
 

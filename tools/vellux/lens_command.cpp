@@ -1,10 +1,14 @@
 #include "tools/vellux/lens_command.h"
+#include "tools/vellux/image_actions.h"
 #include "tools/vellux/rsc_command.h"
 
 #include <cstdio>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "engine/table_search.h"
 #include "host/resource_file.h"
@@ -93,6 +97,38 @@ void AddCompile(CLI::App& group, Action& action) {
     compile->callback([options, &action] { action = [options] { return CompileLens(*options, std::cerr); }; });
 }
 
+void AddPreview(CLI::App& group, Action& action) {
+    struct Options {
+        std::string lens;
+        std::filesystem::path output, plate;
+        std::vector<double> fNumbers;
+        std::optional<int> blades;
+        std::string size = "480x270";
+    };
+    auto options = std::make_shared<Options>();
+    CLI::App* preview = group.add_subcommand("preview", "A contact sheet of a lens's own flare: a row per f-number, a column per light position");
+    preview->add_option("lens", options->lens, "A lens's name or prescription (JSON)")->required();
+    preview->add_option("-o,--output", options->output, "The sheet to write (8-bit); its extension picks the format")->required();
+    preview->add_option("--f-numbers", options->fNumbers, "The rows (default: the lens's widest, 4 and 8)")
+        ->delimiter(',')->type_name("N,N,...")->check(CLI::PositiveNumber);
+    preview->add_option("--blades", options->blades, "The iris's blades, 0 for round, 3 to 32 (default: the lens's)")->type_name("K");
+    preview->add_option("--size", options->size, "Each cell's size")->type_name("WxH")->capture_default_str();
+    preview->add_option("-i,--input", options->plate, "A plate to show the flare on instead of black");
+    preview->callback([options, &action] {
+        action = [options] {
+            LensSheetRequest request;
+            request.lens.lens = options->lens;
+            request.lens.blades = options->blades;
+            request.fNumbers = options->fNumbers;
+            request.cell = ParseFrameSize("--size", options->size);
+            request.plate = options->plate;
+            request.output = options->output;
+            LoadImageActions().writeLensSheet(request);
+            return 0;
+        };
+    });
+}
+
 }  // namespace
 
 void AddLensCommands(CLI::App& app, Action& action) {
@@ -100,6 +136,7 @@ void AddLensCommands(CLI::App& app, Action& action) {
     group->require_subcommand(1);
     AddShow(*group, action);
     AddCompile(*group, action);
+    AddPreview(*group, action);
 }
 
 int ShowLens(const LensOptions& options, std::ostream& out) {

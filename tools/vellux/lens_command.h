@@ -7,6 +7,8 @@
 //       a flare table of the K brightest ghosts after a glow and a halo, with the settings dialog
 //       of the default table, compiled as vellux rsc compile does (written atomically; nothing
 //       written on an error); --json writes the table source instead
+//   vellux lens preview LENS -o SHEET.png [--f-numbers N,N,...] [--blades K] [--size WxH] [-i PLATE]
+//       a contact sheet of the lens's own flare (engine/lens_sheet.h), drawn in the image module
 #ifndef VELLUX_TOOLS_LENS_COMMAND_H
 #define VELLUX_TOOLS_LENS_COMMAND_H
 

@@ -1,0 +1,150 @@
+#include "engine/lens_sheet.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <optional>
+#include <stdexcept>
+
+#include <OpenImageIO/imagebufalgo.h>
+
+#include "engine/colour.h"
+#include "engine/flare.h"
+#include "engine/frame_image.h"
+#include "engine/plate.h"
+#include "engine/plugin_location.h"
+
+namespace vellux::engine {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// A third of a stop: f-numbers closer than this to the widest add nothing to a sheet.
+constexpr double kThirdStop = 1.1225;
+
+// The fonts tried for the labels, in order; "" is the image library's own default.
+constexpr const char* kLabelFonts[] = {"DejaVuSans", "LiberationSans-Regular", ""};
+
+// The lens look of each row, made first: a lens, f-number or aperture that cannot be used is
+// refused before anything is painted.
+std::vector<LensLookOptions> RowOptions(const LensSheetRequest& request) {
+    std::vector<double> fNumbers = request.fNumbers;
+    if (fNumbers.empty()) {
+        LensLookOptions widest = request.lens;
+        widest.fNumber.reset();
+        fNumbers = DefaultSheetFNumbers(LensLook(widest).fNumber());
+    }
+    std::vector<LensLookOptions> rows;
+    for (const double fNumber : fNumbers) {
+        LensLookOptions row = request.lens;
+        row.fNumber = fNumber;
+        LensLook{row};   // throws naming the value
+        rows.push_back(row);
+    }
+    return rows;
+}
+
+// The plate as a cell's background: its colour in display (sRGB) levels as float, cut to the
+// cell's shape about its centre and scaled to the cell.
+OIIO::ImageBuf CellPlate(const fs::path& file, FrameSize cell) {
+    const OIIO::ImageBuf read = FrameImage::Read(file).image();
+    const bool floatPixels = read.spec().format.is_floating_point();
+    const std::string space =
+        ChooseColorspace("-i", floatPixels ? read.spec().get_string_attribute("oiio:ColorSpace") : "", floatPixels);
+    OIIO::ImageBuf colour = OIIO::ImageBufAlgo::channels(read, 3, {0, 1, 2});
+    if (!IsDisplaySpace(space)) {
+        OIIO::ImageBuf converted;
+        if (!OIIO::ImageBufAlgo::colorconvert(converted, colour, space, kDisplaySpace))
+            throw std::runtime_error(file.string() + ": " + ImageErrorText(converted));
+        colour = std::move(converted);
+    }
+    const int width = colour.spec().width, height = colour.spec().height;
+    const double aspect = double(cell.width) / cell.height;
+    const int cutWidth = std::min(width, int(height * aspect + 0.5)), cutHeight = std::min(height, int(width / aspect + 0.5));
+    const int x0 = colour.spec().x + (width - cutWidth) / 2, y0 = colour.spec().y + (height - cutHeight) / 2;
+    OIIO::ImageBuf cut = OIIO::ImageBufAlgo::cut(colour, OIIO::ROI(x0, x0 + cutWidth, y0, y0 + cutHeight, 0, 1, 0, 3));
+    OIIO::ImageBuf scaled(OIIO::ImageSpec(cell.width, cell.height, 3, OIIO::TypeFloat));
+    if (!OIIO::ImageBufAlgo::resize(scaled, cut)) throw std::runtime_error(file.string() + ": " + ImageErrorText(scaled));
+    return scaled;
+}
+
+// Writes `text` in the lower left of the cell at (x, y); false when no font can be had.
+bool Label(OIIO::ImageBuf& sheet, int x, int y, FrameSize cell, const std::string& text, std::optional<std::string>& font) {
+    const int size = std::max(10, cell.height / 11);
+    const float colour[3] = {0.9f, 0.9f, 0.9f};
+    const auto draw = [&](const char* name) {
+        const bool drawn = OIIO::ImageBufAlgo::render_text(sheet, x + size / 2, y + cell.height - size / 2, text, size, name,
+                                                           colour, OIIO::ImageBufAlgo::TextAlignX::Left,
+                                                           OIIO::ImageBufAlgo::TextAlignY::Baseline, 1);
+        if (!drawn) sheet.geterror();   // cleared: a missing font is not the sheet's failure
+        return drawn;
+    };
+    if (font) return draw(font->c_str());
+    for (const char* name : kLabelFonts) {
+        if (draw(name)) {
+            font = name;
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+std::vector<double> DefaultSheetFNumbers(double widest) {
+    std::vector<double> rows{widest};
+    for (const double stop : {4.0, 8.0})
+        if (stop > widest * kThirdStop) rows.push_back(stop);
+    return rows;
+}
+
+std::string FNumberText(double fNumber) {
+    char text[32];
+    std::snprintf(text, sizeof text, fNumber < 10.0 ? "%.2g" : "%.0f", fNumber);
+    return text;
+}
+
+OIIO::ImageBuf LensSheet(const LensSheetRequest& request) {
+    const std::vector<LensLookOptions> rows = RowOptions(request);
+    const FrameSize cell = request.cell;
+    const int columns = int(kSheetLights.size());
+    CheckFrameMemory({cell.width * columns, cell.height * int(rows.size())}, 12.0 + 3.0, "--size");
+    if (!request.plate.empty() && !fs::exists(request.plate))
+        throw std::runtime_error(request.plate.string() + ": no such file");
+    const std::optional<OIIO::ImageBuf> plate =
+        request.plate.empty() ? std::nullopt : std::optional(CellPlate(request.plate, cell));
+
+    OIIO::ImageBuf sheet(OIIO::ImageSpec(cell.width * columns, cell.height * int(rows.size()), 3, OIIO::TypeFloat),
+                         OIIO::InitializePixels::Yes);
+    FlareSetup setup;
+    setup.plugin = FindPlugin(request.plugin);
+    std::optional<std::string> font;
+    bool labelled = true;
+    for (size_t row = 0; row < rows.size(); ++row) {
+        setup.lens = rows[row];
+        Flare flare(setup);
+        for (int column = 0; column < columns; ++column) {
+            FlareLight light;
+            light.x = kSheetLights[size_t(column)][0] * cell.width;
+            light.y = kSheetLights[size_t(column)][1] * cell.height;
+            // On black the flare as a PNG render gives it; on the plate, blended into its display levels.
+            const OIIO::ImageBuf painted = plate ? flare.Composite(*plate, light, {0, kDisplaySpace, kDefaultBlend})
+                                                 : flare.CompositeBlack(cell, light, {});
+            const int x = column * cell.width, y = int(row) * cell.height;
+            if (!OIIO::ImageBufAlgo::paste(sheet, x, y, 0, 0, painted))
+                throw std::runtime_error("the contact sheet: " + ImageErrorText(sheet));
+            if (labelled) labelled = Label(sheet, x, y, cell, "f/" + FNumberText(*rows[row].fNumber), font);
+        }
+        flare.Finish();
+    }
+    sheet.specmod().attribute("oiio:ColorSpace", kDisplaySpace);
+    return sheet;
+}
+
+void WriteLensSheet(const LensSheetRequest& request) {
+    CheckOutputFormat(request.output);
+    const OIIO::ImageBuf sheet = LensSheet(request);
+    WriteImageFile(sheet, request.output, OIIO::TypeUInt8);
+}
+
+}  // namespace vellux::engine
