@@ -44,7 +44,7 @@ lens::Aperture ApertureOf(const LensLookOptions& options) {
 // A lens's stated f-number rounds its widest, which the prescription may make a hair narrower
 // (f/2 against f/2.03): within 2% the widest is taken.
 double FNumberOf(const LensLookOptions& options, const lens::Prescription& prescription) {
-    const double widest = lens::Paraxial(prescription, kDLine).fNumber;
+    const double widest = WidestFNumber(prescription);
     const double chosen = options.fNumber.value_or(prescription.fNumber.value_or(widest));
     if (!(chosen >= widest * 0.98) || !std::isfinite(chosen)) {
         char text[160];
@@ -161,6 +161,8 @@ std::vector<fs::path> LensFolders() {
     }
     return folders;
 }
+
+double WidestFNumber(const lens::Prescription& prescription) { return lens::Paraxial(prescription, kDLine).fNumber; }
 
 fs::path FindLens(const std::string& nameOrPath) {
     if (nameOrPath.find('/') != std::string::npos || fs::path(nameOrPath).extension() == ".json") {
