@@ -46,7 +46,7 @@ lens::Aperture ApertureOf(const LensLookOptions& options) {
 // prescription opens narrower than it states (a stop cut down in the published design) is used at
 // its widest.
 double FNumberOf(const LensLookOptions& options, const lens::Prescription& prescription) {
-    const double widest = lens::Paraxial(prescription, kDLine).fNumber;
+    const double widest = WidestFNumber(prescription);
     const double chosen = options.fNumber.value_or(std::max(prescription.fNumber.value_or(widest), widest));
     if (!(chosen >= widest * 0.98) || !std::isfinite(chosen)) {
         char text[160];
@@ -163,6 +163,8 @@ std::vector<fs::path> LensFolders() {
     }
     return folders;
 }
+
+double WidestFNumber(const lens::Prescription& prescription) { return lens::Paraxial(prescription, kDLine).fNumber; }
 
 fs::path FindLens(const std::string& nameOrPath) {
     if (nameOrPath.find('/') != std::string::npos || fs::path(nameOrPath).extension() == ".json") {

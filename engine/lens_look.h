@@ -49,6 +49,9 @@ std::vector<std::filesystem::path> LensFolders();
 // The prescription a name or path names; throws std::runtime_error listing the lenses there are.
 std::filesystem::path FindLens(const std::string& nameOrPath);
 
+// The lens's widest f-number, as its prescription traces it (a stated f/2 may trace as f/2.03).
+double WidestFNumber(const lens::Prescription& prescription);
+
 class LensLook {
 public:
     explicit LensLook(const LensLookOptions& options);

@@ -1,6 +1,7 @@
 #include "frei0r/filter_instance.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <iostream>
 
@@ -25,24 +26,58 @@ void FilterInstance::GetParam(int index, void* value) {
     frei0r::GetParam(settings_, index, value);
 }
 
-// The flare for a table, made again only when the table changes. A table that cannot be used is
-// reported, and the default table takes its place.
-engine::Flare& FilterInstance::FlareFor(const std::string& table) {
-    if (flare_ && table == flareTable_) return *flare_;
+// The flare for the settings' table or lens, made again only when they change. A table that
+// cannot be used is reported, and the default table takes its place; a lens that cannot be
+// loaded is reported, and the table's look painted.
+engine::Flare& FilterInstance::FlareFor(const FilterSettings& s) {
+    const FlareMaking making{s.table, s.lens, s.fNumber, s.blades};
+    if (flare_ && making == made_) return *flare_;
     flare_.reset();
-    flareTable_ = table;
+    made_ = making;
+    lensLook_ = false;
     engine::FlareSetup setup;
     setup.plugin = engine::FindPlugin("");
-    setup.table = table;
+    if (!s.lens.empty()) {
+        try {
+            setup.lens = LensLookFor(s);   // the table takes no part
+            flare_ = std::make_unique<engine::Flare>(setup);
+            lensLook_ = true;
+            return *flare_;
+        } catch (const std::exception& error) {
+            std::string problem = error.what();
+            if (problem.starts_with("--lens: ")) problem.erase(0, 8);   // the engine speaks as the tool
+            Report("Lens: " + problem + "; the table's look is used");
+            setup.lens.reset();
+        }
+    }
+    setup.table = s.table;
     try {
         flare_ = std::make_unique<engine::Flare>(setup);
     } catch (const std::exception& error) {
-        if (table.empty()) throw;
+        if (s.table.empty()) throw;
         Report("Flare table: " + std::string(error.what()) + "; the default table is used");
         setup.table.clear();
         flare_ = std::make_unique<engine::Flare>(setup);
     }
     return *flare_;
+}
+
+// The lens look the settings ask for. The F-number slider reaches wider than most lenses open:
+// there the lens's widest is taken (and said once).
+engine::LensLookOptions FilterInstance::LensLookFor(const FilterSettings& s) {
+    const lens::Prescription prescription = lens::ReadPrescription(engine::FindLens(s.lens));
+    const double widest = engine::WidestFNumber(prescription);
+    engine::LensLookOptions look;
+    look.lens = s.lens;
+    look.fNumber = std::max(s.fNumber, widest);
+    look.blades = s.blades;
+    if (s.fNumber < widest) {
+        char text[200];
+        std::snprintf(text, sizeof(text), "F-number: f/%g is wider than %s opens; its widest, f/%.2f, is used", s.fNumber,
+                      prescription.name.c_str(), widest);
+        Report(text);
+    }
+    return look;
 }
 
 namespace {
@@ -56,47 +91,72 @@ engine::PixelView HostFrame(uint32_t* frame, int width, int height) {
     return {reinterpret_cast<uint8_t*>(frame) - 1, width, height, width * 4, 32};
 }
 
+// The flare alone, its brightest channel as a straight alpha: `colour` holds each pixel's red,
+// green and blue at 4-byte steps, `rgba` gets the host's pixels.
+void StraightAlpha(const uint8_t* colour, size_t count, uint8_t* rgba) {
+    for (size_t i = 0; i < count; ++i, colour += 4, rgba += 4) {
+        const unsigned alpha = std::max({colour[0], colour[1], colour[2]});
+        for (int c = 0; c < 3; ++c) rgba[c] = alpha == 0 ? 0 : uint8_t((colour[c] * 255u + alpha / 2) / alpha);
+        rgba[3] = uint8_t(alpha);
+    }
+}
+
+// A lens's flare composited over the 8-bit sRGB RGBA frame at `rgba`, in its own memory.
+void CompositeOver(engine::Flare& flare, int width, int height, uint8_t* rgba, const engine::FlareLight& light,
+                   engine::Blend blend) {
+    const OIIO::ImageSpec spec(width, height, 4, OIIO::TypeUInt8);
+    const OIIO::ImageBuf painted = flare.Composite(OIIO::ImageBuf(spec, rgba), light, {0, "", blend});
+    if (painted.localpixels() != rgba) painted.get_pixels(painted.roi(), OIIO::TypeUInt8, rgba);
+}
+
 }  // namespace
 
-// The flare is painted on black and blended in, so that the dissolve only ever limits the flare
-// (blend.h). The plug-in's own add with nothing to fade is the same as painting straight into the
-// host's frame, which needs no frame of the filter's own: that is done then.
 void FilterInstance::Update(const uint32_t* in, uint32_t* out) {
     const std::lock_guard lock(mutex_);
     const size_t count = size_t(width_) * size_t(height_);
     if (!settings_.flareOnly && in != out) std::memcpy(out, in, count * 4);
+    try {
+        engine::Flare& flare = FlareFor(settings_);
+        flare.instance().EditSettings(settings_.edits);
+        if (lensLook_) PaintLensLook(flare, out);
+        else PaintPlugin(flare, out);
+    } catch (const std::exception& error) {
+        // Refused before painting (a table, the settings): the frame passes through unchanged.
+        Report(error.what());
+        if (in != out) std::memcpy(out, in, count * 4);
+        flare_.reset();   // tried afresh on the next frame
+    }
+}
+
+// The flare is painted on black and blended in, so that the dissolve only ever limits the flare
+// (blend.h). The plug-in's own add with nothing to fade is the same as painting straight into the
+// host's frame, which needs no frame of the filter's own: that is done then.
+void FilterInstance::PaintPlugin(engine::Flare& flare, uint32_t* out) {
     const bool inPlace = !settings_.flareOnly && settings_.blend == engine::Blend::display &&
                          settings_.edits.dissolve.value_or(0.0) == 0.0;
     if (!inPlace) {
         if (pixels_.bytes.empty()) pixels_ = engine::PluginPixels(width_, height_, 32);   // made on first use
         std::fill(pixels_.bytes.begin(), pixels_.bytes.end(), uint8_t(0));
     }
-    try {
-        engine::Flare& flare = FlareFor(settings_.table);
-        flare.instance().EditSettings(settings_.edits);
-        engine::RenderFrame(flare.instance(), LightOn(settings_, width_, height_),
-                            inPlace ? HostFrame(out, width_, height_) : pixels_.View(), 0);
-    } catch (const std::exception& error) {
-        // Refused before painting (a table, the settings): the frame passes through unchanged.
-        Report(error.what());
-        if (in != out) std::memcpy(out, in, count * 4);
-        flare_.reset();   // tried afresh on the next frame
-        return;
-    }
+    engine::RenderFrame(flare.instance(), LightOn(settings_, width_, height_),
+                        inPlace ? HostFrame(out, width_, height_) : pixels_.View(), 0);
     if (inPlace) return;
     auto* target = reinterpret_cast<uint8_t*>(out);
+    if (settings_.flareOnly) StraightAlpha(pixels_.bytes.data() + 1, pixels_.bytes.size() / 4, target);   // after a
+    else engine::BlendBytes(target, 4, pixels_.bytes.data(), pixels_.bytes.size() / 4, settings_.blend);
+}
+
+// The lens's flare over the host's frame in its own memory; for Flare only, over transparent
+// black in the filter's, then made straight into the host's.
+void FilterInstance::PaintLensLook(engine::Flare& flare, uint32_t* out) {
+    const engine::FlareLight light = LightOn(settings_, width_, height_);
     if (!settings_.flareOnly) {
-        engine::BlendBytes(target, 4, pixels_.bytes.data(), count, settings_.blend);
+        CompositeOver(flare, width_, height_, reinterpret_cast<uint8_t*>(out), light, settings_.blend);
         return;
     }
-    const uint8_t* plugin = pixels_.bytes.data();
-    for (size_t i = 0; i < count; ++i) {
-        const uint8_t* argb = plugin + i * 4;
-        uint8_t* rgba = target + i * 4;
-        const unsigned alpha = std::max({argb[1], argb[2], argb[3]});
-        for (int c = 0; c < 3; ++c) rgba[c] = alpha == 0 ? 0 : uint8_t((argb[1 + c] * 255u + alpha / 2) / alpha);
-        rgba[3] = uint8_t(alpha);
-    }
+    lensOnly_.assign(size_t(width_) * size_t(height_) * 4, 0);
+    CompositeOver(flare, width_, height_, lensOnly_.data(), light, engine::Blend::display);
+    StraightAlpha(lensOnly_.data(), lensOnly_.size() / 4, reinterpret_cast<uint8_t*>(out));
 }
 
 }  // namespace vellux::frei0r

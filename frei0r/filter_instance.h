@@ -10,6 +10,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "engine/flare.h"
 #include "engine/plugin_pixels.h"
@@ -25,22 +26,36 @@ public:
     void GetParam(int index, void* value);
 
     // One frame: RGBA8888 in, RGBA8888 out (the same buffer allowed). The flare is painted through
-    // the plug-in's 32-bit path and blended in as the Blend parameter says, the input's alpha kept; with Flare only, the flare alone with its
-    // brightest channel as alpha and the colour unpremultiplied (straight alpha, as editors
-    // composite overlays).
+    // the plug-in's 32-bit path and blended in as the Blend parameter says, the input's alpha
+    // kept; a lens's own flare goes over the frame as over any 8-bit sRGB plate (Flare::Composite).
+    // With Flare only, the flare alone with its brightest channel as alpha and the colour
+    // unpremultiplied (straight alpha, as editors composite overlays).
     void Update(const uint32_t* in, uint32_t* out);
 
 private:
+    // What a flare is made from: its table, or its lens and the lens's aperture.
+    struct FlareMaking {
+        std::string table, lens;
+        double fNumber = 0.0;
+        int blades = 0;
+        bool operator==(const FlareMaking&) const = default;
+    };
+
     void Report(const std::string& problem);   // on stderr, once per problem
-    engine::Flare& FlareFor(const std::string& table);
+    engine::Flare& FlareFor(const FilterSettings& settings);
+    engine::LensLookOptions LensLookFor(const FilterSettings& settings);
+    void PaintPlugin(engine::Flare& flare, uint32_t* out);
+    void PaintLensLook(engine::Flare& flare, uint32_t* out);
 
     const int width_, height_;
     std::mutex mutex_;
     FilterSettings settings_;
     std::unique_ptr<engine::Flare> flare_;
-    std::string flareTable_;                // the table the flare was made with
+    FlareMaking made_;                      // what the flare was asked to be made from
+    bool lensLook_ = false;                 // the flare paints its lens's look
     engine::PluginPixels pixels_;           // the flare painted on black, made on first use (not needed
                                             // for the plug-in's own add without a dissolve)
+    std::vector<uint8_t> lensOnly_;         // a lens's flare over transparent black, for Flare only
     std::set<std::string> reported_;
 };
 

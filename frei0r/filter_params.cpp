@@ -39,6 +39,9 @@ const DoubleParam kDoubles[] = {
     {11, "Streak intensity", "How bright the streaks are", 0.0, 0.3, VELLUX_FIELD(*s.edits.streakIntensity)},
     {12, "Streak sharpness", "How quickly the streaks fade along their length", 0.0, 30.0, VELLUX_FIELD(*s.edits.streakSharpness)},
     {13, "Anamorphic factor", "How far Anamorphic stretches the flare sideways", 1.0, 4.0, VELLUX_FIELD(*s.edits.anamorphicFactor)},
+    {28, "F-number", "With a lens: its aperture, f/1 to f/22 (no wider than the lens opens; slider 1/3 is f/8)", 1.0, 22.0,
+     VELLUX_FIELD(s.fNumber)},
+    {29, "Blades", "With a lens: the iris's blades, 0 for round, up to 16", 0.0, 16.0, VELLUX_FIELD(s.blades)},
 };
 #undef VELLUX_FIELD
 
@@ -60,6 +63,12 @@ const BoolParam kBools[] = {
     {21, "Follow light size", "The glow grows with the light's radius", &SettingEdits::followLightSize},
     {22, "Flare only", "The flare alone on transparent black, for an overlay track", nullptr},
 };
+
+// The sliders that set whole numbers: the star filter's points and the iris's blades.
+bool IsWhole(int index) { return index == 8 || index == 29; }
+
+// An iris has no blades (round) or at least this many.
+constexpr int kFewestBlades = 3;
 
 // A halo needs some size: slider 0 gives this one (the slider maps 0..1 as it is, so that the
 // default 0.22 is exactly slider 0.22).
@@ -102,6 +111,7 @@ f0r_param_info_t ParamInfo(int index) {
     case 7: return {"Ring colour", F0R_PARAM_COLOR, "The colour of the halo"};
     case 23: return {"Flare table", F0R_PARAM_STRING, "The lens: a flare table's name (Vellux, LongZoom, CleanPrime) or .rsc file; empty for the default"};
     case 26: return {"Blend", F0R_PARAM_STRING, "How the flare goes over the frame: display (as the plug-in adds it), add (in linear light) or screen"};
+    case 27: return {"Lens", F0R_PARAM_STRING, "Paint a lens's own flare instead of the table's: its name (double-gauss-50mm) or .json file; empty for the table's"};
     default: return {"", F0R_PARAM_DOUBLE, ""};
     }
 }
@@ -114,8 +124,12 @@ std::string SetParam(FilterSettings& s, int index, const void* value) {
         if (!std::isfinite(slider)) return std::string(p->name) + ": " + engine::NumberText(slider) + " is not a number; ignored";
         if (slider < 0.0 || slider > 1.0) problem = std::string(p->name) + ": " + engine::NumberText(slider) + " is outside 0..1; clamped";
         double setting = p->min + std::clamp(slider, 0.0, 1.0) * (p->max - p->min);
-        if (index == 8) setting = std::round(setting);   // the star filter is a whole number
+        if (IsWhole(index)) setting = std::round(setting);
         if (index == 6) setting = std::max(setting, kSmallestRing);
+        if (index == 29 && setting > 0.0 && setting < kFewestBlades) {
+            problem = "Blades: " + engine::NumberText(setting) + " is not a blade count (0 for round, 3 to 16); 3 are used";
+            setting = kFewestBlades;
+        }
         p->set(s, setting);
         return problem;
     }
@@ -134,9 +148,10 @@ std::string SetParam(FilterSettings& s, int index, const void* value) {
     }
     case 1: s.lightColor = ColourOf(*static_cast<const f0r_param_color_t*>(value), problem, "Light colour"); return problem;
     case 7: s.edits.ringColor = ColourOf(*static_cast<const f0r_param_color_t*>(value), problem, "Ring colour"); return problem;
-    case 23: {
+    case 23:
+    case 27: {
         const char* text = *static_cast<const char* const*>(value);
-        s.table = text != nullptr ? text : "";
+        (index == 23 ? s.table : s.lens) = text != nullptr ? text : "";
         return {};
     }
     case 26: {
@@ -165,8 +180,8 @@ void GetParam(const FilterSettings& s, int index, void* value) {
         *static_cast<f0r_param_color_t*>(value) = ColourFor(s.lightColor);
     } else if (index == 7) {
         *static_cast<f0r_param_color_t*>(value) = ColourFor(*s.edits.ringColor);
-    } else if (index == 23) {
-        *static_cast<const char**>(value) = s.table.c_str();
+    } else if (index == 23 || index == 27) {
+        *static_cast<const char**>(value) = (index == 23 ? s.table : s.lens).c_str();
     } else if (index == 26) {
         *static_cast<const char**>(value) = engine::BlendName(s.blend);
     }

@@ -28,6 +28,10 @@
 //   25  Light Y               double     key only numbers (MLT): the last set wins  -1..2
 //   26  Blend                 string     how the flare goes over the frame: display (the
 //                                        plug-in's own add, the default), add (linear light), screen
+//   27  Lens                  string     paint this lens's own flare (engine/lens_look.h) instead of
+//                                        the table's: a lens's name or .json file; empty: the table's
+//   28  F-number              double     the lens's aperture; below the lens's widest, the widest  1..22
+//   29  Blades                double     the iris's blades, 0 round, whole (1 and 2 make 3)  0..16
 //
 // Hosts that set parameters by position (ffmpeg) need not give 24 and 25; the light's position
 // comes first.
@@ -57,11 +61,14 @@ struct FilterSettings {
     bool flareOnly = false;
     std::string table;
     engine::Blend blend = engine::kDefaultBlend;
+    std::string lens;        // empty: the table's look
+    double fNumber = 8.0;
+    int blades = 0;
 
     static engine::SettingEdits DefaultEdits();   // the plug-in's own defaults, every field given
 };
 
-inline constexpr int kParamCount = 27;
+inline constexpr int kParamCount = 30;
 
 // frei0r's description of parameter `index` (0..kParamCount-1); the texts live as long as the program.
 f0r_param_info_t ParamInfo(int index);

@@ -59,20 +59,48 @@ engine::FlareLight LightOf(const std::array<double, 2>& at, const std::array<int
     return light;
 }
 
+// The lens look's keyword arguments: the lens, and its aperture (the lens's own where not given).
+struct LensArguments {
+    std::optional<std::string> lens;
+    std::optional<double> fNumber;
+    std::optional<int> blades;
+    std::optional<double> bladeCurvature, apertureRotation;
+};
+
+// The lens look a Flare asks for, or none for the table's; the engine checks the values (LensLook).
+std::optional<engine::LensLookOptions> LensLookOf(const LensArguments& arguments, bool tableGiven) {
+    if (!arguments.lens) {
+        if (arguments.fNumber || arguments.blades || arguments.bladeCurvature || arguments.apertureRotation)
+            throw py::value_error("f_number, blades, blade_curvature and aperture_rotation: only with lens");
+        return std::nullopt;
+    }
+    if (tableGiven) throw py::value_error("table and lens: a flare paints a table's look or its lens's, not both");
+    engine::LensLookOptions look;
+    look.lens = *arguments.lens;
+    look.fNumber = arguments.fNumber;
+    look.blades = arguments.blades;
+    look.bladeCurvature = arguments.bladeCurvature;
+    look.apertureRotation = arguments.apertureRotation;
+    return look;
+}
+
 class PyFlare {
 public:
-    PyFlare(const std::optional<std::string>& table, const std::optional<std::string>& plugin)
+    PyFlare(const std::optional<std::string>& table, const std::optional<std::string>& plugin, const LensArguments& lens)
         : edits_(engine::DefaultSettingEdits()) {
         engine::FlareSetup setup;
+        setup.lens = LensLookOf(lens, table.has_value());
         setup.plugin = engine::FindPlugin(plugin.value_or(""));
         setup.table = table.value_or("");
         flare_ = std::make_unique<engine::Flare>(setup);
         table_ = table.value_or("");
+        lens_ = lens.lens.value_or("");
     }
 
     py::object Get(const std::string& name) const { return GetSetting(edits_, name); }
     void Set(const std::string& name, const py::handle& value) { SetSetting(edits_, name, value); }
     const std::string& table() const { return table_; }
+    const std::string& lens() const { return lens_; }
 
     py::array Render(const py::array& image, const std::array<double, 2>& at, const std::array<int, 3>& color,
                      double intensity, double radius, double pixelAspect, const std::optional<py::array>& occlusion,
@@ -129,7 +157,7 @@ public:
 private:
     std::unique_ptr<engine::Flare> flare_;
     engine::SettingEdits edits_;
-    std::string table_;
+    std::string table_, lens_;
     std::mutex mutex_;
 };
 
@@ -188,11 +216,19 @@ PYBIND11_MODULE(_vellux, m) {
     m.doc() = "The Vellux engine (see the vellux package for the documented interface).";
     engine::KeepFrameMemory();   // frames are rendered one after another in this process
     py::class_<PyFlare>(m, "Flare")
-        .def(py::init<const std::optional<std::string>&, const std::optional<std::string>&>(), py::arg("table") = py::none(),
-             py::arg("plugin") = py::none())
+        .def(py::init([](const std::optional<std::string>& table, const std::optional<std::string>& plugin,
+                         const std::optional<std::string>& lens, std::optional<double> fNumber, std::optional<int> blades,
+                         std::optional<double> bladeCurvature, std::optional<double> apertureRotation) {
+                 return std::make_unique<PyFlare>(table, plugin,
+                                                  LensArguments{lens, fNumber, blades, bladeCurvature, apertureRotation});
+             }),
+             py::arg("table") = py::none(), py::arg("plugin") = py::none(), py::arg("lens") = py::none(),
+             py::arg("f_number") = py::none(), py::arg("blades") = py::none(), py::arg("blade_curvature") = py::none(),
+             py::arg("aperture_rotation") = py::none())
         .def("get", &PyFlare::Get)
         .def("set", &PyFlare::Set)
         .def_property_readonly("table", &PyFlare::table)
+        .def_property_readonly("lens", &PyFlare::lens)
         .def("render", &PyFlare::Render, py::arg("image"), py::arg("light"), py::arg("color"), py::arg("intensity"),
              py::arg("radius"), py::arg("pixel_aspect"), py::arg("occlusion"), py::arg("colorspace"), py::arg("blend"))
         .def("pass_", &PyFlare::Pass, py::arg("width"), py::arg("height"), py::arg("light"), py::arg("color"),

@@ -16,8 +16,9 @@ from bpy.app.handlers import persistent
 
 from . import compositor, projection
 
-# One vellux.Flare per light and table, kept from frame to frame: loading the plug-in costs more
-# than painting. Each holds its own copy of the plug-in; frames are painted one at a time.
+# One vellux.Flare per light, with what it was made from (its table, or its lens and f-number), kept
+# from frame to frame: loading the plug-in costs more than painting. Each holds its own copy of the
+# plug-in; frames are painted one at a time.
 _flares = {}
 # The frame's sum, kept too: Blender's allocator hands a frame-sized block back to the system when
 # it is freed, and taking fresh memory every frame costs more than adding the flares up.
@@ -29,12 +30,16 @@ def report(message):
     print("Vellux flare: " + message, file=sys.stderr, flush=True)
 
 
-def _flare(light_name, table):
-    key = (light_name, table)
-    if key not in _flares:
+def _flare(light_name, table, lens_look):
+    """The light's flare: its table's look, or with `lens_look` (vellux.Flare's lens arguments) its
+    lens's, made again when they change."""
+    making = (table, tuple(sorted(lens_look.items())))
+    if _flares.get(light_name, (None,))[0] != making:
         import vellux
-        _flares[key] = vellux.Flare(table=table or None)
-    return _flares[key]
+        _flares.pop(light_name, None)
+        flare = vellux.Flare(**lens_look) if lens_look else vellux.Flare(table=table or None)
+        _flares[light_name] = (making, flare)
+    return _flares[light_name][1]
 
 
 def _flare_lights(scene):
@@ -54,7 +59,7 @@ def paint_light(scene, depsgraph, camera, light, total, first):
     if intensity <= 0.0:
         return False
     table = bpy.path.abspath(settings.table) if settings.table.startswith("//") else settings.table
-    flare = _flare(light.name, table)
+    flare = _flare(light.name, table, settings.lens_look(camera))
     flare.settings = settings.flare_settings()
     global _one
     height, width = total.shape[:2]

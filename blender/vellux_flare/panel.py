@@ -21,7 +21,14 @@ class VELLUX_PT_light_flare(bpy.types.Panel):
         layout = self.layout
         layout.use_property_split = True
         layout.active = flare.enabled
-        layout.prop(flare, "table")
+        layout.prop(flare, "lens")
+        if flare.lens == "NONE":
+            layout.prop(flare, "table")
+        else:
+            layout.prop(flare, "follow_camera_f_stop")
+            row = layout.row()
+            row.active = not flare.follow_camera_f_stop
+            row.prop(flare, "f_number")
         column = layout.column(heading="Light")
         column.prop(flare, "override_color")
         row = column.row()

@@ -12,6 +12,15 @@ SWITCHES = ("glow", "glow_in_light_color", "halo", "reflections", "anamorphic", 
             "random_streaks", "follow_light_size")
 
 
+# The lenses whose own flare a light may paint instead of its table's: the ones the engine ships
+# (lenses/). Numbered, so a saved choice survives new ones.
+LENSES = (("NONE", "None", "The flare table's look", 0),
+          ("double-gauss-50mm", "Double Gauss 50 mm", "A fast standard lens: six elements around the stop", 1),
+          ("wide-angle-22mm", "Wide angle 22 mm", "A retrofocus wide angle", 2),
+          ("fisheye-10mm", "Fisheye 10 mm", "A fisheye's many strongly curved surfaces", 3),
+          ("vintage-58mm", "Vintage 58 mm", "An older, less coated standard lens", 4))
+
+
 def _compositor_follows(self, context):
     from . import compositor
     if self.enabled and context.scene is not None:
@@ -29,6 +38,12 @@ class VelluxFlareSettings(bpy.types.PropertyGroup):
     override_intensity: BoolProperty(name="Own intensity", description="Use the intensity below, not the light's power "
                                      "(1 for 1000 W, or a sun of strength 1)", default=False)
     light_intensity: FloatProperty(name="Light intensity", min=0.0, soft_max=4.0, default=1.0)
+    lens: EnumProperty(name="Lens", description="Paint this lens's own flare (its diffraction starburst and its "
+                       "ghosts) instead of the flare table's look", items=LENSES, default="NONE")
+    f_number: FloatProperty(name="F-number", description="With a lens: its aperture, no wider than the lens opens",
+                            min=1.0, soft_max=22.0, default=8.0)
+    follow_camera_f_stop: BoolProperty(name="Camera's f-stop", description="With a lens: the f-number is the scene "
+                                       "camera's depth-of-field f-stop", default=False)
     occlusion: BoolProperty(name="Occlusion", description="Dim the flare by the part of the light's disc that scene "
                             "geometry hides from the camera", default=True)
     # The flare's own settings.
@@ -61,6 +76,14 @@ class VelluxFlareSettings(bpy.types.PropertyGroup):
         settings["star_filter"] = int(self.star_filter)
         settings["ring_color"] = tuple(round(c * 255) for c in self.ring_color)
         return settings
+
+    def lens_look(self, camera):
+        """The lens look's arguments for vellux.Flare, empty for the table's look: the lens and its
+        f-number, the camera object's f-stop when it is followed."""
+        if self.lens == "NONE":
+            return {}
+        f_number = camera.data.dof.aperture_fstop if self.follow_camera_f_stop else self.f_number
+        return {"lens": self.lens, "f_number": float(f_number)}
 
 
 def _blend_follows(self, context):

@@ -50,12 +50,25 @@ def write_image(image, path, compression=None):
 class Flare:
     """One lens flare: a loaded copy of the Vellux plug-in with its flare table and settings.
 
-    Flare(table=None, plugin=None, **settings)
+    Flare(table=None, plugin=None, lens=None, f_number=None, blades=None, blade_curvature=None,
+          aperture_rotation=None, **settings)
 
     table     a flare table's name ("LongZoom", as `vellux tables` lists them) or a .rsc path;
               None for the default table
     plugin    the plug-in file; None to find it beside the engine
     settings  any of the settings below, by name
+
+    The lens's own flare instead of a table's (as `vellux render --lens`): the diffraction
+    starburst of its aperture and its ghosts, traced through its prescription; render, pass_
+    and blend it as any flare, and it equals the tool's pixels for the same options. The plug-in's
+    settings below do not shape it.
+      lens               a lens's name ("double-gauss-50mm", as in the lenses folder or
+                         $VELLUX_LENS_PATH) or a prescription's .json path; not with table
+      f_number           the aperture, no wider than the lens opens (the lens's stated one)
+      blades             the iris's blades: 0 for round, 3 to 32 (0)
+      blade_curvature    0 straight blades to 1 round (0)
+      aperture_rotation  the iris turned, degrees (0)
+    A bad value raises ValueError, a lens that cannot be read RuntimeError, each naming it.
 
     Settings (attributes, keyword arguments, and the dict `settings`):
       intensity            overall strength of the flare, 0 or more (0.5)
@@ -75,8 +88,10 @@ class Flare:
     has its own copy of the plug-in), and the GIL is released while the plug-in paints.
     """
 
-    def __init__(self, table=None, plugin=None, **settings):
-        object.__setattr__(self, "_flare", _vellux.Flare(table, plugin))
+    def __init__(self, table=None, plugin=None, lens=None, f_number=None, blades=None, blade_curvature=None,
+                 aperture_rotation=None, **settings):
+        object.__setattr__(self, "_flare", _vellux.Flare(table, plugin, lens, f_number, blades, blade_curvature,
+                                                         aperture_rotation))
         for name, value in settings.items():
             self._flare.set(name, value)
 
@@ -111,6 +126,11 @@ class Flare:
     def table(self):
         """The flare table asked for (empty for the default)."""
         return self._flare.table
+
+    @property
+    def lens(self):
+        """The lens whose own flare is painted (empty for a table's look)."""
+        return self._flare.lens
 
     def render(self, image, light=(0.0, 0.0), color=(255, 255, 255), intensity=1.0, radius=0.0,
                occlusion=None, colorspace=None, pixel_aspect=1.0, blend="display"):
@@ -163,8 +183,8 @@ class Flare:
         return out
 
     def __repr__(self):
-        return "vellux.Flare(table=%r, %s)" % (self.table or None,
-                                                ", ".join("%s=%r" % item for item in self.settings.items()))
+        source = "lens=%r" % self.lens if self.lens else "table=%r" % (self.table or None)
+        return "vellux.Flare(%s, %s)" % (source, ", ".join("%s=%r" % item for item in self.settings.items()))
 
 
 from .scene import Scene  # noqa: E402  (it uses the module above)

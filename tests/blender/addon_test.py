@@ -69,6 +69,8 @@ class AddOn(unittest.TestCase):
     def setUp(self):
         self.settings.enabled = True
         self.settings.table = ""
+        self.settings.lens = "NONE"
+        self.settings.follow_camera_f_stop = False
         if self.lamp.data.animation_data:
             self.lamp.data.animation_data_clear()
         self.settings.intensity = 0.5
@@ -135,6 +137,27 @@ class AddOn(unittest.TestCase):
         self.assertIn("the scene has no camera", console.getvalue())
         self.assertEqual(flares.shape, (HEIGHT, WIDTH, 4))
         self.assertFalse(flares.any())
+
+    def test_a_lens_paints_its_own_flare_at_the_cameras_f_stop(self):
+        fstop = self.camera.data.dof.aperture_fstop
+        self.addCleanup(setattr, self.camera.data.dof, "aperture_fstop", fstop)
+        self.settings.lens = "double-gauss-50mm"
+        self.settings.follow_camera_f_stop = True
+        frames = {}
+        for name, camera_fstop in (("f8", 8.0), ("f16", 16.0), ("f1", 1.0)):
+            self.camera.data.dof.aperture_fstop = camera_fstop
+            console = io.StringIO()
+            with contextlib.redirect_stderr(console):
+                frames[name] = render("lens-" + name, frames=(1, 1))[1]
+            self.assertEqual("--f-number: 1 is wider than" in console.getvalue(), name == "f1", console.getvalue())
+        self.settings.follow_camera_f_stop = False
+        self.settings.f_number = 8.0
+        frames["own f8"] = render("lens-own-f8", frames=(1, 1))[1]
+        np.testing.assert_array_equal(frames["own f8"], frames["f8"])       # the camera's f-stop, as the light's own
+        self.assertGreater(np.abs(frames["f8"] - self.plain[1]).max(), 0.1)    # a flare
+        self.assertGreater(np.abs(frames["f8"] - self.lit[1]).max(), 0.1)      # not the table's
+        self.assertGreater(np.abs(frames["f16"] - frames["f8"]).max(), 0.01)   # the aperture followed
+        np.testing.assert_array_equal(frames["f1"], self.plain[1])        # wider than the lens: reported, no flare
 
     def test_two_lights_flares_add_up(self):
         from vellux_flare import frame_flares

@@ -16,6 +16,7 @@
 #include <OpenImageIO/imagebuf.h>
 
 #include "engine/flare.h"
+#include "engine/lens_look.h"
 #include "frei0r/filter_params.h"
 
 namespace {
@@ -101,6 +102,10 @@ TEST(Frei0rFilter, SlidersMapOntoTheSettingsAndBack) {
         {13, 0.0, 1.0, [](const frei0r::FilterSettings& s) { return *s.edits.anamorphicFactor; }},
         {24, 0.5, 0.5, [](const frei0r::FilterSettings& s) { return s.lightX; }},
         {25, 0.0, -1.0, [](const frei0r::FilterSettings& s) { return s.lightY; }},
+        {28, 1.0 / 3.0, 8.0, [](const frei0r::FilterSettings& s) { return s.fNumber; }},
+        {28, 1.0, 22.0, [](const frei0r::FilterSettings& s) { return s.fNumber; }},
+        {29, 0.375, 6.0, [](const frei0r::FilterSettings& s) { return double(s.blades); }},
+        {29, 0.0, 0.0, [](const frei0r::FilterSettings& s) { return double(s.blades); }},
     };
     for (const auto& c : cases) {
         frei0r::FilterSettings settings;
@@ -108,8 +113,9 @@ TEST(Frei0rFilter, SlidersMapOntoTheSettingsAndBack) {
         EXPECT_DOUBLE_EQ(c.read(settings), c.setting) << c.index;
         double back = -1.0;
         frei0r::GetParam(settings, c.index, &back);
-        if (c.index != 6 || c.slider > 0.0)
+        if (c.index != 6 || c.slider > 0.0) {
             EXPECT_NEAR(back, c.index == 8 ? 0.4 : c.slider, 1e-12) << c.index;   // the star filter is whole
+        }
     }
     frei0r::FilterSettings settings;
     const f0r_param_position_t at{0.7, -0.2};
@@ -122,6 +128,22 @@ TEST(Frei0rFilter, SlidersMapOntoTheSettingsAndBack) {
 }
 
 void SetBlend(f0r_instance_t instance, const char* name) { TheFilter().set(instance, &name, 26); }
+
+// The engine's composite of an 8-bit RGBA frame with the flare `setup` makes (the test's plug-in),
+// the light at (0.4, 0.3) of the frame.
+std::vector<uint32_t> EnginesComposite(engine::FlareSetup setup, int w, int h, const std::vector<uint32_t>& in,
+                                       engine::Blend blend) {
+    OIIO::ImageBuf plate(OIIO::ImageSpec(w, h, 4, OIIO::TypeUInt8));
+    plate.set_pixels(plate.roi(), OIIO::TypeUInt8, in.data());
+    setup.plugin = VELLUX_PLUGIN_PATH;
+    engine::Flare flare(setup);
+    engine::FlareLight light;
+    light.x = 0.4 * w, light.y = 0.3 * h;
+    const OIIO::ImageBuf painted = flare.Composite(plate, light, {0, "", blend});
+    std::vector<uint32_t> expected(in.size());
+    painted.get_pixels(painted.roi(), OIIO::TypeUInt8, expected.data());
+    return expected;
+}
 
 // An 8-bit frame gets exactly the engine's flare (the plug-in's 32-bit path, blended as asked),
 // every alpha kept: into another buffer and in place, even and odd sizes, each blend, with and
@@ -151,20 +173,98 @@ TEST(Frei0rFilter, PixelsAreTheEnginesAndAlphaIsKept) {
         else out = Render(instance, in);
         filter.destruct(instance);
 
-        OIIO::ImageBuf plate(OIIO::ImageSpec(c.w, c.h, 4, OIIO::TypeUInt8));
-        plate.set_pixels(plate.roi(), OIIO::TypeUInt8, in.data());
         engine::FlareSetup setup;
-        setup.plugin = VELLUX_PLUGIN_PATH;
         setup.edits.starFilter = 6;
         setup.edits.dissolve = c.dissolve;
-        engine::Flare flare(setup);
-        engine::FlareLight light;
-        light.x = 0.4 * c.w, light.y = 0.3 * c.h;
-        const OIIO::ImageBuf painted = flare.Composite(plate, light, {0, "", c.blend});
-        std::vector<uint32_t> expected(in.size());
-        painted.get_pixels(painted.roi(), OIIO::TypeUInt8, expected.data());
-        EXPECT_EQ(out, expected);
+        EXPECT_EQ(out, EnginesComposite(setup, c.w, c.h, in, c.blend));
         EXPECT_NE(out, in);
+    }
+}
+
+void SetText(f0r_instance_t instance, int index, const char* text) { TheFilter().set(instance, &text, index); }
+
+constexpr const char* kLens = "double-gauss-50mm";
+
+// The lens look the engine makes of the same lens and aperture.
+engine::LensLookOptions LensLook(double fNumber, int blades) {
+    engine::LensLookOptions look;
+    look.lens = kLens;
+    look.fNumber = fNumber;
+    look.blades = blades;
+    return look;
+}
+
+// With a lens, an 8-bit frame gets exactly the engine's composite of the lens's own flare, every
+// alpha kept: each blend, in place and not; an F-number wider than the lens opens takes its
+// widest, and a blade count the iris cannot have takes 3, each said once.
+TEST(Frei0rFilter, TheLensLookIsTheEnginesAndBadAperturesAreMended) {
+    const double widest = engine::WidestFNumber(lens::ReadPrescription(engine::FindLens(kLens)));
+    struct Case {
+        int w, h;
+        bool inPlace;
+        engine::Blend blend;
+        double fSlider, bladeSlider;
+        engine::LensLookOptions expected;
+        const char* message;   // what the filter says, once
+    };
+    const std::string wider = "F-number: f/1 is wider than";
+    for (const Case& c : {Case{160, 90, false, engine::Blend::display, 1.0 / 3.0, 0.375, LensLook(8.0, 6), ""},
+                          Case{161, 91, true, engine::Blend::screen, 1.0 / 3.0, 0.0, LensLook(8.0, 0), ""},
+                          Case{120, 80, false, engine::Blend::add, 0.0, 0.0625, LensLook(widest, 3), "Blades: 1 is not a blade count"}}) {
+        SCOPED_TRACE(testing::Message() << c.w << "x" << c.h << (c.inPlace ? " in place " : " ") << engine::BlendName(c.blend)
+                                        << ", f/" << *c.expected.fNumber << ", " << *c.expected.blades << " blades");
+        const Filter& filter = TheFilter();
+        f0r_instance_t instance = filter.construct(c.w, c.h);
+        const f0r_param_position_t at{0.4, 0.3};
+        filter.set(instance, const_cast<f0r_param_position_t*>(&at), 0);
+        SetBlend(instance, engine::BlendName(c.blend));
+        testing::internal::CaptureStderr();
+        SetText(instance, 27, kLens);
+        SetDouble(instance, 28, c.fSlider);
+        SetDouble(instance, 29, c.bladeSlider);
+        const std::vector<uint32_t> in = Frame(c.w, c.h);
+        std::vector<uint32_t> out = in;
+        if (c.inPlace) filter.update(instance, 0.0, out.data(), out.data());
+        else out = Render(instance, in);
+        EXPECT_EQ(Render(instance, in), out);   // the flare kept from frame to frame paints the same
+        const std::string messages = testing::internal::GetCapturedStderr();
+        filter.destruct(instance);
+
+        engine::FlareSetup setup;
+        setup.lens = c.expected;
+        EXPECT_EQ(out, EnginesComposite(setup, c.w, c.h, in, c.blend));
+        EXPECT_NE(out, in);
+        const bool clamped = c.fSlider == 0.0;
+        EXPECT_EQ(messages.find(wider) != std::string::npos, clamped) << messages;
+        EXPECT_EQ(messages.find(wider), messages.rfind(wider)) << messages;   // once
+        EXPECT_NE(messages.find(c.message), std::string::npos) << messages;
+    }
+}
+
+// A lens that cannot be loaded is said once, and the table's look painted in its place.
+TEST(Frei0rFilter, ALensThatCannotBeLoadedLeavesTheTablesLook) {
+    constexpr int w = 96, h = 64;
+    const Filter& filter = TheFilter();
+    const std::vector<uint32_t> in = Frame(w, h);
+    f0r_instance_t plain = filter.construct(w, h);
+    const std::vector<uint32_t> tableLook = Render(plain, in);
+    filter.destruct(plain);
+    for (const auto& [lens, message] : {std::pair{"double-gauss-5mm", "Lens: no lens named 'double-gauss-5mm'; did you mean 'double-gauss-50mm'?"},
+                                        std::pair{"/nonexistent/lens.json", "Lens: /nonexistent/lens.json: no such lens file"}}) {
+        f0r_instance_t instance = filter.construct(w, h);
+        testing::internal::CaptureStderr();
+        SetText(instance, 27, lens);
+        const std::vector<uint32_t> first = Render(instance, in), second = Render(instance, in);
+        const std::string messages = testing::internal::GetCapturedStderr();
+        const char* back = nullptr;
+        filter.get(instance, &back, 27);
+        EXPECT_STREQ(back, lens);
+        filter.destruct(instance);
+        EXPECT_NE(messages.find(message), std::string::npos) << messages;
+        EXPECT_NE(messages.find("the table's look is used"), std::string::npos) << messages;
+        EXPECT_EQ(messages.find("Lens:"), messages.rfind("Lens:")) << messages;   // once
+        EXPECT_EQ(first, tableLook);
+        EXPECT_EQ(second, tableLook);
     }
 }
 
@@ -245,28 +345,33 @@ TEST(Frei0rFilter, BadValuesAreReportedOnceAndRenderingGoesOn) {
     EXPECT_NE(first, in);
 }
 
-// Flare only: the flare alone, its brightest channel as a straight alpha.
+// Flare only: the flare alone, its brightest channel as a straight alpha; the table's look and a
+// lens's.
 TEST(Frei0rFilter, FlareOnlyGivesTheFlareOnTransparentBlack) {
-    constexpr int w = 96, h = 54;
-    const Filter& filter = TheFilter();
-    f0r_instance_t instance = filter.construct(w, h);
-    const double on = 1.0;
-    filter.set(instance, const_cast<double*>(&on), 22);
-    const std::vector<uint32_t> out = Render(instance, Frame(w, h));
-    filter.destruct(instance);
-    size_t clear = 0, lit = 0;
-    for (const uint32_t pixel : out) {
-        const auto* rgba = reinterpret_cast<const uint8_t*>(&pixel);
-        if (rgba[3] == 0) {
-            EXPECT_EQ(pixel, 0u);
-            ++clear;
-            continue;
+    for (const char* lens : {"", kLens}) {
+        SCOPED_TRACE(std::string("lens ") + lens);
+        constexpr int w = 96, h = 54;
+        const Filter& filter = TheFilter();
+        f0r_instance_t instance = filter.construct(w, h);
+        const double on = 1.0;
+        filter.set(instance, const_cast<double*>(&on), 22);
+        SetText(instance, 27, lens);
+        const std::vector<uint32_t> out = Render(instance, Frame(w, h));
+        filter.destruct(instance);
+        size_t clear = 0, lit = 0;
+        for (const uint32_t pixel : out) {
+            const auto* rgba = reinterpret_cast<const uint8_t*>(&pixel);
+            if (rgba[3] == 0) {
+                EXPECT_EQ(pixel, 0u);
+                ++clear;
+                continue;
+            }
+            EXPECT_EQ(std::max({rgba[0], rgba[1], rgba[2]}), 255);   // unpremultiplied by the brightest
+            ++lit;
         }
-        EXPECT_EQ(std::max({rgba[0], rgba[1], rgba[2]}), 255);   // unpremultiplied by the brightest
-        ++lit;
+        EXPECT_GT(clear, 0u);
+        EXPECT_GT(lit, size_t(w * h) / 4);
     }
-    EXPECT_GT(clear, 0u);
-    EXPECT_GT(lit, size_t(w * h) / 4);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -78,6 +79,24 @@ TEST_F(Frei0rHosts, MeltBlendsAsAsked) {
     EXPECT_EQ(above, 0u);
     EXPECT_GT(below, 1000u);
     EXPECT_EQ(darkened, 0u);
+}
+
+// MLT names the lens and its aperture: on black, the lens's own flare, neither black nor the
+// table's look.
+TEST_F(Frei0rHosts, MeltPaintsALensByName) {
+    const std::string melt = "melt -silent -profile atsc_720p_25 color:black out=0 -filter frei0r.vellux 'Light X=0.5' ";
+    ASSERT_EQ(Run(melt + "-consumer avformat:table.png vcodec=png"), 0);
+    ASSERT_EQ(Run(melt + "Lens=double-gauss-50mm F-number=0.3333 Blades=0.375 -consumer avformat:lens.png vcodec=png"), 0);
+    const std::vector<float> table = Pixels("table.png"), lens = Pixels("lens.png");
+    ASSERT_EQ(lens.size(), 1280u * 720u * 3u);
+    ASSERT_EQ(table.size(), lens.size());
+    size_t lit = 0, differ = 0;
+    for (size_t i = 0; i < lens.size(); ++i) {
+        lit += lens[i] > 0.0f;
+        differ += std::abs(lens[i] - table[i]) > 8.0f / 255.0f;
+    }
+    EXPECT_GT(lit, 1000u);
+    EXPECT_GT(differ, 1000u);
 }
 
 TEST_F(Frei0rHosts, FfmpegRendersA1080pClip) {

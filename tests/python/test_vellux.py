@@ -50,6 +50,67 @@ def test_arrays_give_the_tools_pixels(tmp_path, dtype, channels, blend, dissolve
     assert not np.array_equal(rendered, image)
 
 
+# The lens look: an aperture of every kind the options make, with the tool's names for them.
+LENS = {"lens": "double-gauss-50mm", "f_number": 8, "blades": 6, "blade_curvature": 0.2, "aperture_rotation": 15}
+
+
+def lens_options(options):
+    return [text for name, value in options.items() for text in ("--" + name.replace("_", "-"), value)]
+
+
+@pytest.mark.parametrize("dtype", [np.uint8, np.uint16, np.float32])
+def test_the_lens_look_gives_the_tools_pixels(tmp_path, dtype):
+    image = plate(dtype, 4)
+    extension = ".png" if dtype in (np.uint8, np.uint16) else ".exr"
+    vellux.write_image(image, tmp_path / ("in" + extension))
+    tool("render", "-q", "-i", tmp_path / ("in" + extension), "--light", "110,30", "--color", "255,200,150",
+         *lens_options(LENS), "-o", tmp_path / ("out" + extension))
+    flare = vellux.Flare(**LENS)
+    assert flare.lens == "double-gauss-50mm" and "lens='double-gauss-50mm'" in repr(flare)
+    rendered = flare.render(image, light=(110, 30), color=(255, 200, 150))
+    np.testing.assert_array_equal(rendered, vellux.read_image(tmp_path / ("out" + extension)))
+    table_look = vellux.Flare().render(image, light=(110, 30), color=(255, 200, 150))
+    assert not np.array_equal(rendered, image) and not np.array_equal(rendered, table_look)
+
+
+def test_the_lens_looks_pass_is_the_tools_and_fills_a_kept_array(tmp_path):
+    options = dict(LENS, blades=0, f_number=2.8)   # a round iris, wide open
+    tool("render", "-q", "--size", "120x80", "--mode", "pass", "--light", "40,50", *lens_options(options),
+         "-o", tmp_path / "pass.exr")
+    flare = vellux.Flare(**options)
+    made = flare.pass_(120, 80, light=(40, 50))
+    np.testing.assert_array_equal(made, vellux.read_image(tmp_path / "pass.exr"))
+    out = np.full((80, 120, 4), 7.0, np.float32)
+    assert flare.pass_(120, 80, light=(40, 50), out=out, bottom_up=True) is out
+    np.testing.assert_array_equal(out[::-1], made)
+    assert made[50, 40, :3].min() > 1.0    # the light's core, far past white
+
+
+NO_STOP = """{"name": "no stop", "focalLength": 50, "surfaces": [{"radius": 30, "thickness": 4, "n": 1.5, "diameter": 20},
+    {"radius": -30, "thickness": 40, "n": 1, "diameter": 20}]}"""
+
+
+@pytest.mark.parametrize("options, error, message", [
+    ({"f_number": 1}, ValueError, "--f-number: 1 is wider than"),
+    ({"f_number": float("nan")}, ValueError, "--f-number: nan is wider than"),
+    ({"blades": 100}, ValueError, "--blades: 100 is not a blade count (0 for round, 3 to 32)"),
+    ({"blades": 2}, ValueError, "--blades: 2 is not a blade count"),
+    ({"blade_curvature": 1.5}, ValueError, "--blade-curvature: blade curvature 1.5 is not within 0 to 1"),
+    ({"aperture_rotation": float("inf")}, ValueError, "--aperture-rotation: the aperture's rotation is not a number"),
+    ({"lens": "double-gauss-5mm"}, RuntimeError, "--lens: no lens named 'double-gauss-5mm'; did you mean 'double-gauss-50mm'?"),
+    ({"lens": "/nonexistent/lens.json"}, RuntimeError, "/nonexistent/lens.json: no such lens file"),
+    ({"lens": "no-stop.json"}, RuntimeError, "no-stop.json"),
+    ({"table": "LongZoom"}, ValueError, "table and lens: a flare paints a table's look or its lens's, not both"),
+    ({"lens": None}, ValueError, "f_number, blades, blade_curvature and aperture_rotation: only with lens"),
+])
+def test_bad_lenses_and_apertures_raise_naming_the_value(tmp_path, monkeypatch, options, error, message):
+    monkeypatch.chdir(tmp_path)
+    (tmp_path / "no-stop.json").write_text(NO_STOP)
+    with pytest.raises(error) as raised:
+        vellux.Flare(**dict(LENS, **options))
+    assert message in str(raised.value)
+
+
 @pytest.mark.parametrize("dtype", [np.uint8, np.uint16, np.float32])
 def test_dissolve_fades_the_flare_and_never_darkens_the_image(dtype):
     image = plate(dtype, 3)
