@@ -65,9 +65,11 @@ TEST_F(Frei0rHosts, FfmpegGivesTheToolsPixels) {
 // plug-in's own add, and takes less where the flare is bright; neither darkens the grey.
 TEST_F(Frei0rHosts, MeltBlendsAsAsked) {
     for (const char* blend : {"display", "screen"})
-        ASSERT_EQ(Run("melt -silent -profile atsc_720p_25 color:0x808080ff out=0 -filter frei0r.vellux Blend=" +
-                      std::string(blend) + " -consumer avformat:" + blend + ".png vcodec=png"), 0) << blend;
-    const std::vector<float> display = Pixels("display.png"), screen = Pixels("screen.png");
+        // Two frames, numbered as image sequences are: a one-frame clip could end the consumer
+        // before its frame was written on a busy machine.
+        ASSERT_EQ(Run("melt -silent -profile atsc_720p_25 color:0x808080ff out=1 -filter frei0r.vellux Blend=" +
+                      std::string(blend) + " -consumer avformat:" + blend + "%02d.png vcodec=png"), 0) << blend;
+    const std::vector<float> display = Pixels("display01.png"), screen = Pixels("screen01.png");
     ASSERT_EQ(display.size(), 1280u * 720u * 3u);
     ASSERT_EQ(screen.size(), display.size());
     size_t above = 0, below = 0, darkened = 0;
@@ -84,10 +86,11 @@ TEST_F(Frei0rHosts, MeltBlendsAsAsked) {
 // MLT names the lens and its aperture: on black, the lens's own flare, neither black nor the
 // table's look.
 TEST_F(Frei0rHosts, MeltPaintsALensByName) {
-    const std::string melt = "melt -silent -profile atsc_720p_25 color:black out=0 -filter frei0r.vellux 'Light X=0.5' ";
-    ASSERT_EQ(Run(melt + "-consumer avformat:table.png vcodec=png"), 0);
-    ASSERT_EQ(Run(melt + "Lens=double-gauss-50mm F-number=0.3333 Blades=0.375 -consumer avformat:lens.png vcodec=png"), 0);
-    const std::vector<float> table = Pixels("table.png"), lens = Pixels("lens.png");
+    // Two frames each, as in MeltBlendsAsAsked.
+    const std::string melt = "melt -silent -profile atsc_720p_25 color:black out=1 -filter frei0r.vellux 'Light X=0.5' ";
+    ASSERT_EQ(Run(melt + "-consumer avformat:table%02d.png vcodec=png"), 0);
+    ASSERT_EQ(Run(melt + "Lens=double-gauss-50mm F-number=0.3333 Blades=0.375 -consumer avformat:lens%02d.png vcodec=png"), 0);
+    const std::vector<float> table = Pixels("table01.png"), lens = Pixels("lens01.png");
     ASSERT_EQ(lens.size(), 1280u * 720u * 3u);
     ASSERT_EQ(table.size(), lens.size());
     size_t lit = 0, differ = 0;
