@@ -57,6 +57,14 @@ double FNumberOf(const LensLookOptions& options, const lens::Prescription& presc
     return std::max(chosen, widest);
 }
 
+// floor(v) held within [lo, hi], taken in double first: a ghost can lie far off the frame, or be
+// focused to a point at one wavelength, and its coordinates then go past what an int holds.
+int FloorWithin(double v, int lo, int hi) {
+    if (!(v > double(lo))) return lo;   // NaN too
+    if (v >= double(hi)) return hi;
+    return int(std::floor(v));
+}
+
 // The overlap of [a0, a1) with the unit cell [k, k + 1).
 double Overlap(double a0, double a1, int k) { return std::max(0.0, std::min(a1, k + 1.0) - std::max(a0, double(k))); }
 
@@ -71,7 +79,7 @@ struct Ray {
 
 // The starburst's value at pattern pixel coordinates (x, y), bilinear, channel c.
 double Sample(const lens::Starburst& burst, double x, double y, int c) {
-    const int i = int(std::floor(x)), j = int(std::floor(y));
+    const int i = FloorWithin(x, -1, burst.size), j = FloorWithin(y, -1, burst.size);
     if (i < 0 || j < 0 || i + 1 >= burst.size || j + 1 >= burst.size) return 0.0;
     const double tx = x - i, ty = y - j;
     const auto at = [&](int a, int b) { return double(burst.rgb[(size_t(b) * size_t(burst.size) + size_t(a)) * 3 + size_t(c)]); };
@@ -126,7 +134,7 @@ void AddRays(const std::vector<Ray>& rays, double cx, double cy, const float sca
         for (double r = ray.radius / frameMm; r < reach; r += 0.5) {
             const double falloff = (ray.radius / (r * frameMm)) * (ray.radius / (r * frameMm));
             const double x = cx + r * dx - 0.5, y = cy + r * dy - 0.5;   // pixel centres at +0.5
-            const int i = int(std::floor(x)), j = int(std::floor(y));
+            const int i = FloorWithin(x, -2, frame.width), j = FloorWithin(y, -2, frame.height);
             if (i < -1 || j < -1 || i >= frame.width || j >= frame.height) continue;
             const double tx = x - i, ty = y - j;
             double peak = 0.0;
@@ -272,12 +280,12 @@ GhostImage FoldGhost(const lens::GhostFootprint* footprints, const std::array<fl
         };
         for (int j = 0; j < image.size; ++j) {
             const double v = (image.bottom + (j + 0.5) * image.pixel - f.bottom) / f.pixel - 0.5;
-            const int fj = int(std::floor(v));
+            const int fj = FloorWithin(v, -2, f.size);
             if (fj < -1 || fj >= f.size) continue;
             const double tv = v - fj;
             for (int i = 0; i < image.size; ++i) {
                 const double u = (image.left + (i + 0.5) * image.pixel - f.left) / f.pixel - 0.5;
-                const int fi = int(std::floor(u));
+                const int fi = FloorWithin(u, -2, f.size);
                 if (fi < -1 || fi >= f.size) continue;
                 const double tu = u - fi;
                 const double d = (at(fi, fj) * (1 - tu) + at(fi + 1, fj) * tu) * (1 - tv) +
@@ -303,12 +311,12 @@ void AddGhost(const GhostImage& ghost, FrameSize frame, double frameMm, float* r
         const double step = ghost.pixel / frameMm, share = 1.0 / (step * step), cell = ghost.pixel * ghost.pixel;
         for (int j = 0; j < ghost.size; ++j) {
             const double y1 = cy - (ghost.bottom + j * ghost.pixel) / frameMm, y0 = y1 - step;
-            const int fy0 = std::max(0, int(std::floor(y0))), fy1 = std::min(frame.height - 1, int(std::floor(y1)));
+            const int fy0 = FloorWithin(y0, 0, frame.height), fy1 = FloorWithin(y1, -1, frame.height - 1);
             for (int i = 0; i < ghost.size && fy0 <= fy1; ++i) {
                 const float* d = &ghost.rgb[size_t(j) * stride + size_t(i) * 3];
                 if (d[0] == 0.0f && d[1] == 0.0f && d[2] == 0.0f) continue;
                 const double x0 = cx + (ghost.left + i * ghost.pixel) / frameMm, x1 = x0 + step;
-                const int fx0 = std::max(0, int(std::floor(x0))), fx1 = std::min(frame.width - 1, int(std::floor(x1)));
+                const int fx0 = FloorWithin(x0, 0, frame.width), fx1 = FloorWithin(x1, -1, frame.width - 1);
                 for (int fy = fy0; fy <= fy1; ++fy)
                     for (int fx = fx0; fx <= fx1; ++fx) {
                         const float w = float(cell * Overlap(y0, y1, fy) * Overlap(x0, x1, fx) * share);
@@ -322,21 +330,21 @@ void AddGhost(const GhostImage& ghost, FrameSize frame, double frameMm, float* r
     // Gathered: the light at each frame pixel's centre, bilinear between ghost pixel centres.
     const double area = frameMm * frameMm;
     const double right = ghost.left + ghost.size * ghost.pixel, top = ghost.bottom + ghost.size * ghost.pixel;
-    const int fx0 = std::max(0, int(std::floor(cx + ghost.left / frameMm)));
-    const int fx1 = std::min(frame.width - 1, int(std::ceil(cx + right / frameMm)));
-    const int fy0 = std::max(0, int(std::floor(cy - top / frameMm)));
-    const int fy1 = std::min(frame.height - 1, int(std::ceil(cy - ghost.bottom / frameMm)));
+    const int fx0 = FloorWithin(cx + ghost.left / frameMm, 0, frame.width);
+    const int fx1 = FloorWithin(cx + right / frameMm + 1.0, -1, frame.width - 1);
+    const int fy0 = FloorWithin(cy - top / frameMm, 0, frame.height);
+    const int fy1 = FloorWithin(cy - ghost.bottom / frameMm + 1.0, -1, frame.height - 1);
     static const float kNone[3] = {0.0f, 0.0f, 0.0f};
     const auto at = [&](int i, int j) {
         return i < 0 || j < 0 || i >= ghost.size || j >= ghost.size ? kNone : &ghost.rgb[size_t(j) * stride + size_t(i) * 3];
     };
     for (int fy = fy0; fy <= fy1; ++fy) {
         const double v = ((cy - (fy + 0.5)) * frameMm - ghost.bottom) / ghost.pixel - 0.5;
-        const int j = int(std::floor(v));
+        const int j = FloorWithin(v, -2, ghost.size);
         const float tv = float(v - j);
         for (int fx = fx0; fx <= fx1; ++fx) {
             const double u = ((fx + 0.5 - cx) * frameMm - ghost.left) / ghost.pixel - 0.5;
-            const int i = int(std::floor(u));
+            const int i = FloorWithin(u, -2, ghost.size);
             const float tu = float(u - i);
             const float *a = at(i, j), *b = at(i + 1, j), *c0 = at(i, j + 1), *d = at(i + 1, j + 1);
             float* out = &rgb[(size_t(fy) * size_t(frame.width) + size_t(fx)) * 3];
@@ -355,13 +363,13 @@ void AddPattern(const float* pattern, int size, double patternMm, double cx, dou
     const double share = 1.0 / (step * step);     // of a pattern pixel, per frame pixel area of overlap
     for (int py = 0; py < size; ++py) {
         const double y0 = cy + origin + py * step, y1 = y0 + step;
-        const int fy0 = std::max(0, int(std::floor(y0))), fy1 = std::min(frame.height - 1, int(std::floor(y1)));
+        const int fy0 = FloorWithin(y0, 0, frame.height), fy1 = FloorWithin(y1, -1, frame.height - 1);
         if (fy0 > fy1) continue;
         for (int px = 0; px < size; ++px) {
             const float* value = &pattern[(size_t(py) * size_t(size) + size_t(px)) * 3];
             if (value[0] == 0.0f && value[1] == 0.0f && value[2] == 0.0f) continue;
             const double x0 = cx + origin + px * step, x1 = x0 + step;
-            const int fx0 = std::max(0, int(std::floor(x0))), fx1 = std::min(frame.width - 1, int(std::floor(x1)));
+            const int fx0 = FloorWithin(x0, 0, frame.width), fx1 = FloorWithin(x1, -1, frame.width - 1);
             for (int fy = fy0; fy <= fy1; ++fy) {
                 const double oy = Overlap(y0, y1, fy);
                 for (int fx = fx0; fx <= fx1; ++fx) {

@@ -78,6 +78,29 @@ TEST(LensLookPainting, FootprintsKeepTheirLightAndLandWhereTraced) {
     }
 }
 
+// A ghost far off the frame, or focused to a point at one of its wavelengths, paints nothing
+// there and nothing wrong: its coordinates go past what an int holds (the sanitised build checks).
+TEST(LensLookPainting, GhostsFarOffTheFrameOrFocusedToAPointPaintNothingAmiss) {
+    vellux::lens::GhostFootprint wide, point;
+    wide.size = point.size = 8;
+    wide.density.assign(64, 1.0f);
+    point.density.assign(64, 1.0f);
+    wide.pixel = 0.05, wide.left = -0.2, wide.bottom = -0.2;
+    point.pixel = 1e-12, point.left = 1e3, point.bottom = -1e3;   // and far away
+    const vellux::lens::GhostFootprint both[2] = {wide, point};
+    const std::array<float, 3> scales[2] = {{1.0f, 1.0f, 1.0f}, {1.0f, 1.0f, 1.0f}};
+    const FrameSize frame{64, 48};
+    std::vector<float> rgb(size_t(frame.width) * frame.height * 3, 0.0f);
+    AddGhost(FoldGhost(both, scales, 2), frame, 0.01, rgb.data());
+    for (const float v : rgb) ASSERT_TRUE(std::isfinite(v));
+    vellux::lens::GhostFootprint far = wide;
+    far.left = 1e12;
+    AddGhost(FoldGhost(&far, scales, 1), frame, 0.01, rgb.data());
+    std::vector<float> none(rgb.size(), 0.0f);
+    AddGhost(FoldGhost(&far, scales, 1), frame, 0.01, none.data());
+    EXPECT_EQ(Sum(none, 0), 0.0);
+}
+
 // The light's energy: a light of intensity 1 in the middle of a frame puts kLightEnergy frame
 // pixels' worth of white into its starburst (nearly all of it inside the frame) and a little more
 // into its ghosts; twice the intensity, twice everything.
