@@ -21,15 +21,6 @@ namespace {
 
 constexpr double kDLine = 587.6;   // nm: where the f-number and the focus are set
 
-std::vector<fs::path> LensesIn(const fs::path& folder) {
-    std::vector<fs::path> lenses;
-    std::error_code error;
-    for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error))
-        if (it->path().extension() == ".json" && it->is_regular_file(error)) lenses.push_back(it->path());
-    std::sort(lenses.begin(), lenses.end());
-    return lenses;
-}
-
 lens::Aperture ApertureOf(const LensLookOptions& options) {
     lens::Aperture aperture;
     aperture.blades = options.blades.value_or(0);
@@ -182,7 +173,7 @@ fs::path FindLens(const std::string& nameOrPath) {
     }
     std::vector<std::string> names;
     for (const fs::path& folder : LensFolders()) {
-        for (const fs::path& file : LensesIn(folder)) {
+        for (const fs::path& file : FilesIn(folder, ".json")) {
             if (file.stem() == nameOrPath) return file;
             if (std::find(names.begin(), names.end(), file.stem().string()) == names.end()) names.push_back(file.stem().string());
         }

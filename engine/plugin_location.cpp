@@ -68,4 +68,13 @@ std::vector<std::filesystem::path> FoldersIn(const char* variable) {
     return folders;
 }
 
+std::vector<std::filesystem::path> FilesIn(const std::filesystem::path& folder, const std::string& extension) {
+    std::vector<std::filesystem::path> files;
+    std::error_code error;
+    for (std::filesystem::directory_iterator it(folder, error), end; !error && it != end; it.increment(error))
+        if (it->path().extension() == extension && it->is_regular_file(error)) files.push_back(it->path());
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
 }  // namespace vellux::engine

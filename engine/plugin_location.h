@@ -9,6 +9,7 @@
 #define VELLUX_ENGINE_PLUGIN_LOCATION_H
 
 #include <filesystem>
+#include <string>
 #include <vector>
 
 namespace vellux::engine {
@@ -24,6 +25,10 @@ std::filesystem::path EngineFolder();        // the folder of this engine librar
 // The folders a colon-separated list in the environment variable names, in order; none when it is
 // not set (VELLUX_TABLE_PATH, VELLUX_LENS_PATH).
 std::vector<std::filesystem::path> FoldersIn(const char* variable);
+
+// The regular files of `folder` whose names end in `extension` (".rsc"), sorted; none when the
+// folder cannot be read.
+std::vector<std::filesystem::path> FilesIn(const std::filesystem::path& folder, const std::string& extension);
 
 // The folders searched for the plug-in, in order.
 std::vector<std::filesystem::path> PluginFolders();

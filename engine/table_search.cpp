@@ -29,16 +29,6 @@ fs::path UserTableFolder() {
     return home != nullptr && *home != '\0' ? fs::path(home) / ".local" / "share" / "vellux" / "tables" : fs::path();
 }
 
-// The tables of one folder, by file name, sorted.
-std::vector<fs::path> TablesIn(const fs::path& folder) {
-    std::vector<fs::path> tables;
-    std::error_code error;
-    for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error))
-        if (it->path().extension() == ".rsc" && it->is_regular_file(error)) tables.push_back(it->path());
-    std::sort(tables.begin(), tables.end());
-    return tables;
-}
-
 std::string Description(const fs::path& table) {
     try {
         const rsc::ResourceFile file = rsc::ReadResourceFile(table);
@@ -53,7 +43,7 @@ std::string Description(const fs::path& table) {
 fs::path Lookup(const std::string& name) {
     for (const bool exact : {true, false}) {
         for (const fs::path& folder : TableFolders()) {
-            for (const fs::path& table : TablesIn(folder)) {
+            for (const fs::path& table : FilesIn(folder, ".rsc")) {
                 const std::string stem = table.stem().string();
                 if (exact ? stem == name : Lower(stem) == Lower(name)) return table;
             }
@@ -107,7 +97,7 @@ fs::path FindDefaultTable() { return Lookup(kDefaultTableName); }
 std::vector<TableEntry> ListTables() {
     std::vector<TableEntry> entries;
     for (const fs::path& folder : TableFolders()) {
-        for (const fs::path& table : TablesIn(folder)) {
+        for (const fs::path& table : FilesIn(folder, ".rsc")) {
             const std::string name = table.stem().string();
             const bool shadowed = std::any_of(entries.begin(), entries.end(), [&](const TableEntry& e) { return e.name == name; });
             if (!shadowed) entries.push_back({name, table, Description(table)});
