@@ -1,12 +1,16 @@
 // The lens look of the double Gauss at f/8 through six blades, all ghosts and the starburst:
 // painting a frame once the light's ghosts are traced (the same light: the footprints come from
 // the look's cache) at 1080p and 2160p, against BM_Default1080p48 and BM_Default2160p48; and a
-// light that moves every frame, so its ghosts are traced again each time.
+// light that moves every frame, so its ghosts are traced again each time. And what the look
+// computes once for a lens, f-number and light: every ghost traced as it traces them, and the
+// spectral starburst (its FFT included).
 #include <benchmark/benchmark.h>
 
 #include <vector>
 
 #include "engine/lens_look.h"
+#include "lens/ghost_footprint.h"
+#include "lens/starburst.h"
 
 namespace {
 
@@ -36,6 +40,16 @@ void PaintFrames(benchmark::State& state, FrameSize size, bool moving) {
 void BM_LensLook1080p(benchmark::State& state) { PaintFrames(state, {1920, 1080}, false); }
 void BM_LensLook2160p(benchmark::State& state) { PaintFrames(state, {3840, 2160}, false); }
 void BM_LensLookMovingLight1080p(benchmark::State& state) { PaintFrames(state, {1920, 1080}, true); }
+void BM_LensLookTracing(benchmark::State& state) {
+    const LensLook look(DoubleGauss());
+    const vellux::lens::FootprintSettings settings = GhostSettings(look.fNumber(), look.aperture(), 0.12, 0.09);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(vellux::lens::TraceGhostFootprints(look.prescription(), settings));
+        benchmark::DoNotOptimize(vellux::lens::SpectralStarburst(look.aperture(), look.fNumber()));
+    }
+}
+
+BENCHMARK(BM_LensLookTracing)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_LensLook1080p)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_LensLook2160p)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_LensLookMovingLight1080p)->Unit(benchmark::kMillisecond);

@@ -146,7 +146,29 @@ void AddRays(const std::vector<Ray>& rays, double cx, double cy, const float sca
     }
 }
 
+// The ghosts are traced at every second wavelength of the spectrum, each standing for its own and
+// the next one's share of the colour: eight wavelengths, half the tracing, and the ghosts' fringes
+// still follow the glass's dispersion across the spectrum.
+constexpr int kGhostWavelengthStep = 2;
+constexpr double kFaintest = 1.0 / 65536.0;   // linear light a pixel, below which a ghost is not painted
+constexpr int kGhostRays = 64;     // rays across a ghost's entrance
+constexpr int kGhostRaster = 96;   // density pixels across its footprint
+
 }  // namespace
+
+lens::FootprintSettings GhostSettings(double fNumber, const lens::Aperture& aperture, double angleX, double angleY) {
+    lens::FootprintSettings settings;
+    settings.fNumber = fNumber;
+    settings.aperture = aperture;
+    settings.grid = kGhostRays;
+    settings.raster = kGhostRaster;
+    settings.angleX = angleX;
+    settings.angleY = angleY;
+    settings.wavelengths.clear();
+    for (int i = 0; i < lens::kSpectralSamples; i += kGhostWavelengthStep)
+        settings.wavelengths.push_back(lens::SpectralWavelength(i));
+    return settings;
+}
 
 std::vector<fs::path> LensFolders() {
     std::vector<fs::path> folders;
@@ -199,13 +221,6 @@ void LensLook::SetFNumber(double fNumber) {
     fNumber_ = FNumberOf(options, lens_);
 }
 
-// The ghosts are traced at every second wavelength of the spectrum, each standing for its own and
-// the next one's share of the colour: eight wavelengths, half the tracing, and the ghosts' fringes
-// still follow the glass's dispersion across the spectrum.
-constexpr int kGhostWavelengthStep = 2;
-constexpr double kFaintest = 1.0 / 65536.0;   // linear light a pixel, below which a ghost is not painted
-constexpr int kGhostRays = 64;     // rays across a ghost's entrance
-constexpr int kGhostRaster = 96;   // density pixels across its footprint
 
 void LensLook::Paint(FrameSize size, const FlareLight& light, float* rgb) {
     // The frame's smaller side spans the sensor's smaller side; its centre is the lens's axis.
@@ -219,16 +234,9 @@ void LensLook::Paint(FrameSize size, const FlareLight& light, float* rgb) {
 
     // The light's direction from where its image lies on the sensor (y up there).
     const double focal = lens::Paraxial(lens_, kDLine).focalLength;
-    lens::FootprintSettings settings;
-    settings.fNumber = fNumber_;
-    settings.aperture = aperture_;
-    settings.grid = kGhostRays;
-    settings.raster = kGhostRaster;
-    settings.angleX = std::atan((light.x - 0.5 * size.width) * frameMm / focal);
-    settings.angleY = std::atan((0.5 * size.height - light.y) * frameMm / focal);
-    settings.wavelengths.clear();
-    for (int i = 0; i < lens::kSpectralSamples; i += kGhostWavelengthStep)
-        settings.wavelengths.push_back(lens::SpectralWavelength(i));
+    const lens::FootprintSettings settings =
+        GhostSettings(fNumber_, aperture_, std::atan((light.x - 0.5 * size.width) * frameMm / focal),
+                      std::atan((0.5 * size.height - light.y) * frameMm / focal));
     const lens::GhostFootprints& traced = footprints_.Get(lens_, settings);
     const std::array<lens::LinearRgb, lens::kSpectralSamples> weights = lens::SpectralWeights();
     const size_t bands = traced.wavelengths.size();

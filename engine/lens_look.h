@@ -52,6 +52,10 @@ std::filesystem::path FindLens(const std::string& nameOrPath);
 // The lens's widest f-number, as its prescription traces it (a stated f/2 may trace as f/2.03).
 double WidestFNumber(const lens::Prescription& prescription);
 
+// How the look traces a light's ghosts at `fNumber` through `aperture` for a light in the direction
+// (angleX, angleY), radians: its wavelengths, rays and raster.
+lens::FootprintSettings GhostSettings(double fNumber, const lens::Aperture& aperture, double angleX, double angleY);
+
 class LensLook {
 public:
     explicit LensLook(const LensLookOptions& options);
