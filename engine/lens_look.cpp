@@ -150,9 +150,37 @@ void AddRays(const std::vector<Ray>& rays, double cx, double cy, const float sca
 // the next one's share of the colour: eight wavelengths, half the tracing, and the ghosts' fringes
 // still follow the glass's dispersion across the spectrum.
 constexpr int kGhostWavelengthStep = 2;
-constexpr double kFaintest = 1.0 / 65536.0;   // linear light a pixel, below which a ghost is not painted
 constexpr int kGhostRays = 64;     // rays across a ghost's entrance
 constexpr int kGhostRaster = 96;   // density pixels across its footprint
+
+// Whether two lights' ghosts are traced alike (the rest of the look's settings never change).
+bool SameLight(const lens::FootprintSettings& a, const lens::FootprintSettings& b) {
+    return a.fNumber == b.fNumber && a.angleX == b.angleX && a.angleY == b.angleY && a.aperture.blades == b.aperture.blades &&
+           a.aperture.curvature == b.aperture.curvature && a.aperture.rotation == b.aperture.rotation;
+}
+
+// Every ghost's wavelengths folded into RGB for a white light of intensity 1: each wavelength
+// stands for its own and the next kGhostWavelengthStep - 1 samples' share of the colour.
+std::vector<GhostImage> FoldGhosts(const lens::GhostFootprints& traced) {
+    const std::array<lens::LinearRgb, lens::kSpectralSamples> weights = lens::SpectralWeights();
+    const size_t bands = traced.wavelengths.size();
+    std::vector<std::array<float, 3>> scales(bands);
+    for (size_t band = 0; band < bands; ++band) {
+        const auto sample = size_t(std::lround((traced.wavelengths[band] - lens::kFirstWavelength) / lens::kWavelengthStep));
+        lens::LinearRgb weight;
+        for (size_t k = sample; k < std::min(sample + kGhostWavelengthStep, size_t(lens::kSpectralSamples)); ++k)
+            weight.r += weights[k].r, weight.g += weights[k].g, weight.b += weights[k].b;
+        // The light's energy per unit of its flux; where none of the light gets through the lens at
+        // this wavelength its ghosts cannot be scaled to it, and are left out.
+        const double flux = traced.lightFlux[band];
+        const double perLight = flux > 0.0 ? kLightEnergy / flux : 0.0;
+        scales[band] = {float(perLight * weight.r), float(perLight * weight.g), float(perLight * weight.b)};
+    }
+    std::vector<GhostImage> folded;
+    for (size_t first = 0; first + bands <= traced.ghosts.size(); first += bands)
+        folded.push_back(FoldGhost(&traced.ghosts[first], scales.data(), bands));
+    return folded;
+}
 
 }  // namespace
 
@@ -221,7 +249,6 @@ void LensLook::SetFNumber(double fNumber) {
     fNumber_ = FNumberOf(options, lens_);
 }
 
-
 void LensLook::Paint(FrameSize size, const FlareLight& light, float* rgb) {
     // The frame's smaller side spans the sensor's smaller side; its centre is the lens's axis.
     const double frameMm = std::min(sensorWidth_, sensorHeight_) / double(std::min(size.width, size.height));
@@ -237,122 +264,15 @@ void LensLook::Paint(FrameSize size, const FlareLight& light, float* rgb) {
     const lens::FootprintSettings settings =
         GhostSettings(fNumber_, aperture_, std::atan((light.x - 0.5 * size.width) * frameMm / focal),
                       std::atan((0.5 * size.height - light.y) * frameMm / focal));
-    const lens::GhostFootprints& traced = footprints_.Get(lens_, settings);
-    const std::array<lens::LinearRgb, lens::kSpectralSamples> weights = lens::SpectralWeights();
-    const size_t bands = traced.wavelengths.size();
-    std::vector<std::array<float, 3>> scales(bands);
-    for (size_t band = 0; band < bands; ++band) {
-        const auto sample = size_t(std::lround((traced.wavelengths[band] - lens::kFirstWavelength) / lens::kWavelengthStep));
-        lens::LinearRgb weight;
-        for (size_t k = sample; k < std::min(sample + kGhostWavelengthStep, size_t(lens::kSpectralSamples)); ++k)
-            weight.r += weights[k].r, weight.g += weights[k].g, weight.b += weights[k].b;
-        const double perLight = energy / traced.lightFlux[band];   // the light's energy per unit of its flux
-        scales[band] = {float(perLight * weight.r * colour[0]), float(perLight * weight.g * colour[1]),
-                        float(perLight * weight.b * colour[2])};
+    if (folded_.empty() || !SameLight(settings, foldedFor_)) {
+        folded_ = FoldGhosts(footprints_.Get(lens_, settings));
+        foldedFor_ = settings;
     }
-    for (size_t first = 0; first + bands <= traced.ghosts.size(); first += bands)
-        AddGhost(FoldGhost(&traced.ghosts[first], scales.data(), bands), size, frameMm, rgb);
-}
-
-GhostImage FoldGhost(const lens::GhostFootprint* footprints, const std::array<float, 3>* scales, size_t count) {
-    GhostImage image;
-    double left = 1e30, bottom = 1e30, right = -1e30, top = -1e30;
-    int finest = 0;
-    for (size_t k = 0; k < count; ++k) {
-        const lens::GhostFootprint& f = footprints[k];
-        if (f.density.empty()) continue;
-        left = std::min(left, f.left), bottom = std::min(bottom, f.bottom);
-        right = std::max(right, f.left + f.size * f.pixel), top = std::max(top, f.bottom + f.size * f.pixel);
-        finest = std::max(finest, f.size);
-    }
-    if (finest == 0) return image;
-    // One raster over every wavelength's footprint, as fine as the finest across the widest.
-    image.size = finest + finest / 8;
-    image.pixel = std::max(right - left, top - bottom) / image.size;
-    image.left = left, image.bottom = bottom;
-    image.rgb.assign(size_t(image.size) * size_t(image.size) * 3, 0.0f);
-    for (size_t k = 0; k < count; ++k) {
-        const lens::GhostFootprint& f = footprints[k];
-        if (f.density.empty()) continue;
-        const auto at = [&f](int i, int j) {
-            return i < 0 || j < 0 || i >= f.size || j >= f.size ? 0.0f : f.density[size_t(j) * size_t(f.size) + size_t(i)];
-        };
-        for (int j = 0; j < image.size; ++j) {
-            const double v = (image.bottom + (j + 0.5) * image.pixel - f.bottom) / f.pixel - 0.5;
-            const int fj = FloorWithin(v, -2, f.size);
-            if (fj < -1 || fj >= f.size) continue;
-            const double tv = v - fj;
-            for (int i = 0; i < image.size; ++i) {
-                const double u = (image.left + (i + 0.5) * image.pixel - f.left) / f.pixel - 0.5;
-                const int fi = FloorWithin(u, -2, f.size);
-                if (fi < -1 || fi >= f.size) continue;
-                const double tu = u - fi;
-                const double d = (at(fi, fj) * (1 - tu) + at(fi + 1, fj) * tu) * (1 - tv) +
-                                 (at(fi, fj + 1) * (1 - tu) + at(fi + 1, fj + 1) * tu) * tv;
-                if (d == 0.0) continue;
-                float* out = &image.rgb[(size_t(j) * size_t(image.size) + size_t(i)) * 3];
-                for (int c = 0; c < 3; ++c) out[c] += float(d) * scales[k][size_t(c)];
-            }
-        }
-    }
-    return image;
-}
-
-void AddGhost(const GhostImage& ghost, FrameSize frame, double frameMm, float* rgb) {
-    if (ghost.rgb.empty()) return;
-    // A ghost too faint to move any pixel by a 16-bit level's worth of linear light is left out.
-    const double densest = *std::max_element(ghost.rgb.begin(), ghost.rgb.end());
-    if (densest * std::max(frameMm * frameMm, ghost.pixel * ghost.pixel) < kFaintest) return;
-    const double cx = 0.5 * frame.width, cy = 0.5 * frame.height;
-    const size_t stride = size_t(ghost.size) * 3;
-    if (ghost.pixel < frameMm) {
-        // Spread: each ghost pixel's light over the frame pixels it overlaps.
-        const double step = ghost.pixel / frameMm, share = 1.0 / (step * step), cell = ghost.pixel * ghost.pixel;
-        for (int j = 0; j < ghost.size; ++j) {
-            const double y1 = cy - (ghost.bottom + j * ghost.pixel) / frameMm, y0 = y1 - step;
-            const int fy0 = FloorWithin(y0, 0, frame.height), fy1 = FloorWithin(y1, -1, frame.height - 1);
-            for (int i = 0; i < ghost.size && fy0 <= fy1; ++i) {
-                const float* d = &ghost.rgb[size_t(j) * stride + size_t(i) * 3];
-                if (d[0] == 0.0f && d[1] == 0.0f && d[2] == 0.0f) continue;
-                const double x0 = cx + (ghost.left + i * ghost.pixel) / frameMm, x1 = x0 + step;
-                const int fx0 = FloorWithin(x0, 0, frame.width), fx1 = FloorWithin(x1, -1, frame.width - 1);
-                for (int fy = fy0; fy <= fy1; ++fy)
-                    for (int fx = fx0; fx <= fx1; ++fx) {
-                        const float w = float(cell * Overlap(y0, y1, fy) * Overlap(x0, x1, fx) * share);
-                        float* out = &rgb[(size_t(fy) * size_t(frame.width) + size_t(fx)) * 3];
-                        for (int c = 0; c < 3; ++c) out[c] += w * d[c];
-                    }
-            }
-        }
-        return;
-    }
-    // Gathered: the light at each frame pixel's centre, bilinear between ghost pixel centres.
-    const double area = frameMm * frameMm;
-    const double right = ghost.left + ghost.size * ghost.pixel, top = ghost.bottom + ghost.size * ghost.pixel;
-    const int fx0 = FloorWithin(cx + ghost.left / frameMm, 0, frame.width);
-    const int fx1 = FloorWithin(cx + right / frameMm + 1.0, -1, frame.width - 1);
-    const int fy0 = FloorWithin(cy - top / frameMm, 0, frame.height);
-    const int fy1 = FloorWithin(cy - ghost.bottom / frameMm + 1.0, -1, frame.height - 1);
-    static const float kNone[3] = {0.0f, 0.0f, 0.0f};
-    const auto at = [&](int i, int j) {
-        return i < 0 || j < 0 || i >= ghost.size || j >= ghost.size ? kNone : &ghost.rgb[size_t(j) * stride + size_t(i) * 3];
-    };
-    for (int fy = fy0; fy <= fy1; ++fy) {
-        const double v = ((cy - (fy + 0.5)) * frameMm - ghost.bottom) / ghost.pixel - 0.5;
-        const int j = FloorWithin(v, -2, ghost.size);
-        const float tv = float(v - j);
-        for (int fx = fx0; fx <= fx1; ++fx) {
-            const double u = ((fx + 0.5 - cx) * frameMm - ghost.left) / ghost.pixel - 0.5;
-            const int i = FloorWithin(u, -2, ghost.size);
-            const float tu = float(u - i);
-            const float *a = at(i, j), *b = at(i + 1, j), *c0 = at(i, j + 1), *d = at(i + 1, j + 1);
-            float* out = &rgb[(size_t(fy) * size_t(frame.width) + size_t(fx)) * 3];
-            for (int c = 0; c < 3; ++c) {
-                const float value = (a[c] * (1 - tu) + b[c] * tu) * (1 - tv) + (c0[c] * (1 - tu) + d[c] * tu) * tv;
-                out[c] += value * float(area);
-            }
-        }
-    }
+    const float scale[3] = {float(light.intensity * colour[0]), float(light.intensity * colour[1]),
+                            float(light.intensity * colour[2])};
+    canvas_.Begin(size, frameMm);
+    for (const GhostImage& ghost : folded_) canvas_.Add(ghost, scale, rgb);
+    canvas_.Finish(rgb);
 }
 
 void AddPattern(const float* pattern, int size, double patternMm, double cx, double cy, const float scale[3],

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "engine/flare_instance.h"
+#include "engine/ghost_canvas.h"
 #include "engine/option_values.h"
 #include "lens/aperture.h"
 #include "lens/ghost_footprint.h"
@@ -78,6 +79,11 @@ private:
     double sensorWidth_, sensorHeight_;
     lens::StarburstCache starbursts_;
     lens::FootprintCache footprints_;
+    // The ghosts of the last light traced, folded for a white light of intensity 1, and what they
+    // were traced for: a light that stays put is painted without folding them again.
+    lens::FootprintSettings foldedFor_;
+    std::vector<GhostImage> folded_;
+    GhostCanvas canvas_;
 };
 
 // Adds `pattern` (a square of `size` pixels of `patternMm` mm, centred on its middle pixel, RGB
@@ -86,25 +92,6 @@ private:
 // pixels it overlaps in proportion (energy kept, whichever pixels are larger).
 void AddPattern(const float* pattern, int size, double patternMm, double cx, double cy, const float scale[3],
                 FrameSize frame, double frameMm, float* rgb);
-
-// A ghost's light on the sensor with every wavelength folded into linear RGB: size x size pixels
-// of `pixel` mm, the first at (left, bottom), rows from the bottom; light per mm^2.
-struct GhostImage {
-    double left = 0.0, bottom = 0.0, pixel = 0.0;
-    int size = 0;
-    std::vector<float> rgb;
-};
-
-// One ghost's footprints at `count` wavelengths, each weighted by its `scales` (per channel: the
-// light's energy per unit of flux times the wavelength's share of each colour), on one raster
-// over all of them.
-GhostImage FoldGhost(const lens::GhostFootprint* footprints, const std::array<float, 3>* scales, size_t count);
-
-// Adds a ghost to `rgb`: a frame of `frame` pixels of `frameMm` mm whose centre is the sensor's
-// centre, y down. Each frame pixel takes the light at its centre where the ghost's pixels are
-// larger than the frame's; smaller ones are spread over the frame pixels they overlap, so a small
-// bright ghost keeps its energy. A ghost too faint to show is left out.
-void AddGhost(const GhostImage& ghost, FrameSize frame, double frameMm, float* rgb);
 
 }  // namespace vellux::engine
 

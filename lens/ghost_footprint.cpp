@@ -116,6 +116,8 @@ Box EntranceRegion(const Beam& beam, const Path& events, Landings& coarse) {
         }
     }
     TraceGrid(beam, path, guess, size_t(-1), coarse);
+    // Far off the axis the paraxial guess can miss the bundle altogether: then the whole surface.
+    if (coarse.count == 0) TraceGrid(beam, path, guess = beam.clear, size_t(-1), coarse);
     Box found{guess.x1, guess.x0, guess.y1, guess.y0};
     for (int b = 0; b < coarse.n; ++b) {
         for (int a = 0; a < coarse.n; ++a) {

@@ -43,8 +43,9 @@ TEST(LensLookPainting, PatternsKeepTheirLightAtEveryScale) {
 }
 
 // A ghost's light is kept when its wavelengths are folded together, when it is spread from small
-// pixels and, within the sampling, when a large one is gathered; and it lands where its footprint
-// lies on the sensor (y up there, down on the frame).
+// pixels and, within the sampling, when a large one is gathered (at the frame's resolution, or at
+// a coarser one brought up to it); and it lands where its footprint lies on the sensor (y up
+// there, down on the frame).
 TEST(LensLookPainting, FootprintsKeepTheirLightAndLandWhereTraced) {
     vellux::lens::GhostFootprint footprint;
     footprint.size = 40;
@@ -53,9 +54,9 @@ TEST(LensLookPainting, FootprintsKeepTheirLightAndLandWhereTraced) {
         for (int i = 0; i < footprint.size; ++i)
             if (std::hypot(i - 19.5, j - 19.5) < 15.0) footprint.density[size_t(j) * footprint.size + size_t(i)] = 1.0f;
     const double total = std::accumulate(footprint.density.begin(), footprint.density.end(), 0.0);
-    const FrameSize frame{200, 160};
+    const FrameSize frame{600, 480};
     const double frameMm = 0.01;
-    for (const double pixel : {0.002, 0.03}) {   // footprint pixels a fifth and three times the frame's
+    for (const double pixel : {0.002, 0.03, 0.1}) {   // footprint pixels a fifth, three and ten times the frame's
         footprint.pixel = pixel;
         footprint.left = 0.2 - 0.5 * footprint.size * pixel;     // centred 0.2 mm right of the axis
         footprint.bottom = 0.15 - 0.5 * footprint.size * pixel;  // and 0.15 mm above it
@@ -73,8 +74,8 @@ TEST(LensLookPainting, FootprintsKeepTheirLightAndLandWhereTraced) {
                 const float v = rgb[(size_t(fy) * frame.width + size_t(fx)) * 3];
                 x += v * (fx + 0.5), y += v * (fy + 0.5);
             }
-        EXPECT_NEAR(x / Sum(rgb, 0), 100.0 + 0.2 / frameMm, 1.5) << pixel;
-        EXPECT_NEAR(y / Sum(rgb, 0), 80.0 - 0.15 / frameMm, 1.0) << pixel;
+        EXPECT_NEAR(x / Sum(rgb, 0), 300.0 + 0.2 / frameMm, 1.5) << pixel;
+        EXPECT_NEAR(y / Sum(rgb, 0), 240.0 - 0.15 / frameMm, 1.0) << pixel;
     }
 }
 

@@ -1,0 +1,195 @@
+#include "engine/ghost_canvas.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace vellux::engine {
+
+namespace {
+
+constexpr double kFaintest = 1.0 / 65536.0;   // linear light a pixel, below which a ghost is not painted
+
+// floor(v) held within [lo, hi], taken in double first: a ghost can lie far off the frame, or be
+// focused to a point at one wavelength, and its coordinates then go past what an int holds.
+int FloorWithin(double v, int lo, int hi) {
+    if (!(v > double(lo))) return lo;   // NaN too
+    if (v >= double(hi)) return hi;
+    return int(std::floor(v));
+}
+
+// The overlap of [a0, a1) with the unit cell [k, k + 1).
+double Overlap(double a0, double a1, int k) { return std::max(0.0, std::min(a1, k + 1.0) - std::max(a0, double(k))); }
+
+// Where a destination pixel's centre falls in a source image: source pixel coordinates (centres at
+// whole numbers) u = ax (x + 0.5) + bx, v = ay (y + 0.5) + by.
+struct Mapping {
+    double ax = 1.0, bx = 0.0, ay = 1.0, by = 0.0;
+};
+
+// The taps of a destination column or row. Past the source's edge a sample is either the edge's
+// own (`clamp`: an image that goes on) or nothing (a ghost, which ends there).
+using Taps = ResampleTaps;
+
+Taps TapsAt(double u, int size, bool clamp) {
+    const int i = FloorWithin(u, -2, size);
+    const float t = float(u - i);
+    Taps taps{std::clamp(i, 0, size - 1), std::clamp(i + 1, 0, size - 1), 1.0f - t, t};
+    if (!clamp) {
+        if (i < 0 || i >= size) taps.w0 = 0.0f;
+        if (i + 1 < 0 || i + 1 >= size) taps.w1 = 0.0f;
+    }
+    return taps;
+}
+
+// Adds the source image (sw x sh pixels of kChannels: 3 RGB, or 1 for grey light) to the RGB
+// destination at every pixel of [x0, x1] x [y0, y1], bilinear between source pixel centres, times
+// `mul` per channel. `columns` holds a destination row's taps.
+template <int kChannels>
+void Resample(const float* src, int sw, int sh, const Mapping& m, bool clamp, int x0, int x1, int y0, int y1,
+              const float mul[3], float* dst, int dw, std::vector<Taps>& columns) {
+    if (x0 > x1 || y0 > y1) return;
+    columns.resize(size_t(x1 - x0 + 1));
+    for (int x = x0; x <= x1; ++x) {
+        Taps& taps = columns[size_t(x - x0)];
+        taps = TapsAt(m.ax * (x + 0.5) + m.bx, sw, clamp);
+        taps.first *= kChannels, taps.second *= kChannels;
+    }
+    const size_t stride = size_t(sw) * kChannels;
+    for (int y = y0; y <= y1; ++y) {
+        const Taps rows = TapsAt(m.ay * (y + 0.5) + m.by, sh, clamp);
+        if (rows.w0 == 0.0f && rows.w1 == 0.0f) continue;
+        const float* a = src + size_t(rows.first) * stride;
+        const float* b = src + size_t(rows.second) * stride;
+        float* out = dst + (size_t(y) * size_t(dw) + size_t(x0)) * 3;
+        for (const Taps& c : columns) {
+            for (int k = 0; k < 3; ++k) {
+                const int at = kChannels == 1 ? 0 : k;
+                const float top = a[c.first + at] * c.w0 + a[c.second + at] * c.w1;
+                const float bottom = b[c.first + at] * c.w0 + b[c.second + at] * c.w1;
+                out[k] += (top * rows.w0 + bottom * rows.w1) * mul[k];
+            }
+            out += 3;
+        }
+    }
+}
+
+// Spreads each ghost pixel's light over the frame pixels it overlaps: for ghosts whose pixels are
+// smaller than the frame's, so that a small bright ghost keeps its energy where it falls.
+void Spread(const GhostImage& ghost, const float scale[3], FrameSize frame, double frameMm, float* rgb) {
+    const double cx = 0.5 * frame.width, cy = 0.5 * frame.height;
+    const size_t stride = size_t(ghost.size) * 3;
+    const double step = ghost.pixel / frameMm, share = 1.0 / (step * step), cell = ghost.pixel * ghost.pixel;
+    for (int j = 0; j < ghost.size; ++j) {
+        const double y1 = cy - (ghost.bottom + j * ghost.pixel) / frameMm, y0 = y1 - step;
+        const int fy0 = FloorWithin(y0, 0, frame.height), fy1 = FloorWithin(y1, -1, frame.height - 1);
+        for (int i = 0; i < ghost.size && fy0 <= fy1; ++i) {
+            const float* d = &ghost.rgb[size_t(j) * stride + size_t(i) * 3];
+            if (d[0] == 0.0f && d[1] == 0.0f && d[2] == 0.0f) continue;
+            const double x0 = cx + (ghost.left + i * ghost.pixel) / frameMm, x1 = x0 + step;
+            const int fx0 = FloorWithin(x0, 0, frame.width), fx1 = FloorWithin(x1, -1, frame.width - 1);
+            for (int fy = fy0; fy <= fy1; ++fy)
+                for (int fx = fx0; fx <= fx1; ++fx) {
+                    const float w = float(cell * Overlap(y0, y1, fy) * Overlap(x0, x1, fx) * share);
+                    float* out = &rgb[(size_t(fy) * size_t(frame.width) + size_t(fx)) * 3];
+                    for (int c = 0; c < 3; ++c) out[c] += w * d[c] * scale[c];
+                }
+        }
+    }
+}
+
+}  // namespace
+
+GhostImage FoldGhost(const lens::GhostFootprint* footprints, const std::array<float, 3>* scales, size_t count) {
+    GhostImage image;
+    double left = 1e30, bottom = 1e30, right = -1e30, top = -1e30;
+    int finest = 0;
+    for (size_t k = 0; k < count; ++k) {
+        const lens::GhostFootprint& f = footprints[k];
+        if (f.density.empty()) continue;
+        left = std::min(left, f.left), bottom = std::min(bottom, f.bottom);
+        right = std::max(right, f.left + f.size * f.pixel), top = std::max(top, f.bottom + f.size * f.pixel);
+        finest = std::max(finest, f.size);
+    }
+    if (finest == 0) return image;
+    // One raster over every wavelength's footprint, as fine as the finest across the widest.
+    image.size = finest + finest / 8;
+    image.pixel = std::max(right - left, top - bottom) / image.size;
+    image.left = left, image.bottom = bottom;
+    image.rgb.assign(size_t(image.size) * size_t(image.size) * 3, 0.0f);
+    std::vector<Taps> columns;
+    for (size_t k = 0; k < count; ++k) {
+        const lens::GhostFootprint& f = footprints[k];
+        if (f.density.empty() || scales[k] == std::array<float, 3>{}) continue;
+        const double ratio = image.pixel / f.pixel;
+        const Mapping m{ratio, (image.left - f.left) / f.pixel - 0.5, ratio, (image.bottom - f.bottom) / f.pixel - 0.5};
+        Resample<1>(f.density.data(), f.size, f.size, m, false, 0, image.size - 1, 0, image.size - 1, scales[k].data(),
+                 image.rgb.data(), image.size, columns);
+    }
+    return image;
+}
+
+void GhostCanvas::Begin(FrameSize frame, double frameMm) {
+    frame_ = frame, frameMm_ = frameMm;
+    for (int l = 1; l < kLevels; ++l) {
+        Level& level = levels_[size_t(l)];
+        level.width = (frame.width + (1 << l) - 1) >> l;
+        level.height = (frame.height + (1 << l) - 1) >> l;
+        level.rgb.resize(size_t(level.width) * size_t(level.height) * 3);
+        if (level.used) std::fill(level.rgb.begin(), level.rgb.end(), 0.0f);
+        level.used = false;
+    }
+}
+
+void GhostCanvas::Add(const GhostImage& ghost, const float scale[3], float* rgb) {
+    if (ghost.rgb.empty()) return;
+    const double densest = *std::max_element(ghost.rgb.begin(), ghost.rgb.end()) * *std::max_element(scale, scale + 3);
+    if (densest * std::max(frameMm_ * frameMm_, ghost.pixel * ghost.pixel) < kFaintest) return;
+    if (ghost.pixel < frameMm_) return Spread(ghost, scale, frame_, frameMm_, rgb);
+    // Gathered at the coarsest level whose pixels are no larger than half the ghost's: a ghost's
+    // edge is then as sharp as its own raster draws it.
+    int l = 0;
+    while (l + 1 < kLevels && ghost.pixel >= frameMm_ * double(4 << l)) ++l;
+    const double cell = frameMm_ * double(1 << l);
+    const int width = l == 0 ? frame_.width : levels_[size_t(l)].width;
+    const int height = l == 0 ? frame_.height : levels_[size_t(l)].height;
+    float* out = l == 0 ? rgb : levels_[size_t(l)].rgb.data();
+    // The sensor's centre, the frame's, in the level's pixels.
+    const double cx = 0.5 * frame_.width / double(1 << l), cy = 0.5 * frame_.height / double(1 << l);
+    const double ratio = cell / ghost.pixel;
+    const Mapping m{ratio, (-cx * cell - ghost.left) / ghost.pixel - 0.5, -ratio, (cy * cell - ghost.bottom) / ghost.pixel - 0.5};
+    const double right = ghost.left + ghost.size * ghost.pixel, top = ghost.bottom + ghost.size * ghost.pixel;
+    const int x0 = FloorWithin(cx + ghost.left / cell, 0, width), x1 = FloorWithin(cx + right / cell + 1.0, -1, width - 1);
+    const int y0 = FloorWithin(cy - top / cell, 0, height), y1 = FloorWithin(cy - ghost.bottom / cell + 1.0, -1, height - 1);
+    // The frame takes light (per mm^2 times its pixel's area); a coarse level keeps light per mm^2.
+    const float unit = l == 0 ? float(frameMm_ * frameMm_) : 1.0f;
+    const float mul[3] = {scale[0] * unit, scale[1] * unit, scale[2] * unit};
+    Resample<3>(ghost.rgb.data(), ghost.size, ghost.size, m, false, x0, x1, y0, y1, mul, out, width, columns_);
+    if (l > 0) levels_[size_t(l)].used = true;
+}
+
+void GhostCanvas::Finish(float* rgb) {
+    // Each level up into the next finer one, whose pixels halve its own; the last into the frame.
+    for (int l = kLevels - 1; l >= 1; --l) {
+        Level& level = levels_[size_t(l)];
+        if (!level.used) continue;
+        const bool toFrame = l == 1;
+        const int width = toFrame ? frame_.width : levels_[size_t(l - 1)].width;
+        const int height = toFrame ? frame_.height : levels_[size_t(l - 1)].height;
+        const float unit = toFrame ? float(frameMm_ * frameMm_) : 1.0f;
+        const float mul[3] = {unit, unit, unit};
+        const Mapping half{0.5, -0.5, 0.5, -0.5};
+        Resample<3>(level.rgb.data(), level.width, level.height, half, true, 0, width - 1, 0, height - 1, mul,
+                 toFrame ? rgb : levels_[size_t(l - 1)].rgb.data(), width, columns_);
+        if (!toFrame) levels_[size_t(l - 1)].used = true;
+    }
+}
+
+void AddGhost(const GhostImage& ghost, FrameSize frame, double frameMm, float* rgb) {
+    GhostCanvas canvas;
+    const float one[3] = {1.0f, 1.0f, 1.0f};
+    canvas.Begin(frame, frameMm);
+    canvas.Add(ghost, one, rgb);
+    canvas.Finish(rgb);
+}
+
+}  // namespace vellux::engine
