@@ -5,10 +5,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
+#include <numbers>
 #include <numeric>
 #include <string>
 #include <vector>
 
+#include "engine/ghost_canvas.h"
 #include "engine/lens_look.h"
 #include "lens/glass.h"
 #include "lens/paraxial.h"
@@ -100,6 +103,102 @@ TEST(LensLookPainting, GhostsFarOffTheFrameOrFocusedToAPointPaintNothingAmiss) {
     std::vector<float> none(rgb.size(), 0.0f);
     AddGhost(FoldGhost(&far, scales, 1), frame, 0.01, none.data());
     EXPECT_EQ(Sum(none, 0), 0.0);
+}
+
+// A ghost as painted on the frame, in the sensor's mm (y up): where its light is centred, the area
+// over which it reaches a quarter of the level it would have spread evenly over its traced area
+// (low enough to take in a ghost whose light thins out towards one side), and the
+// angle of its hexagon's corners (the phase of its light's sixth angular moment), in [0, 60) deg.
+struct Measured {
+    double x = 0.0, y = 0.0, area = 0.0, corner = 0.0;
+};
+
+// The corners' angle of points weighed by light, each given by `at(k)` as (position, weight).
+template <class At>
+double CornerAngle(size_t count, std::complex<double> centre, At at) {
+    std::complex<double> moment;
+    for (size_t k = 0; k < count; ++k) {
+        const auto [where, weight] = at(k);
+        moment += weight * std::pow(std::conj(where - centre), 6);
+    }
+    const double period = std::numbers::pi / 3.0;
+    return std::fmod(-std::arg(moment) / 6.0 + 2.0 * period, period);
+}
+
+Measured MeasurePainted(const std::vector<float>& rgb, FrameSize frame, double frameMm, double halfLevel) {
+    const auto where = [&](size_t k) {
+        const double fx = double(k % size_t(frame.width)) + 0.5, fy = double(k / size_t(frame.width)) + 0.5;
+        return std::complex<double>((fx - 0.5 * frame.width) * frameMm, (0.5 * frame.height - fy) * frameMm);
+    };
+    const size_t pixels = rgb.size() / 3;
+    std::complex<double> centre;
+    double total = 0.0;
+    Measured m;
+    for (size_t k = 0; k < pixels; ++k) {
+        const double v = rgb[k * 3 + 1];
+        centre += v * where(k), total += v;
+        if (v > halfLevel) m.area += frameMm * frameMm;
+    }
+    centre /= total;
+    m.x = centre.real(), m.y = centre.imag();
+    m.corner = CornerAngle(pixels, centre, [&](size_t k) { return std::pair{where(k), double(rgb[k * 3 + 1])}; });
+    return m;
+}
+
+double TracedCorner(const vellux::lens::GhostFootprint& f) {
+    const size_t side = size_t(f.size);
+    return CornerAngle(side * side, {f.centroidX, f.centroidY}, [&](size_t k) {
+        const std::complex<double> at(f.left + (double(k % side) + 0.5) * f.pixel, f.bottom + (double(k / side) + 0.5) * f.pixel);
+        return std::pair{at, double(f.density[k])};
+    });
+}
+
+// Each ghost painted alone against its traced rays, on the axis and off it (where the lens's rims
+// cut some into cat's eyes), through six blades and through six turned 10 degrees: its light's
+// centre where the rays' mean landing is (within 0.5% of the frame's diagonal), its area the
+// traced one (within 5%), its corners where the traced footprint has them, turned with the blades.
+TEST(LensLookPainting, GhostsArePaintedWhereAsLargeAndTurnedAsTraced) {
+    const vellux::lens::Prescription lens = vellux::lens::ReadPrescription(VELLUX_LENS_DIR "/double-gauss-50mm.json");
+    const FrameSize frame{1800, 1200};   // the 36 x 24 mm sensor, 0.02 mm a pixel
+    const double frameMm = 0.02, diagonal = std::hypot(36.0, 24.0), degree = std::numbers::pi / 180.0;
+    GhostCanvas canvas;
+    std::vector<float> rgb(size_t(frame.width) * frame.height * 3);
+    for (const auto& [angleX, angleY] : {std::pair{0.0, 0.0}, {0.10, 0.12}}) {
+        double first[2] = {};   // the first ghost's corners at each rotation, for the turn
+        int measured = 0;
+        for (const double rotation : {0.0, 10.0}) {
+            bool firstOfTurn = true;
+            vellux::lens::FootprintSettings settings = GhostSettings(8.0, {6, 0.0, rotation * degree}, angleX, angleY);
+            settings.wavelengths = {vellux::lens::kGreen};
+            const vellux::lens::GhostFootprints traced = vellux::lens::TraceGhostFootprints(lens, settings);
+            for (const vellux::lens::GhostFootprint& ghost : traced.ghosts) {
+                // Those wholly on the frame, 40 to 500 pixels across.
+                const double side = ghost.size * ghost.pixel;
+                if (ghost.rays < 200 || side < 40 * frameMm || side > 500 * frameMm || std::abs(ghost.left + 0.5 * side) > 18.0 - side ||
+                    std::abs(ghost.bottom + 0.5 * side) > 12.0 - side)
+                    continue;
+                // Each painted as if its light were spread evenly at 1 a mm^2, well above the faintest shown.
+                const float even = float(ghost.area / ghost.energy), scale[3] = {even, even, even};
+                const std::array<float, 3> one{1.0f, 1.0f, 1.0f};
+                std::fill(rgb.begin(), rgb.end(), 0.0f);
+                canvas.Begin(frame, frameMm);
+                canvas.Add(FoldGhost(&ghost, &one, 1), scale, rgb.data());
+                canvas.Finish(rgb.data());
+                const Measured painted = MeasurePainted(rgb, frame, frameMm, 0.25 * frameMm * frameMm);
+                const std::string name = "ghost " + std::to_string(ghost.first) + "-" + std::to_string(ghost.second) +
+                                         " at " + std::to_string(angleX) + ", turned " + std::to_string(rotation);
+                EXPECT_NEAR(painted.x, ghost.centroidX, 0.005 * diagonal) << name;
+                EXPECT_NEAR(painted.y, ghost.centroidY, 0.005 * diagonal) << name;
+                EXPECT_NEAR(painted.area, ghost.area, 0.05 * ghost.area) << name;
+                EXPECT_NEAR(std::remainder(painted.corner - TracedCorner(ghost), 60.0 * degree), 0.0, 2.0 * degree) << name;
+                if (firstOfTurn) first[size_t(rotation > 0.0)] = painted.corner;
+                firstOfTurn = false;
+                ++measured;
+            }
+        }
+        EXPECT_GE(measured, 8) << angleX;
+        if (angleX == 0.0) EXPECT_NEAR(std::abs(std::remainder(first[1] - first[0], 60.0 * degree)), 10.0 * degree, 2.0 * degree);
+    }
 }
 
 // The light's energy: a light of intensity 1 in the middle of a frame puts kLightEnergy frame
