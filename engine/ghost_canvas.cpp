@@ -3,22 +3,13 @@
 #include <algorithm>
 #include <cmath>
 
+#include "engine/pixel_cells.h"
+
 namespace vellux::engine {
 
 namespace {
 
 constexpr double kFaintest = 1.0 / 65536.0;   // linear light a pixel, below which a ghost is not painted
-
-// floor(v) held within [lo, hi], taken in double first: a ghost can lie far off the frame, or be
-// focused to a point at one wavelength, and its coordinates then go past what an int holds.
-int FloorWithin(double v, int lo, int hi) {
-    if (!(v > double(lo))) return lo;   // NaN too
-    if (v >= double(hi)) return hi;
-    return int(std::floor(v));
-}
-
-// The overlap of [a0, a1) with the unit cell [k, k + 1).
-double Overlap(double a0, double a1, int k) { return std::max(0.0, std::min(a1, k + 1.0) - std::max(a0, double(k))); }
 
 // Where a destination pixel's centre falls in a source image: source pixel coordinates (centres at
 // whole numbers) u = ax (x + 0.5) + bx, v = ay (y + 0.5) + by.

@@ -48,104 +48,6 @@ double FNumberOf(const LensLookOptions& options, const lens::Prescription& presc
     return std::max(chosen, widest);
 }
 
-// floor(v) held within [lo, hi], taken in double first: a ghost can lie far off the frame, or be
-// focused to a point at one wavelength, and its coordinates then go past what an int holds.
-int FloorWithin(double v, int lo, int hi) {
-    if (!(v > double(lo))) return lo;   // NaN too
-    if (v >= double(hi)) return hi;
-    return int(std::floor(v));
-}
-
-// The overlap of [a0, a1) with the unit cell [k, k + 1).
-double Overlap(double a0, double a1, int k) { return std::max(0.0, std::min(a1, k + 1.0) - std::max(a0, double(k))); }
-
-// One ray of the starburst past the computed pattern: its direction and the light it carries per
-// mm of its length at `radius` mm from the light, falling as the inverse square of the distance
-// (the far field of a straight blade edge), its colour what it is at the pattern's rim.
-struct Ray {
-    double angle = 0.0;
-    double radius = 0.0;
-    std::array<double, 3> perMm{};
-};
-
-// The starburst's value at pattern pixel coordinates (x, y), bilinear, channel c.
-double Sample(const lens::Starburst& burst, double x, double y, int c) {
-    const int i = FloorWithin(x, -1, burst.size), j = FloorWithin(y, -1, burst.size);
-    if (i < 0 || j < 0 || i + 1 >= burst.size || j + 1 >= burst.size) return 0.0;
-    const double tx = x - i, ty = y - j;
-    const auto at = [&](int a, int b) { return double(burst.rgb[(size_t(b) * size_t(burst.size) + size_t(a)) * 3 + size_t(c)]); };
-    return (at(i, j) * (1 - tx) + at(i + 1, j) * tx) * (1 - ty) + (at(i, j + 1) * (1 - tx) + at(i + 1, j + 1) * tx) * ty;
-}
-
-// The rays: the maxima of the pattern's brightness around a circle near its rim that stand well
-// above the circle's typical level; each ray's light is summed across it, between the minima on
-// either side.
-std::vector<Ray> RaysOf(const lens::Starburst& burst) {
-    constexpr int kSteps = 2880;
-    const double centre = 0.5 * (burst.size - 1), rim = 0.42 * burst.size;
-    std::vector<std::array<double, 3>> ring(kSteps);
-    std::vector<double> level(kSteps);
-    for (int k = 0; k < kSteps; ++k) {
-        const double angle = 2.0 * std::numbers::pi * k / kSteps;
-        for (int c = 0; c < 3; ++c) ring[size_t(k)][size_t(c)] = Sample(burst, centre + rim * std::cos(angle), centre + rim * std::sin(angle), c);
-        level[size_t(k)] = ring[size_t(k)][0] + ring[size_t(k)][1] + ring[size_t(k)][2];
-    }
-    std::vector<double> sorted = level;
-    std::nth_element(sorted.begin(), sorted.begin() + kSteps / 2, sorted.end());
-    const double typical = sorted[kSteps / 2];
-    const auto wrap = [](int k) { return size_t((k % kSteps + kSteps) % kSteps); };
-    std::vector<Ray> rays;
-    for (int k = 0; k < kSteps; ++k) {
-        const double here = level[wrap(k)];
-        if (!(here > 8.0 * typical) || here < level[wrap(k - 1)] || here <= level[wrap(k + 1)]) continue;
-        Ray ray;
-        ray.angle = 2.0 * std::numbers::pi * k / kSteps;
-        ray.radius = rim * burst.mmPerPixel;
-        const double across = 2.0 * std::numbers::pi * rim / kSteps * burst.mmPerPixel;   // mm a step, across the ray
-        for (int side : {-1, 1})
-            for (int d = side < 0 ? 0 : 1; d < kSteps / 4; ++d) {
-                const size_t at = wrap(k + side * d);
-                if (d > 1 && level[at] > level[wrap(k + side * (d - 1))]) break;   // past the minimum
-                for (int c = 0; c < 3; ++c) ray.perMm[size_t(c)] += std::max(0.0, ring[at][size_t(c)] - typical / 3.0) * across;
-            }
-        // Light per mm across at the rim, over pattern pixels' area: per mm of the ray's length.
-        for (double& v : ray.perMm) v /= burst.mmPerPixel * burst.mmPerPixel;
-        rays.push_back(ray);
-    }
-    return rays;
-}
-
-// The rays from the pattern's rim outwards, each a thin line of light spread over the frame
-// pixels beside it, until it fades below what a frame can show.
-void AddRays(const std::vector<Ray>& rays, double cx, double cy, const float scale[3], FrameSize frame, double frameMm,
-             float* rgb) {
-    const double reach = std::hypot(frame.width, frame.height);
-    for (const Ray& ray : rays) {
-        const double dx = std::cos(ray.angle), dy = std::sin(ray.angle);
-        for (double r = ray.radius / frameMm; r < reach; r += 0.5) {
-            const double falloff = (ray.radius / (r * frameMm)) * (ray.radius / (r * frameMm));
-            const double x = cx + r * dx - 0.5, y = cy + r * dy - 0.5;   // pixel centres at +0.5
-            const int i = FloorWithin(x, -2, frame.width), j = FloorWithin(y, -2, frame.height);
-            if (i < -1 || j < -1 || i >= frame.width || j >= frame.height) continue;
-            const double tx = x - i, ty = y - j;
-            double peak = 0.0;
-            float add[3];
-            for (int c = 0; c < 3; ++c) {
-                add[c] = float(ray.perMm[size_t(c)] * falloff * frameMm * 0.5) * scale[c];
-                peak = std::max(peak, double(add[c]));
-            }
-            if (peak < 1e-5) break;
-            const double weights[4] = {(1 - tx) * (1 - ty), tx * (1 - ty), (1 - tx) * ty, tx * ty};
-            const int xs[4] = {i, i + 1, i, i + 1}, ys[4] = {j, j, j + 1, j + 1};
-            for (int q = 0; q < 4; ++q) {
-                if (xs[q] < 0 || ys[q] < 0 || xs[q] >= frame.width || ys[q] >= frame.height) continue;
-                float* out = &rgb[(size_t(ys[q]) * size_t(frame.width) + size_t(xs[q])) * 3];
-                for (int c = 0; c < 3; ++c) out[c] += float(weights[q]) * add[c];
-            }
-        }
-    }
-}
-
 // The ghosts are traced at every second wavelength of the spectrum, each standing for its own and
 // the next one's share of the colour: eight wavelengths, half the tracing, and the ghosts' fringes
 // still follow the glass's dispersion across the spectrum.
@@ -257,7 +159,8 @@ void LensLook::Paint(FrameSize size, const FlareLight& light, float* rgb) {
     const float burstScale[3] = {float(energy * colour[0]), float(energy * colour[1]), float(energy * colour[2])};
     const lens::Starburst& burst = starbursts_.Get(aperture_, fNumber_);
     AddPattern(burst.rgb.data(), burst.size, burst.mmPerPixel, light.x, light.y, burstScale, size, frameMm, rgb);
-    AddRays(RaysOf(burst), light.x, light.y, burstScale, size, frameMm, rgb);
+    if (raysFNumber_ != fNumber_) rays_ = StarburstRays(burst), raysFNumber_ = fNumber_;
+    AddRays(rays_, light.x, light.y, burstScale, size, frameMm, rgb);
 
     // The light's direction from where its image lies on the sensor (y up there).
     const double focal = lens::Paraxial(lens_, kDLine).focalLength;
@@ -273,32 +176,6 @@ void LensLook::Paint(FrameSize size, const FlareLight& light, float* rgb) {
     canvas_.Begin(size, frameMm);
     for (const GhostImage& ghost : folded_) canvas_.Add(ghost, scale, rgb);
     canvas_.Finish(rgb);
-}
-
-void AddPattern(const float* pattern, int size, double patternMm, double cx, double cy, const float scale[3],
-                FrameSize frame, double frameMm, float* rgb) {
-    const double step = patternMm / frameMm;      // a pattern pixel's side in frame pixels
-    const double origin = -0.5 * size * step;     // the pattern's corner from the light
-    const double share = 1.0 / (step * step);     // of a pattern pixel, per frame pixel area of overlap
-    for (int py = 0; py < size; ++py) {
-        const double y0 = cy + origin + py * step, y1 = y0 + step;
-        const int fy0 = FloorWithin(y0, 0, frame.height), fy1 = FloorWithin(y1, -1, frame.height - 1);
-        if (fy0 > fy1) continue;
-        for (int px = 0; px < size; ++px) {
-            const float* value = &pattern[(size_t(py) * size_t(size) + size_t(px)) * 3];
-            if (value[0] == 0.0f && value[1] == 0.0f && value[2] == 0.0f) continue;
-            const double x0 = cx + origin + px * step, x1 = x0 + step;
-            const int fx0 = FloorWithin(x0, 0, frame.width), fx1 = FloorWithin(x1, -1, frame.width - 1);
-            for (int fy = fy0; fy <= fy1; ++fy) {
-                const double oy = Overlap(y0, y1, fy);
-                for (int fx = fx0; fx <= fx1; ++fx) {
-                    const float weight = float(oy * Overlap(x0, x1, fx) * share);
-                    float* out = &rgb[(size_t(fy) * size_t(frame.width) + size_t(fx)) * 3];
-                    for (int c = 0; c < 3; ++c) out[c] += value[c] * scale[c] * weight;
-                }
-            }
-        }
-    }
 }
 
 }  // namespace vellux::engine

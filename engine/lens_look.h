@@ -22,6 +22,7 @@
 
 #include "engine/flare_instance.h"
 #include "engine/ghost_canvas.h"
+#include "engine/starburst_painting.h"
 #include "engine/option_values.h"
 #include "lens/aperture.h"
 #include "lens/ghost_footprint.h"
@@ -78,6 +79,8 @@ private:
     lens::Aperture aperture_;
     double sensorWidth_, sensorHeight_;
     lens::StarburstCache starbursts_;
+    double raysFNumber_ = 0.0;   // the f-number the starburst's rays were found at (the aperture stays)
+    std::vector<StarburstRay> rays_;
     lens::FootprintCache footprints_;
     // The ghosts of the last light traced, folded for a white light of intensity 1, and what they
     // were traced for: a light that stays put is painted without folding them again.
@@ -85,13 +88,6 @@ private:
     std::vector<GhostImage> folded_;
     GhostCanvas canvas_;
 };
-
-// Adds `pattern` (a square of `size` pixels of `patternMm` mm, centred on its middle pixel, RGB
-// floats) times `scale` (per channel) to `rgb` (a frame of `frame` pixels of `frameMm` mm) with its
-// centre at frame pixel coordinates (cx, cy): each pattern pixel's value spread over the frame
-// pixels it overlaps in proportion (energy kept, whichever pixels are larger).
-void AddPattern(const float* pattern, int size, double patternMm, double cx, double cy, const float scale[3],
-                FrameSize frame, double frameMm, float* rgb);
 
 }  // namespace vellux::engine
 

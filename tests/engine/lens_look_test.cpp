@@ -201,6 +201,23 @@ TEST(LensLookPainting, GhostsArePaintedWhereAsLargeAndTurnedAsTraced) {
     }
 }
 
+// A white light's rays are white, a little warm: along a ray each wavelength's light beats between
+// opposite blades, so one radius alone would give it any hue (magenta, once); their mean over many
+// beats grows with the wavelength. Six blades draw six rays, seven fourteen.
+TEST(LensLookPainting, RaysOfAWhiteLightAreWarmWhiteAndAsManyAsTheBladesMake) {
+    for (const auto& [blades, count] : {std::pair{6, 6u}, {7, 14u}}) {
+        const std::vector<StarburstRay> rays = StarburstRays(vellux::lens::SpectralStarburst({blades, 0.0, 0.2}, 8.0));
+        EXPECT_EQ(rays.size(), count) << blades;
+        for (const StarburstRay& ray : rays) {
+            const auto& [r, g, b] = ray.perMm;
+            EXPECT_GT(r, 0.0) << blades;
+            EXPECT_GE(r, g) << blades;
+            EXPECT_GE(g, b) << blades;
+            EXPECT_GT(b, 0.5 * r) << blades;
+        }
+    }
+}
+
 // The light's energy: a light of intensity 1 in the middle of a frame puts kLightEnergy frame
 // pixels' worth of white into its starburst (nearly all of it inside the frame) and a little more
 // into its ghosts; twice the intensity, twice everything.
