@@ -10,6 +10,7 @@
 
 #include "engine/closest_match.h"
 #include "engine/plugin_location.h"
+#include "lens/exact_trace.h"
 #include "lens/paraxial.h"
 #include "lens/spectrum.h"
 
@@ -162,11 +163,15 @@ void LensLook::Paint(FrameSize size, const FlareLight& light, float* rgb) {
     if (raysFNumber_ != fNumber_) rays_ = StarburstRays(burst), raysFNumber_ = fNumber_;
     AddRays(rays_, light.x, light.y, burstScale, size, frameMm, rgb);
 
-    // The light's direction from where its image lies on the sensor (y up there).
-    const double focal = lens::Paraxial(lens_, kDLine).focalLength;
-    const lens::FootprintSettings settings =
-        GhostSettings(fNumber_, aperture_, std::atan((light.x - 0.5 * size.width) * frameMm / focal),
-                      std::atan((0.5 * size.height - light.y) * frameMm / focal));
+    // The light's direction: where its image lies on the sensor (y up there), through the lens.
+    const double sx = (light.x - 0.5 * size.width) * frameMm, sy = (0.5 * size.height - light.y) * frameMm;
+    if (sx != lightOnSensor_[0] || sy != lightOnSensor_[1]) {
+        const double r = std::hypot(sx, sy);
+        const double slope = std::tan(lens::FieldAngle(lens_, r, kDLine, lens::Paraxial(lens_, kDLine).backFocus));
+        lightOnSensor_ = {sx, sy};
+        lightAngles_ = {r > 0.0 ? std::atan(slope * sx / r) : 0.0, r > 0.0 ? std::atan(slope * sy / r) : 0.0};
+    }
+    const lens::FootprintSettings settings = GhostSettings(fNumber_, aperture_, lightAngles_[0], lightAngles_[1]);
     if (folded_.empty() || !SameLight(settings, foldedFor_)) {
         folded_ = FoldGhosts(footprints_.Get(lens_, settings));
         foldedFor_ = settings;

@@ -15,6 +15,7 @@
 #define VELLUX_ENGINE_LENS_LOOK_H
 
 #include <array>
+#include <cmath>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -82,6 +83,8 @@ private:
     double raysFNumber_ = 0.0;   // the f-number the starburst's rays were found at (the aperture stays)
     std::vector<StarburstRay> rays_;
     lens::FootprintCache footprints_;
+    // The last light's place on the sensor, mm, and its direction (FootprintSettings' angles).
+    std::array<double, 2> lightOnSensor_{NAN, NAN}, lightAngles_{0.0, 0.0};
     // The ghosts of the last light traced, folded for a white light of intensity 1, and what they
     // were traced for: a light that stays put is painted without folding them again.
     lens::FootprintSettings foldedFor_;

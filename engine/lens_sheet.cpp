@@ -1,6 +1,7 @@
 #include "engine/lens_sheet.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <optional>
 #include <stdexcept>
@@ -12,6 +13,9 @@
 #include "engine/frame_image.h"
 #include "engine/plate.h"
 #include "engine/plugin_location.h"
+#include "lens/exact_trace.h"
+#include "lens/glass.h"
+#include "lens/paraxial.h"
 
 namespace vellux::engine {
 
@@ -46,6 +50,25 @@ std::vector<LensLookOptions> RowOptions(const LensSheetRequest& request) {
 
 // The plate as a cell's background: its colour in display (sRGB) levels as float, cut to the
 // cell's shape about its centre and scaled to the cell.
+// The radius of the lens's image circle on the sensor, mm.
+double ImageCircle(const LensLookOptions& options) {
+    const LensLook look(options);
+    const lens::Prescription& prescription = look.prescription();
+    return lens::FieldRadius(prescription, lens::kLineD, lens::Paraxial(prescription, lens::kLineD).backFocus);
+}
+
+// A sheet light's place in its cell, pulled in towards the centre where it would lie outside the
+// lens's image circle (a fisheye's on a wide frame), where the lens forms no image and no flare.
+FlareLight SheetLight(const std::array<double, 2>& place, FrameSize cell, const LensLookOptions& options, double imageCircle) {
+    const double frameMm = std::min(options.sensorWidth, options.sensorHeight) / double(std::min(cell.width, cell.height));
+    double dx = (place[0] - 0.5) * cell.width, dy = (place[1] - 0.5) * cell.height;
+    const double r = std::hypot(dx, dy) * frameMm, within = 0.85 * imageCircle;
+    if (r > within) dx *= within / r, dy *= within / r;
+    FlareLight light;
+    light.x = 0.5 * cell.width + dx, light.y = 0.5 * cell.height + dy;
+    return light;
+}
+
 OIIO::ImageBuf CellPlate(const fs::path& file, FrameSize cell) {
     const OIIO::ImageBuf read = FrameImage::Read(file).image();
     const bool floatPixels = read.spec().format.is_floating_point();
@@ -116,6 +139,7 @@ OIIO::ImageBuf LensSheet(const LensSheetRequest& request) {
 
     OIIO::ImageBuf sheet(OIIO::ImageSpec(cell.width * columns, cell.height * int(rows.size()), 3, OIIO::TypeFloat),
                          OIIO::InitializePixels::Yes);
+    const double imageCircle = ImageCircle(rows.front());
     FlareSetup setup;
     setup.plugin = FindPlugin(request.plugin);
     std::optional<std::string> font;
@@ -124,9 +148,7 @@ OIIO::ImageBuf LensSheet(const LensSheetRequest& request) {
         setup.lens = rows[row];
         Flare flare(setup);
         for (int column = 0; column < columns; ++column) {
-            FlareLight light;
-            light.x = kSheetLights[size_t(column)][0] * cell.width;
-            light.y = kSheetLights[size_t(column)][1] * cell.height;
+            const FlareLight light = SheetLight(kSheetLights[size_t(column)], cell, rows[row], imageCircle);
             // On black the flare as a PNG render gives it; on the plate, blended into its display levels.
             const OIIO::ImageBuf painted = plate ? flare.Composite(*plate, light, {0, kDisplaySpace, kDefaultBlend})
                                                  : flare.CompositeBlack(cell, light, {});

@@ -2,6 +2,8 @@
 
 #include <cmath>
 #include <functional>
+#include <limits>
+#include <numbers>
 #include <vector>
 
 namespace vellux::lens {
@@ -113,6 +115,89 @@ double ExactFocalLength(const Prescription& lens, double wavelength, double heig
     if (!near || !far) return NAN;
     const double slope = far->sensorHeight - near->sensorHeight;
     return -height / std::sin(std::atan(slope));
+}
+
+std::optional<double> ChiefRayHeight(const Prescription& lens, double wavelength, double sensorDistance, double angle) {
+    const Path light = LightPath(lens);
+    const auto stopHeight = [&](double y0) -> std::optional<double> {
+        const std::optional<TracedRay> ray = TraceRay(lens, light, wavelength, sensorDistance, y0, angle);
+        if (!ray) return std::nullopt;
+        return ray->stopHeight;
+    };
+    // Far off the axis the rays that get through to the stop at all make a narrow band of the
+    // front surface, well away from its centre (a fisheye's at 70 degrees, a few mm wide): the
+    // band is found across the whole surface and beyond, then halved down to the stop's centre.
+    constexpr int kSamples = 160;
+    const double reach = lens.surfaces.front().diameter + 2.0 * std::abs(std::tan(angle));
+    double lastY = 0.0;
+    std::optional<double> last;
+    for (int k = 0; k <= kSamples; ++k) {
+        const double y = -reach + 2.0 * reach * k / kSamples;
+        const std::optional<double> here = stopHeight(y);
+        if (here && last && (*here <= 0.0) != (*last <= 0.0)) {
+            double lo = lastY, hi = y;
+            const bool rising = *here > *last;
+            for (int step = 0; step < 60; ++step) {
+                const double mid = 0.5 * (lo + hi);
+                const std::optional<double> at = stopHeight(mid);
+                if (!at) break;
+                ((*at < 0.0) == rising ? lo : hi) = mid;
+            }
+            const std::optional<TracedRay> chief = TraceRay(lens, light, wavelength, sensorDistance, 0.5 * (lo + hi), angle);
+            if (chief) return chief->sensorHeight;
+        }
+        if (here) lastY = y;
+        last = here;
+    }
+    return std::nullopt;
+}
+
+namespace {
+
+constexpr double kFieldStep = 2.0 * std::numbers::pi / 180.0, kWidestField = 89.0 * std::numbers::pi / 180.0;
+
+// The chief rays out from the axis kFieldStep at a time, to the first whose image lies `target`
+// or further out (its angle), or to the end of the lens's field (nothing): where a ray is lost or
+// the images turn back. `below`, `reached` and `rate` say where the last one before landed and how
+// fast the heights grew there.
+struct FieldScan {
+    double below = 0.0, reached = 0.0, rate = 0.0;
+};
+std::optional<double> ScanField(const Prescription& lens, double target, double wavelength, double sensorDistance,
+                                FieldScan& scan) {
+    for (double angle = kFieldStep; angle <= kWidestField; angle += kFieldStep) {
+        const std::optional<double> h = ChiefRayHeight(lens, wavelength, sensorDistance, angle);
+        if (!h || *h <= scan.reached) return std::nullopt;
+        if (*h >= target) return angle;
+        scan.rate = (*h - scan.reached) / kFieldStep;
+        scan.below = angle, scan.reached = *h;
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+double FieldAngle(const Prescription& lens, double height, double wavelength, double sensorDistance) {
+    if (height == 0.0) return 0.0;
+    const double sign = height < 0.0 ? -1.0 : 1.0, target = std::abs(height);
+    FieldScan scan;
+    if (const std::optional<double> above = ScanField(lens, target, wavelength, sensorDistance, scan)) {
+        double lo = scan.below, hi = *above;
+        for (int k = 0; k < 30; ++k) {
+            const double mid = 0.5 * (lo + hi);
+            const std::optional<double> h = ChiefRayHeight(lens, wavelength, sensorDistance, mid);
+            (h && *h < target ? lo : hi) = mid;
+        }
+        return sign * 0.5 * (lo + hi);
+    }
+    const double beyond = scan.rate > 0.0 ? scan.below + (target - scan.reached) / scan.rate : kWidestField;
+    return sign * std::min(beyond, kWidestField);
+}
+
+double FieldRadius(const Prescription& lens, double wavelength, double sensorDistance) {
+    FieldScan scan;
+    ScanField(lens, std::numeric_limits<double>::infinity(), wavelength, sensorDistance, scan);
+    return scan.reached;
 }
 
 std::optional<GhostImage> ExactGhost(const Prescription& lens, size_t i, size_t j, double wavelength, double stopRadius,

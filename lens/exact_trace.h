@@ -25,6 +25,21 @@ std::optional<TracedRay> TraceRay(const Prescription& lens, const Path& path, do
 // of its final angle.
 double ExactFocalLength(const Prescription& lens, double wavelength, double height);
 
+// Where the chief ray at `angle` radians (the ray through the stop's centre) meets the sensor
+// `sensorDistance` behind the last vertex; nothing when it cannot get through.
+std::optional<double> ChiefRayHeight(const Prescription& lens, double wavelength, double sensorDistance, double angle);
+
+// The angle off the axis (radians, 0 to under pi / 2) of a light whose image lies `height` mm from
+// the sensor's centre: the angle whose chief ray lands there, so that a lens's distortion (a
+// fisheye's above all) puts the light where its image is. A height past what the lens's chief
+// rays reach (a light outside its field) goes on from the widest angle that gets through at the
+// rate the heights grew there.
+double FieldAngle(const Prescription& lens, double height, double wavelength, double sensorDistance);
+
+// How far from the sensor's centre the lens's chief rays reach (within two degrees of its field's
+// edge): the radius of its image circle.
+double FieldRadius(const Prescription& lens, double wavelength, double sensorDistance);
+
 // The ghost of surfaces i < j for a light at `angle` radians off the axis, traced exactly: its
 // centre over the light's image, and its radius on the sensor for a stop of `stopRadius`, from rays
 // crossing the stop near its centre.

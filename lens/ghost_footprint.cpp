@@ -32,7 +32,7 @@ struct Beam {
     double tanX = 0.0, tanY = 0.0;   // the rays' slopes
     Vec3 direction;
     double cosine = 1.0;             // of the rays to the axis: a cell's area across the beam over its area in the plane
-    Box clear;                       // the square round the first surface's clear aperture
+    Box clear;                       // where rays through the first surface's clear aperture cross its vertex's plane
 
     Beam(const Prescription& lens_, const FootprintSettings& settings_) : lens(lens_), settings(settings_) {
         CheckAperture(settings.aperture, "aperture");
@@ -45,8 +45,14 @@ struct Beam {
         tanX = std::tan(settings.angleX), tanY = std::tan(settings.angleY);
         direction = {tanX, tanY, 1.0};
         cosine = 1.0 / std::sqrt(tanX * tanX + tanY * tanY + 1.0);
-        const double r = 0.5 * lens.surfaces[0].diameter;
-        clear = {-r, r, -r, r};
+        // The rays' crossings of the first vertex's plane: a curved front surface meets a steep
+        // ray up to its sag away from that plane, so the box reaches that much further (a
+        // fisheye's at 70 degrees, over 10 mm).
+        const Surface& front = lens.surfaces[0];
+        const double r = 0.5 * front.diameter, radius = std::abs(front.radius);
+        const double sag = radius > r ? radius - std::sqrt(radius * radius - r * r) : radius;
+        const double wideX = r + sag * std::abs(tanX), wideY = r + sag * std::abs(tanY);
+        clear = {-wideX, wideX, -wideY, wideY};
     }
 
     // The ray through the point (x, y) of the first vertex's plane, started 1 mm before it.
@@ -97,12 +103,32 @@ void TraceGrid(const Beam& beam, const SkewPath& path, const Box& box, size_t ev
     }
 }
 
+// The box round the coarse grid's rays that got through, a coarse cell further out and half a fine
+// cell more, so that the fine grid's outermost rays fall where the coarse ones failed; nothing
+// when none did.
+std::optional<Box> AroundLandings(const Beam& beam, const Landings& coarse) {
+    Box found{1e300, -1e300, 1e300, -1e300};
+    for (int b = 0; b < coarse.n; ++b) {
+        for (int a = 0; a < coarse.n; ++a) {
+            if (!coarse.landed[coarse.At(a, b)]) continue;
+            const double x = coarse.CellX(a), y = coarse.CellY(b);
+            found = {std::min(found.x0, x), std::max(found.x1, x), std::min(found.y0, y), std::max(found.y1, y)};
+        }
+    }
+    if (found.x1 < found.x0) return std::nullopt;
+    const double fine = 0.5 / std::max(beam.settings.grid, 4);
+    const double marginX = coarse.stepX + fine * (found.x1 - found.x0 + 2.0 * coarse.stepX);
+    const double marginY = coarse.stepY + fine * (found.y1 - found.y0 + 2.0 * coarse.stepY);
+    return Intersect({found.x0 - marginX, found.x1 + marginX, found.y0 - marginY, found.y1 + marginY}, beam.clear);
+}
+
 // The part of the first surface's clear aperture whose rays get through the path: a guess from
 // the paraxial model (the image in the entrance of the stop where the path first crosses it, half
 // as wide again), then a coarse grid over it traced to the sensor, whose outermost rays that got
 // through, a coarse cell further out, bound it. It is found once for all wavelengths, at the d
 // line: dispersion moves it by far less than the cell.
-Box EntranceRegion(const Beam& beam, const Path& events, Landings& coarse) {
+Box EntranceRegion(const Beam& beam, const Path& events, Grids& grids) {
+    Landings& coarse = grids.coarse;
     const double wavelength = kLineD;
     const SkewPath path(beam.lens, events, wavelength, beam.sensorDistance, beam.settings.clearApertures);
     Box guess = beam.clear;
@@ -116,22 +142,26 @@ Box EntranceRegion(const Beam& beam, const Path& events, Landings& coarse) {
         }
     }
     TraceGrid(beam, path, guess, size_t(-1), coarse);
-    // Far off the axis the paraxial guess can miss the bundle altogether: then the whole surface.
+    // Far off the axis the paraxial guess can miss the bundle altogether: then the whole surface,
+    // first coarsely, then (a narrow band slipping between the coarse rays) finely.
     if (coarse.count == 0) TraceGrid(beam, path, guess = beam.clear, size_t(-1), coarse);
-    Box found{guess.x1, guess.x0, guess.y1, guess.y0};
-    for (int b = 0; b < coarse.n; ++b) {
-        for (int a = 0; a < coarse.n; ++a) {
-            if (!coarse.landed[coarse.At(a, b)]) continue;
-            const double x = coarse.CellX(a), y = coarse.CellY(b);
-            found = {std::min(found.x0, x), std::max(found.x1, x), std::min(found.y0, y), std::max(found.y1, y)};
-        }
+    if (coarse.count == 0) {
+        TraceGrid(beam, path, beam.clear, size_t(-1), grids.fine);
+        const std::optional<Box> found = AroundLandings(beam, grids.fine);
+        if (!found) return guess;
+        TraceGrid(beam, path, guess = *found, size_t(-1), coarse);
     }
-    if (found.x1 < found.x0) return guess;
-    // Half a fine cell more, so that the fine grid's outermost rays fall where the coarse ones failed.
-    const double fine = 0.5 / std::max(beam.settings.grid, 4);
-    const double marginX = coarse.stepX + fine * (found.x1 - found.x0 + 2.0 * coarse.stepX);
-    const double marginY = coarse.stepY + fine * (found.y1 - found.y0 + 2.0 * coarse.stepY);
-    return Intersect({found.x0 - marginX, found.x1 + marginX, found.y0 - marginY, found.y1 + marginY}, beam.clear);
+    // A bundle that fills few of the coarse grid's cells (a narrow band far off the axis) is
+    // looked for again on a coarse grid over just the cells that found it, up to three times, so
+    // that the fine grid is spread over the bundle rather than round it.
+    Box region = guess;
+    for (int zoom = 0;; ++zoom) {
+        const std::optional<Box> found = AroundLandings(beam, coarse);
+        if (!found) return region;
+        region = *found;
+        if (zoom == 3 || coarse.count >= size_t(coarse.n * coarse.n / 8)) return region;
+        TraceGrid(beam, path, region, size_t(-1), coarse);
+    }
 }
 
 // Traces the path's grid over its entrance region, widening a side of the region while rays on
@@ -284,7 +314,7 @@ GhostFootprint TraceGhostFootprint(const Prescription& lens, size_t i, size_t j,
     const Beam beam(lens, settings);
     Grids grids(settings);
     const Path path = GhostPath(lens, i, j);
-    return Footprint(beam, i, j, path, EntranceRegion(beam, path, grids.coarse), wavelength, grids);
+    return Footprint(beam, i, j, path, EntranceRegion(beam, path, grids), wavelength, grids);
 }
 
 GhostFootprints TraceGhostFootprints(const Prescription& lens, const FootprintSettings& settings) {
@@ -293,7 +323,7 @@ GhostFootprints TraceGhostFootprints(const Prescription& lens, const FootprintSe
     GhostFootprints out;
     out.wavelengths = settings.wavelengths;
     const Path light = LightPath(lens);
-    const Box lightRegion = EntranceRegion(beam, light, grids.coarse);
+    const Box lightRegion = EntranceRegion(beam, light, grids);
     for (const double wavelength : settings.wavelengths) {
         TracePath(beam, light, wavelength, lightRegion, grids.fine);
         out.lightFlux.push_back(double(grids.fine.count) * grids.fine.stepX * grids.fine.stepY * beam.cosine);
@@ -302,7 +332,7 @@ GhostFootprints TraceGhostFootprints(const Prescription& lens, const FootprintSe
         for (size_t j = i + 1; j < lens.surfaces.size(); ++j) {
             if (lens.surfaces[i].stop || lens.surfaces[j].stop) continue;
             const Path path = GhostPath(lens, i, j);
-            const Box region = EntranceRegion(beam, path, grids.coarse);
+            const Box region = EntranceRegion(beam, path, grids);
             for (const double wavelength : settings.wavelengths)
                 out.ghosts.push_back(Footprint(beam, i, j, path, region, wavelength, grids));
         }

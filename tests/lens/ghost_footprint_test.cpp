@@ -271,6 +271,25 @@ TEST(GhostFootprints, AreCutByTheLensRimsOffAxisAndNeverGrow) {
     EXPECT_GE(cut, 5);
 }
 
+// Far off the axis the rays a path lets through make a narrow band of the front surface, well away
+// from where the paraxial model looks (the fisheye's at 60 and 70 degrees): the light's own bundle
+// is still found whole, and its ghosts with it, each traced by many rays, not a stray few.
+TEST(GhostFootprints, FindNarrowBundlesFarOffTheAxis) {
+    const Prescription lens = Lens("fisheye-10mm.json");
+    FootprintSettings settings;
+    settings.fNumber = 8.0;
+    settings.wavelengths = {kGreen};
+    const double onAxis = TraceGhostFootprints(lens, settings).lightFlux[0];
+    for (const double angle : {60.0, 70.0}) {
+        settings.angleX = angle * kDegree;
+        const GhostFootprints traced = TraceGhostFootprints(lens, settings);
+        EXPECT_GT(traced.lightFlux[0], 0.8 * onAxis) << angle;
+        int wellTraced = 0;
+        for (const GhostFootprint& ghost : traced.ghosts) wellTraced += ghost.rays >= size_t(settings.grid * settings.grid / 8);
+        EXPECT_GE(wellTraced, 5) << angle;
+    }
+}
+
 TEST(GhostFootprints, CarryTheReflectedShareOfTheLightLetIn) {
     const Prescription lens = Lens("double-gauss-50mm.json");
     FootprintSettings settings;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <optional>
 #include <string>
 
 #include "lens/exact_trace.h"
@@ -81,6 +82,43 @@ TEST(Ghosts, ParaxialModelAgreesWithTheExactTracer) {
         }
         EXPECT_GT(compared, 20) << shipped.file;
     }
+}
+
+// A light's direction from where its image lies: the chief ray's landing, so a rectilinear lens
+// puts a light near f tan(angle) (its distortion aside; 20 mm off the double Gauss's axis is 21.8
+// degrees by f tan alone) and the fisheye at nearly f angle, out to
+// the edge of its 156 degree field; each angle found lands where it was asked to.
+TEST(FieldAngles, PutTheChiefRayWhereTheLightsImageLies) {
+    constexpr double kDegree = 3.14159265358979 / 180.0;
+    const struct {
+        const char* file;
+        double height;           // mm from the sensor's centre
+        double expected, within;   // the angle the lens gives, degrees
+    } cases[] = {
+        {"double-gauss-50mm.json", 5.0, 5.67, 0.1},     // little distortion near the axis
+        {"double-gauss-50mm.json", 20.0, 21.66, 0.5},
+        {"wide-angle-22mm.json", 18.0, 39.3, 1.0},
+        {"fisheye-10mm.json", 5.0, 5.0 / 10.0 / kDegree, 1.0},   // equidistant: f angle
+        {"fisheye-10mm.json", 12.0, 12.0 / 10.0 / kDegree, 3.0},
+    };
+    for (const auto& c : cases) {
+        const Prescription lens = ReadPrescription(kLenses + "/" + c.file);
+        const double sensor = Paraxial(lens, kLineD).backFocus;
+        const double angle = FieldAngle(lens, c.height, kLineD, sensor);
+        EXPECT_NEAR(angle / kDegree, c.expected, c.within) << c.file << " at " << c.height;
+        EXPECT_NEAR(FieldAngle(lens, -c.height, kLineD, sensor), -angle, 1e-12) << c.file;
+        const std::optional<double> landed = ChiefRayHeight(lens, kLineD, sensor, angle);
+        ASSERT_TRUE(landed) << c.file;
+        EXPECT_NEAR(*landed, c.height, 1e-6 * c.height) << c.file;
+    }
+    // The fisheye's image circle: 78 degrees at f angle, within the scan's two degrees.
+    const Prescription fisheye = ReadPrescription(kLenses + "/fisheye-10mm.json");
+    const double circle = FieldRadius(fisheye, kLineD, Paraxial(fisheye, kLineD).backFocus);
+    EXPECT_NEAR(circle, 10.0 * 78.0 * kDegree, 0.5);
+    // Past it the angle goes on growing, short of a right angle.
+    const double beyond = FieldAngle(fisheye, circle + 2.0, kLineD, Paraxial(fisheye, kLineD).backFocus);
+    EXPECT_GT(beyond, 78.0 * kDegree);
+    EXPECT_LT(beyond, 90.0 * kDegree);
 }
 
 TEST(Ghosts, AreSortedBrightestFirstWithColourFromTheCoating) {
