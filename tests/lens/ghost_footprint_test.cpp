@@ -1,8 +1,8 @@
 // Ghosts traced as images of the aperture: the skew tracer against the meridional one, under
 // rotation and unclipped against clipped, the iris against the aperture's own outline and across
 // a patch, footprints against the paraxial ghosts, the blades' polygon and which way it turns, the
-// lens's rims cutting ghosts off axis, the light a ghost carries, the coating's tint, and the
-// density against the rays' own spreading.
+// lens's rims cutting ghosts off axis, edges found between coarse rays, the light a ghost carries,
+// the coating's tint, and the density against the rays' own spreading.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -412,6 +412,41 @@ TEST(GhostFootprints, AreNeutralBareAndTintedByASingleLayer) {
         ++tinted;
     }
     EXPECT_GE(tinted, 5);
+}
+
+// The iris's and the rims' edges are found between the rays, so that a coarse grid's ghosts hold
+// the light and cover the area a fine grid's do: on the axis, and off it where rims cut them.
+TEST(GhostFootprints, FindTheirEdgesBetweenTheRays) {
+    const Prescription lens = Lens("double-gauss-50mm.json");
+    struct Case {
+        Aperture aperture;
+        double angle;
+    };
+    const Case cases[] = {{{6, 0.0, 0.0}, 0.0}, {{0, 0.0, 0.0}, 0.0}, {{5, 0.0, 0.3}, 10.0 * kDegree}, {{7, 0.5, 0.0}, 10.0 * kDegree}};
+    for (const Case& c : cases) {
+        FootprintSettings settings;
+        settings.fNumber = 8.0;
+        settings.aperture = c.aperture;
+        settings.angleX = c.angle;
+        settings.wavelengths = {kGreen};
+        settings.grid = 16;
+        const GhostFootprints coarse = TraceGhostFootprints(lens, settings);
+        settings.grid = 96;
+        const GhostFootprints fine = TraceGhostFootprints(lens, settings);
+        const std::string name = std::to_string(c.aperture.blades) + " blades at " + std::to_string(c.angle);
+        EXPECT_NEAR(coarse.lightFlux[0], fine.lightFlux[0], 0.01 * fine.lightFlux[0]) << name;
+        int compared = 0;
+        for (size_t g = 0; g < fine.ghosts.size(); ++g) {
+            const GhostFootprint &a = coarse.ghosts[g], &b = fine.ghosts[g];
+            // A ghost focused to a speck stretches its cells too unevenly for so coarse a mesh.
+            if (b.area < 1.0) continue;
+            const std::string ghost = name + ", ghost " + std::to_string(b.first) + "-" + std::to_string(b.second);
+            EXPECT_NEAR(a.energy, b.energy, 0.02 * b.energy) << ghost;
+            EXPECT_NEAR(a.area, b.area, 0.02 * b.area) << ghost;
+            ++compared;
+        }
+        EXPECT_GE(compared, 30) << name;
+    }
 }
 
 // The density of a ghost at the landing of the ray through (x, y) of the entrance, from the rays
