@@ -1,8 +1,10 @@
 #include "lens/ghost_footprint.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
+#include <optional>
 #include <stdexcept>
 
 #include "lens/ghosts.h"
@@ -171,14 +173,56 @@ void TraceWidening(const Beam& beam, const SkewPath& path, Box box, Landings& ou
     }
 }
 
+// Where the ray through the point (x, y) of the entrance first crosses the stop's plane, traced
+// through a path that no rim clips; nothing when it is lost before.
+std::optional<std::array<double, 2>> AtStop(const Beam& beam, const SkewPath& unclipped, double x, double y) {
+    const SkewTrace traced = unclipped.Trace(beam.Origin(x, y), beam.direction, Iris(), unclipped.FirstStopEvent() + 1);
+    if (traced.miss != Miss::none) return std::nullopt;
+    return std::array{traced.stopX, traced.stopY};
+}
+
+// The image in the entrance of the stop where the path first crosses it, as a box half as wide
+// again: a real ray aimed at the stop's centre by Newton's method from (x, y) (a step that loses
+// the ray is halved), and the box from how the entrance maps onto the stop there. Far off the
+// axis of a wide lens the stop's image moves and stretches far from its paraxial place. Nothing
+// when no ray can be aimed there from (x, y).
+std::optional<Box> StopImage(const Beam& beam, const SkewPath& unclipped, double x, double y) {
+    const double h = 1e-5 * (beam.clear.x1 - beam.clear.x0);   // mm, for the derivatives
+    auto at = AtStop(beam, unclipped, x, y);
+    for (int iteration = 0; at && iteration < 16; ++iteration) {
+        const auto alongX = AtStop(beam, unclipped, x + h, y), alongY = AtStop(beam, unclipped, x, y + h);
+        if (!alongX || !alongY) return std::nullopt;
+        // The Jacobian [a b; c d] of the stop point by the entrance point.
+        const double a = ((*alongX)[0] - (*at)[0]) / h, b = ((*alongY)[0] - (*at)[0]) / h;
+        const double c = ((*alongX)[1] - (*at)[1]) / h, d = ((*alongY)[1] - (*at)[1]) / h;
+        const double determinant = a * d - b * c;
+        if (!(std::abs(determinant) > 0.0)) return std::nullopt;
+        if (std::hypot((*at)[0], (*at)[1]) < 1e-3 * beam.stopRadius) {
+            // The stop's circle through the inverse Jacobian: each row's length is the reach across.
+            const double r = 1.5 * beam.stopRadius / std::abs(determinant);
+            return Box{x - r * std::hypot(d, b), x + r * std::hypot(d, b), y - r * std::hypot(c, a), y + r * std::hypot(c, a)};
+        }
+        double stepX = (d * (*at)[0] - b * (*at)[1]) / determinant, stepY = (a * (*at)[1] - c * (*at)[0]) / determinant;
+        std::optional<std::array<double, 2>> next;
+        for (int halving = 0; halving < 8; ++halving) {
+            next = AtStop(beam, unclipped, x - stepX, y - stepY);
+            if (next) break;
+            stepX *= 0.5, stepY *= 0.5;
+        }
+        x -= stepX, y -= stepY;
+        at = next;
+    }
+    return std::nullopt;
+}
+
 // The part of the first surface's clear aperture whose rays get through the path: a guess from
-// the paraxial model (the image in the entrance of the stop where the path first crosses it, half
-// as wide again), then a coarse grid over it traced to the sensor (widened where the aberrations
+// the stop's image in the entrance (aimed from the paraxial one's centre, or else from the light's
+// own region's, `light`; the paraxial image is the guess where no ray can be aimed), then a coarse grid over it traced to the sensor (widened where the aberrations
 // carry the beam past the guess), whose outermost rays that got through, a coarse cell further
 // out, bound it. It is found once for all wavelengths, at the d line: dispersion moves it by far
 // less than the cell. Empty when no ray of the coarse grid gets through, nor one of the fine grid
 // over the guess: then the path is dark.
-Box EntranceRegion(const Beam& beam, const Path& events, Grids& grids) {
+Box EntranceRegion(const Beam& beam, const Path& events, Grids& grids, const Box& light = {}) {
     const double wavelength = kLineD;
     const SkewPath path(beam.lens, events, wavelength, beam.sensorDistance, beam.settings.clearApertures);
     Box guess = beam.clear;
@@ -187,7 +231,10 @@ Box EntranceRegion(const Beam& beam, const Path& events, Grids& grids) {
         const Matrix2 m = PathMatrix(beam.lens, events, wavelength, stop + 1, 0.0);   // y at the stop = a y0 + b u
         if (std::abs(m.a) > 1e-9) {
             const double cx = -m.b * beam.tanX / m.a, cy = -m.b * beam.tanY / m.a, r = 1.5 * beam.stopRadius / std::abs(m.a);
-            const Box region = Intersect({cx - r, cx + r, cy - r, cy + r}, beam.clear);
+            const SkewPath unclipped(beam.lens, events, wavelength, beam.sensorDistance, false);
+            std::optional<Box> aimed = StopImage(beam, unclipped, cx, cy);
+            if (!aimed && !light.Empty()) aimed = StopImage(beam, unclipped, 0.5 * (light.x0 + light.x1), 0.5 * (light.y0 + light.y1));
+            const Box region = Intersect(aimed.value_or(Box{cx - r, cx + r, cy - r, cy + r}), beam.clear);
             if (!region.Empty()) guess = region;
         }
     }
@@ -453,7 +500,8 @@ GhostFootprint TraceGhostFootprint(const Prescription& lens, size_t i, size_t j,
     const Beam beam(lens, settings);
     Grids grids(settings);
     const Path path = GhostPath(lens, i, j);
-    return Footprint(beam, i, j, path, EntranceRegion(beam, path, grids), wavelength, grids);
+    const Box light = EntranceRegion(beam, LightPath(lens), grids);
+    return Footprint(beam, i, j, path, EntranceRegion(beam, path, grids, light), wavelength, grids);
 }
 
 GhostFootprints TraceGhostFootprints(const Prescription& lens, const FootprintSettings& settings) {
@@ -468,7 +516,7 @@ GhostFootprints TraceGhostFootprints(const Prescription& lens, const FootprintSe
         for (size_t j = i + 1; j < lens.surfaces.size(); ++j) {
             if (lens.surfaces[i].stop || lens.surfaces[j].stop) continue;
             const Path path = GhostPath(lens, i, j);
-            const Box region = EntranceRegion(beam, path, grids);
+            const Box region = EntranceRegion(beam, path, grids, lightRegion);
             for (const double wavelength : settings.wavelengths)
                 out.ghosts.push_back(Footprint(beam, i, j, path, region, wavelength, grids));
         }

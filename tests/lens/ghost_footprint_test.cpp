@@ -1,8 +1,9 @@
 // Ghosts traced as images of the aperture: the skew tracer against the meridional one, under
 // rotation and unclipped against clipped, the iris against the aperture's own outline and across
 // a patch, footprints against the paraxial ghosts, the blades' polygon and which way it turns, the
-// lens's rims cutting ghosts off axis, edges found between coarse rays, the light a ghost carries,
-// the coating's tint, and the density against the rays' own spreading.
+// lens's rims cutting ghosts off axis, edges found between coarse rays, the light far off a
+// fisheye's axis, the light a ghost carries, the coating's tint, and the density against the
+// rays' own spreading.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -382,6 +383,32 @@ TEST(GhostFootprints, CarryTheReflectedShareOfTheLightLetIn) {
     }
     EXPECT_GE(behind, 5);
     EXPECT_GE(before, 3);
+}
+
+// Far off the axis of a fisheye the stop's image in the entrance lies far from its paraxial
+// place: the light is found there, as much of it as a fine grid over the whole front element lets
+// through.
+TEST(GhostFootprints, FindTheLightFarOffTheAxisOfAFisheye) {
+    const Prescription lens = Lens("fisheye-10mm.json");
+    FootprintSettings settings;
+    settings.fNumber = 8.0;
+    settings.wavelengths = {kGreen};
+    settings.angleX = -52.0 * kDegree, settings.angleY = 34.0 * kDegree;
+    const double flux = TraceGhostFootprints(lens, settings).lightFlux[0];
+    const SkewPath path(lens, LightPath(lens), kGreen, Paraxial(lens, kLineD).backFocus);
+    const Iris iris(settings.aperture, StopRadius(lens, settings.fNumber));
+    const Vec3 direction{std::tan(settings.angleX), std::tan(settings.angleY), 1.0};
+    const double front = 0.5 * lens.surfaces[0].diameter, cell = 2.0 * front / 600;
+    int through = 0;
+    for (int a = 0; a < 600; ++a) {
+        for (int b = 0; b < 600; ++b) {
+            const double x = -front + (a + 0.5) * cell, y = -front + (b + 0.5) * cell;
+            through += path.Trace({x - direction.x, y - direction.y, -1.0}, direction, iris).miss == Miss::none;
+        }
+    }
+    const double expected = through * cell * cell / std::hypot(direction.x, direction.y, 1.0);
+    ASSERT_GT(through, 100);
+    EXPECT_NEAR(flux, expected, 0.02 * expected);
 }
 
 TEST(GhostFootprints, AreNeutralBareAndTintedByASingleLayer) {
