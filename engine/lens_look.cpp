@@ -151,7 +151,7 @@ void AddRays(const std::vector<Ray>& rays, double cx, double cy, const float sca
 // still follow the glass's dispersion across the spectrum.
 constexpr int kGhostWavelengthStep = 2;
 constexpr double kFaintest = 1.0 / 65536.0;   // linear light a pixel, below which a ghost is not painted
-constexpr int kGhostRays = 64;     // rays across a ghost's entrance
+constexpr int kGhostRays = 24;     // rays across a ghost's entrance
 constexpr int kGhostRaster = 96;   // density pixels across its footprint
 
 }  // namespace
