@@ -267,9 +267,12 @@ void TracePath(const Beam& beam, const Path& events, double wavelength, const Bo
     TraceWidening(beam, path, box, out);
 }
 
-// How much the path stretches an entrance cell round a ray on the sensor (mm^2 a cell), from the
-// neighbouring rays that landed: where a cell of the mesh is broken the ray stands for it alone.
-double RayStretch(const Landings& l, int a, int b) {
+// How the landing moves round a ray of the grid, per step along a and along b (mm), from the
+// neighbouring rays that landed (0 where none did).
+struct Spread {
+    double ax = 0.0, ay = 0.0, bx = 0.0, by = 0.0;
+};
+Spread RaySpread(const Landings& l, int a, int b) {
     const auto derivative = [&](int da, int db, auto coordinate) {
         const bool before = l.Landed(a - da, b - db), after = l.Landed(a + da, b + db);
         const double here = coordinate(l.traced[l.At(a, b)]);
@@ -280,7 +283,7 @@ double RayStretch(const Landings& l, int a, int b) {
     };
     const auto x = [](const UnclippedTrace& t) { return t.sensorX; };
     const auto y = [](const UnclippedTrace& t) { return t.sensorY; };
-    return std::abs(derivative(1, 0, x) * derivative(0, 1, y) - derivative(0, 1, x) * derivative(1, 0, y));
+    return {derivative(1, 0, x), derivative(1, 0, y), derivative(0, 1, x), derivative(0, 1, y)};
 }
 
 // One cell of the mesh, from the ray at its corner (a, b) to the one at (a + 1, b + 1): where a
@@ -353,6 +356,30 @@ struct Coverage {
     }
 };
 
+// The quarter of a broken cell round its corner ray (a, b), towards the cell (signA, signB: +1 or
+// -1 steps along a and b): spread as the ray's neighbours say the landing moves, in points about
+// `pixel` mm apart, rather than heaped where the ray landed. Beyond the rays kept the landing is
+// only guessed: the points stay within `kept`, where they landed, so that a guess far out does
+// not widen the raster.
+void GatherQuarter(const Landings& l, int a, int b, int signA, int signB, double pixel, const Box& kept,
+                   std::vector<Sample>& samples, Coverage& coverage) {
+    const UnclippedTrace& ray = l.traced[l.At(a, b)];
+    const Spread d = RaySpread(l, a, b);
+    const double stretch = std::abs(d.ax * d.by - d.bx * d.ay);
+    const double reach = 0.5 * std::max({std::abs(d.ax), std::abs(d.ay), std::abs(d.bx), std::abs(d.by)});
+    const int s = int(std::clamp(std::ceil(reach / pixel), 1.0, 8.0));
+    const double weight = 0.25 / (s * s);
+    for (int t = 0; t < s; ++t) {
+        const double v = signB * 0.5 * (t + 0.5) / s;
+        for (int r = 0; r < s; ++r) {
+            const double u = signA * 0.5 * (r + 0.5) / s;
+            samples.push_back({std::clamp(ray.sensorX + u * d.ax + v * d.bx, kept.x0, kept.x1),
+                               std::clamp(ray.sensorY + u * d.ay + v * d.by, kept.y0, kept.y1), weight});
+            coverage.Add(samples.back().x, samples.back().y, weight, stretch);
+        }
+    }
+}
+
 // Whether every ray at the cell's corners was kept: then the whole cell is open (the iris and the
 // rims' margins are convex in the bilinear blend of its corners).
 bool Whole(const Landings& l, int a, int b) { return l.Kept(a, b) && l.Kept(a + 1, b) && l.Kept(a, b + 1) && l.Kept(a + 1, b + 1); }
@@ -362,20 +389,16 @@ bool Whole(const Landings& l, int a, int b) { return l.Kept(a, b) && l.Kept(a + 
 // same edge is shut throughout (a curved blade's bulge across a cell is a sliver). The others,
 // where an edge crosses, are sampled about `pixel` mm apart and each point asked; the points let
 // through are kept in `samples`. A cell broken by a ray lost for good has no mesh: a quarter of
-// it lands with each of its rays that was kept.
+// it goes with each of its rays that was kept.
 Coverage Gather(const Beam& beam, const Landings& l, double pixel, std::vector<Sample>& samples) {
     samples.clear();
     Coverage coverage;
-    coverage.bounds = KeptLandings(l);
+    const Box kept = coverage.bounds = KeptLandings(l);
     for (int b = -1; b < l.n; ++b) {
         for (int a = -1; a < l.n; ++a) {
             if (!l.Landed(a, b) || !l.Landed(a + 1, b) || !l.Landed(a, b + 1) || !l.Landed(a + 1, b + 1)) {
-                for (const auto& [ca, cb] : {std::pair{a, b}, {a + 1, b}, {a, b + 1}, {a + 1, b + 1}}) {
-                    if (!l.Kept(ca, cb)) continue;
-                    const UnclippedTrace& ray = l.traced[l.At(ca, cb)];
-                    samples.push_back({ray.sensorX, ray.sensorY, 0.25});
-                    coverage.Add(ray.sensorX, ray.sensorY, 0.25, RayStretch(l, ca, cb));
-                }
+                for (const auto& [ca, cb] : {std::pair{a, b}, {a + 1, b}, {a, b + 1}, {a + 1, b + 1}})
+                    if (l.Kept(ca, cb)) GatherQuarter(l, ca, cb, ca == a ? 1 : -1, cb == b ? 1 : -1, pixel, kept, samples, coverage);
                 continue;
             }
             const Cell cell(l, a, b);
