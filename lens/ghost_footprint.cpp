@@ -103,7 +103,7 @@ public:
         for (size_t c = 0; c < crossings_; ++c) {
             double stop[4][2];
             for (int k = 0; k < 4; ++k) stop[k][0] = corners[k]->stop[c][0], stop[k][1] = corners[k]->stop[c][1];
-            iris_[c] = Iris::Patch(iris, stop);
+            iris_[c].emplace(iris, stop);
         }
         for (int k = 0; k < 4; ++k) rim_[k] = corners[k]->rim;
         rimClear_ = std::min({rim_[0], rim_[1], rim_[2], rim_[3]}) > 0.0;
@@ -114,13 +114,13 @@ public:
             if (!(low + v * (high - low) > 0.0)) return false;
         }
         for (size_t c = 0; c < crossings_; ++c)
-            if (!iris_[c].Open(u, v)) return false;
+            if (!iris_[c]->Open(u, v)) return false;
         return true;
     }
 
 private:
     size_t crossings_;
-    Iris::Patch iris_[kMaxStopCrossings];
+    std::optional<Iris::Patch> iris_[kMaxStopCrossings];   // made in place: a patch is large
     double rim_[4];
     bool rimClear_;
 };
@@ -262,9 +262,10 @@ Box EntranceRegion(const Beam& beam, const Path& events, Grids& grids, const Box
 
 // Traces the path's grid over its entrance region at a wavelength (widened where rays on an
 // edge of the grid still get through: the coarse grid can miss a sliver).
-void TracePath(const Beam& beam, const Path& events, double wavelength, const Box& box, Landings& out) {
+void TracePath(const Beam& beam, const Path& events, double wavelength, Box& box, Landings& out) {
     const SkewPath path(beam.lens, events, wavelength, beam.sensorDistance, beam.settings.clearApertures);
     TraceWidening(beam, path, box, out);
+    box = out.box;   // widened for the path's other wavelengths too: dispersion moves them alike
 }
 
 // How the landing moves round a ray of the grid, per step along a and along b (mm), from the
@@ -484,7 +485,7 @@ double Transmittance(const Beam& beam, const Path& path, double wavelength) {
     return t;
 }
 
-GhostFootprint Footprint(const Beam& beam, size_t i, size_t j, const Path& path, const Box& region, double wavelength,
+GhostFootprint Footprint(const Beam& beam, size_t i, size_t j, const Path& path, Box& region, double wavelength,
                          Grids& grids) {
     const Landings& landings = grids.fine;
     GhostFootprint footprint;
@@ -508,7 +509,7 @@ GhostFootprint Footprint(const Beam& beam, size_t i, size_t j, const Path& path,
 }
 
 // The light's own flux through the aperture at a wavelength (light units, see the header).
-double LightFlux(const Beam& beam, const Path& path, const Box& region, double wavelength, Grids& grids) {
+double LightFlux(const Beam& beam, const Path& path, Box& region, double wavelength, Grids& grids) {
     if (region.Empty()) return 0.0;
     TracePath(beam, path, wavelength, region, grids.fine);
     const Landings& l = grids.fine;
@@ -524,7 +525,8 @@ GhostFootprint TraceGhostFootprint(const Prescription& lens, size_t i, size_t j,
     Grids grids(settings);
     const Path path = GhostPath(lens, i, j);
     const Box light = EntranceRegion(beam, LightPath(lens), grids);
-    return Footprint(beam, i, j, path, EntranceRegion(beam, path, grids, light), wavelength, grids);
+    Box region = EntranceRegion(beam, path, grids, light);
+    return Footprint(beam, i, j, path, region, wavelength, grids);
 }
 
 GhostFootprints TraceGhostFootprints(const Prescription& lens, const FootprintSettings& settings) {
@@ -533,13 +535,13 @@ GhostFootprints TraceGhostFootprints(const Prescription& lens, const FootprintSe
     GhostFootprints out;
     out.wavelengths = settings.wavelengths;
     const Path light = LightPath(lens);
-    const Box lightRegion = EntranceRegion(beam, light, grids);
+    Box lightRegion = EntranceRegion(beam, light, grids);
     for (const double wavelength : settings.wavelengths) out.lightFlux.push_back(LightFlux(beam, light, lightRegion, wavelength, grids));
     for (size_t i = 0; i < lens.surfaces.size(); ++i) {
         for (size_t j = i + 1; j < lens.surfaces.size(); ++j) {
             if (lens.surfaces[i].stop || lens.surfaces[j].stop) continue;
             const Path path = GhostPath(lens, i, j);
-            const Box region = EntranceRegion(beam, path, grids, lightRegion);
+            Box region = EntranceRegion(beam, path, grids, lightRegion);
             for (const double wavelength : settings.wavelengths)
                 out.ghosts.push_back(Footprint(beam, i, j, path, region, wavelength, grids));
         }
