@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "lens/skew_trace.h"
 #include "lens/spectrum.h"
 
 namespace vellux::lens {
@@ -35,6 +36,7 @@ std::vector<float> Transmission(const Aperture& aperture, int grid) {
     std::vector<float> open(size_t(grid) * size_t(grid), 0.0f);
     const double cell = 1.0 / kPupilRadiusCells;      // on the unit aperture's scale
     const double inner = InnerRadius(aperture);
+    const Iris iris(aperture, 1.0);                   // the same opening as Inside, without its trigonometry
     const int first = grid / 2 - kPupilRadiusCells - 1, last = grid / 2 + kPupilRadiusCells + 1;
     for (int row = first; row < last; ++row) {
         const double y0 = (row - grid / 2) * cell, y1 = y0 + cell;
@@ -43,13 +45,13 @@ std::vector<float> Transmission(const Aperture& aperture, int grid) {
             const double nearX = std::max({x0, -x1, 0.0}), nearY = std::max({y0, -y1, 0.0});
             const double farX = std::max(std::abs(x0), std::abs(x1)), farY = std::max(std::abs(y0), std::abs(y1));
             float& value = open[size_t(row) * size_t(grid) + size_t(column)];
-            if (std::hypot(farX, farY) <= inner) {
+            if (farX * farX + farY * farY <= inner * inner) {
                 value = 1.0f;
-            } else if (std::hypot(nearX, nearY) < 1.0) {
+            } else if (nearX * nearX + nearY * nearY < 1.0) {
                 int inside = 0;
                 for (int i = 0; i < kEdgeSamples; ++i)
                     for (int j = 0; j < kEdgeSamples; ++j)
-                        inside += Inside(aperture, x0 + (j + 0.5) * cell / kEdgeSamples, y0 + (i + 0.5) * cell / kEdgeSamples);
+                        inside += iris.Open(x0 + (j + 0.5) * cell / kEdgeSamples, y0 + (i + 0.5) * cell / kEdgeSamples);
                 value = float(inside) / (kEdgeSamples * kEdgeSamples);
             }
         }
@@ -161,16 +163,27 @@ FarField ApertureFarField(const Aperture& aperture) {
     FarField field;
     field.grid = grid;
     field.power.resize(size_t(grid) * size_t(grid));
-    std::vector<kiss_fft_cpx> column(static_cast<size_t>(grid));
     // Frequency k lands at (k + grid / 2) mod grid: the zero frequency in the middle.
     const auto centred = [grid](int k) { return size_t((k + grid / 2) % grid); };
-    for (int kx = 0; kx < half; ++kx) {
-        kiss_fft_stride(columnPlan.get(), &rows[size_t(kx)], column.data(), half);
+    // The columns' transforms a block at a time, their powers then written row by row: one column
+    // at a time would write the field a row apart at every step.
+    constexpr int kBlock = 16;
+    std::vector<kiss_fft_cpx> columns(size_t(kBlock) * size_t(grid));
+    for (int first = 0; first < half; first += kBlock) {
+        const int count = std::min(kBlock, half - first);
+        for (int k = 0; k < count; ++k)
+            kiss_fft_stride(columnPlan.get(), &rows[size_t(first + k)], &columns[size_t(k) * size_t(grid)], half);
         for (int ky = 0; ky < grid; ++ky) {
-            const float power = column[size_t(ky)].r * column[size_t(ky)].r + column[size_t(ky)].i * column[size_t(ky)].i;
-            field.power[centred(ky) * size_t(grid) + centred(kx)] = power;
-            // The mirrored frequency (-kx, -ky), where it is not the same one.
-            if (kx != 0 && kx != grid / 2) field.power[centred(grid - ky) * size_t(grid) + centred(grid - kx)] = power;
+            float* row = &field.power[centred(ky) * size_t(grid)];
+            float* mirrored = &field.power[centred(grid - ky) * size_t(grid)];
+            for (int k = 0; k < count; ++k) {
+                const int kx = first + k;
+                const kiss_fft_cpx& value = columns[size_t(k) * size_t(grid) + size_t(ky)];
+                const float power = value.r * value.r + value.i * value.i;
+                row[centred(kx)] = power;
+                // The mirrored frequency (-kx, -ky), where it is not the same one.
+                if (kx != 0 && kx != grid / 2) mirrored[centred(grid - kx)] = power;
+            }
         }
     }
     for (const float power : field.power) field.totalPower += power;
