@@ -217,11 +217,12 @@ std::optional<Box> StopImage(const Beam& beam, const SkewPath& unclipped, double
 
 // The part of the first surface's clear aperture whose rays get through the path: a guess from
 // the stop's image in the entrance (aimed from the paraxial one's centre, or else from the light's
-// own region's, `light`; the paraxial image is the guess where no ray can be aimed), then a coarse grid over it traced to the sensor (widened where the aberrations
-// carry the beam past the guess), whose outermost rays that got through, a coarse cell further
-// out, bound it. It is found once for all wavelengths, at the d line: dispersion moves it by far
-// less than the cell. Empty when no ray of the coarse grid gets through, nor one of the fine grid
-// over the guess: then the path is dark.
+// own region's, `light`; the paraxial image is the guess where no ray can be aimed), then a coarse
+// grid over it traced to the sensor (widened where the aberrations carry the beam past the guess),
+// whose outermost rays that got through, a coarse cell further out, bound it. It is found once
+// for all wavelengths, at the d line: dispersion moves it by far less than the cell. Empty when no
+// ray of the coarse grid gets through, nor one of the fine grid over the guess: then the path is
+// dark.
 Box EntranceRegion(const Beam& beam, const Path& events, Grids& grids, const Box& light = {}) {
     const double wavelength = kLineD;
     const SkewPath path(beam.lens, events, wavelength, beam.sensorDistance, beam.settings.clearApertures);
@@ -233,7 +234,8 @@ Box EntranceRegion(const Beam& beam, const Path& events, Grids& grids, const Box
             const double cx = -m.b * beam.tanX / m.a, cy = -m.b * beam.tanY / m.a, r = 1.5 * beam.stopRadius / std::abs(m.a);
             const SkewPath unclipped(beam.lens, events, wavelength, beam.sensorDistance, false);
             std::optional<Box> aimed = StopImage(beam, unclipped, cx, cy);
-            if (!aimed && !light.Empty()) aimed = StopImage(beam, unclipped, 0.5 * (light.x0 + light.x1), 0.5 * (light.y0 + light.y1));
+            if (!aimed && !light.Empty())
+                aimed = StopImage(beam, unclipped, 0.5 * (light.x0 + light.x1), 0.5 * (light.y0 + light.y1));
             const Box region = Intersect(aimed.value_or(Box{cx - r, cx + r, cy - r, cy + r}), beam.clear);
             if (!region.Empty()) guess = region;
         }
@@ -277,9 +279,10 @@ Spread RaySpread(const Landings& l, int a, int b) {
     const auto derivative = [&](int da, int db, auto coordinate) {
         const bool before = l.Landed(a - da, b - db), after = l.Landed(a + da, b + db);
         const double here = coordinate(l.traced[l.At(a, b)]);
-        if (before && after) return 0.5 * (coordinate(l.traced[l.At(a + da, b + db)]) - coordinate(l.traced[l.At(a - da, b - db)]));
-        if (after) return coordinate(l.traced[l.At(a + da, b + db)]) - here;
-        if (before) return here - coordinate(l.traced[l.At(a - da, b - db)]);
+        const auto at = [&](int k) { return coordinate(l.traced[l.At(a + k * da, b + k * db)]); };
+        if (before && after) return 0.5 * (at(1) - at(-1));
+        if (after) return at(1) - here;
+        if (before) return here - at(-1);
         return 0.0;
     };
     const auto x = [](const UnclippedTrace& t) { return t.sensorX; };
@@ -381,16 +384,32 @@ void GatherQuarter(const Landings& l, int a, int b, int signA, int signB, double
     }
 }
 
+// A cell an edge crosses: points across it about `pixel` mm apart, each asked whether it gets
+// through.
+void GatherEdge(const Gate& gate, const Cell& cell, double pixel, std::vector<Sample>& samples, Coverage& coverage) {
+    const int s = std::max(cell.Samples(pixel), 2);
+    for (int t = 0; t < s; ++t) {
+        const double v = (t + 0.5) / s;
+        for (int r = 0; r < s; ++r) {
+            const double u = (r + 0.5) / s;
+            if (!gate.Open(u, v)) continue;
+            samples.push_back({cell.X(u, v), cell.Y(u, v), 1.0 / (s * s)});
+            coverage.Add(samples.back().x, samples.back().y, samples.back().weight, cell.Stretch(u, v));
+        }
+    }
+}
+
 // Whether every ray at the cell's corners was kept: then the whole cell is open (the iris and the
 // rims' margins are convex in the bilinear blend of its corners).
-bool Whole(const Landings& l, int a, int b) { return l.Kept(a, b) && l.Kept(a + 1, b) && l.Kept(a, b + 1) && l.Kept(a + 1, b + 1); }
+bool Whole(const Landings& l, int a, int b) {
+    return l.Kept(a, b) && l.Kept(a + 1, b) && l.Kept(a, b + 1) && l.Kept(a + 1, b + 1);
+}
 
 // The light through each cell of the mesh. A whole cell is counted here and spread later (its
-// points lie among its corners, within the kept rays' landings). One whose rays were all stopped by the
-// same edge is shut throughout (a curved blade's bulge across a cell is a sliver). The others,
-// where an edge crosses, are sampled about `pixel` mm apart and each point asked; the points let
-// through are kept in `samples`. A cell broken by a ray lost for good has no mesh: a quarter of
-// it goes with each of its rays that was kept.
+// points lie among its corners, within the kept rays' landings). One whose rays were all stopped
+// by the same edge is shut throughout (a curved blade's bulge across a cell is a sliver). The
+// others, where an edge crosses, are sampled and the points let through kept in `samples`. A cell
+// broken by a ray lost for good has no mesh: a quarter of it goes with each of its rays kept.
 Coverage Gather(const Beam& beam, const Landings& l, double pixel, std::vector<Sample>& samples) {
     samples.clear();
     Coverage coverage;
@@ -398,8 +417,10 @@ Coverage Gather(const Beam& beam, const Landings& l, double pixel, std::vector<S
     for (int b = -1; b < l.n; ++b) {
         for (int a = -1; a < l.n; ++a) {
             if (!l.Landed(a, b) || !l.Landed(a + 1, b) || !l.Landed(a, b + 1) || !l.Landed(a + 1, b + 1)) {
-                for (const auto& [ca, cb] : {std::pair{a, b}, {a + 1, b}, {a, b + 1}, {a + 1, b + 1}})
-                    if (l.Kept(ca, cb)) GatherQuarter(l, ca, cb, ca == a ? 1 : -1, cb == b ? 1 : -1, pixel, kept, samples, coverage);
+                for (const auto& [ca, cb] : {std::pair{a, b}, {a + 1, b}, {a, b + 1}, {a + 1, b + 1}}) {
+                    if (!l.Kept(ca, cb)) continue;
+                    GatherQuarter(l, ca, cb, ca == a ? 1 : -1, cb == b ? 1 : -1, pixel, kept, samples, coverage);
+                }
                 continue;
             }
             const Cell cell(l, a, b);
@@ -410,17 +431,7 @@ Coverage Gather(const Beam& beam, const Landings& l, double pixel, std::vector<S
             const unsigned char shut = l.shut[l.At(a, b)];
             if (shut == l.shut[l.At(a + 1, b)] && shut == l.shut[l.At(a, b + 1)] && shut == l.shut[l.At(a + 1, b + 1)])
                 continue;
-            const Gate gate(beam.iris, l, a, b);
-            const int s = std::max(cell.Samples(pixel), 2);
-            for (int t = 0; t < s; ++t) {
-                const double v = (t + 0.5) / s;
-                for (int r = 0; r < s; ++r) {
-                    const double u = (r + 0.5) / s;
-                    if (!gate.Open(u, v)) continue;
-                    samples.push_back({cell.X(u, v), cell.Y(u, v), 1.0 / (s * s)});
-                    coverage.Add(samples.back().x, samples.back().y, samples.back().weight, cell.Stretch(u, v));
-                }
-            }
+            GatherEdge(Gate(beam.iris, l, a, b), cell, pixel, samples, coverage);
         }
     }
     return coverage;
@@ -536,7 +547,8 @@ GhostFootprints TraceGhostFootprints(const Prescription& lens, const FootprintSe
     out.wavelengths = settings.wavelengths;
     const Path light = LightPath(lens);
     Box lightRegion = EntranceRegion(beam, light, grids);
-    for (const double wavelength : settings.wavelengths) out.lightFlux.push_back(LightFlux(beam, light, lightRegion, wavelength, grids));
+    for (const double wavelength : settings.wavelengths)
+        out.lightFlux.push_back(LightFlux(beam, light, lightRegion, wavelength, grids));
     for (size_t i = 0; i < lens.surfaces.size(); ++i) {
         for (size_t j = i + 1; j < lens.surfaces.size(); ++j) {
             if (lens.surfaces[i].stop || lens.surfaces[j].stop) continue;

@@ -298,7 +298,8 @@ void SkewPath::Turn(const Step& step, UnclippedBatch& rays, size_t n) {
     const double centre = step.vertex + step.radius;
     for (size_t r = 0; r < n; ++r) {
         double nx = 0.0, ny = 0.0, nz = -1.0;
-        if (step.radius != 0.0) nx = step.curvature * rays.px[r], ny = step.curvature * rays.py[r], nz = step.curvature * (rays.pz[r] - centre);
+        if (step.radius != 0.0)
+            nx = step.curvature * rays.px[r], ny = step.curvature * rays.py[r], nz = step.curvature * (rays.pz[r] - centre);
         if (nx * rays.dx[r] + ny * rays.dy[r] + nz * rays.dz[r] > 0.0) nx = -nx, ny = -ny, nz = -nz;   // facing the arriving ray
         rays.nx[r] = nx, rays.ny[r] = ny, rays.nz[r] = nz;
         rays.cosine[r] = -(nx * rays.dx[r] + ny * rays.dy[r] + nz * rays.dz[r]);
