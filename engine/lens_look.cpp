@@ -53,7 +53,7 @@ double FNumberOf(const LensLookOptions& options, const lens::Prescription& presc
 // the next one's share of the colour: eight wavelengths, half the tracing, and the ghosts' fringes
 // still follow the glass's dispersion across the spectrum.
 constexpr int kGhostWavelengthStep = 2;
-constexpr int kGhostRays = 64;     // rays across a ghost's entrance
+constexpr int kGhostRays = 24;     // rays across a ghost's entrance
 constexpr int kGhostRaster = 96;   // density pixels across its footprint
 
 // Whether two lights' ghosts are traced alike (the rest of the look's settings never change).

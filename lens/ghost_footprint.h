@@ -1,9 +1,12 @@
 // Ghosts as images of the aperture, traced: for a light at infinity, a grid of parallel rays over
-// the entrance is followed along each ghost's path (skew_trace.h), the rays the iris and the
-// surfaces' clear apertures let through are kept, and where they land on the sensor gives the
-// ghost's shape (the blades' polygon, cut to a cat's eye off axis by the lens's rims), its
-// centre, its area, the light it carries and how that light is spread (bunched into a bright rim
-// where the rays crowd).
+// the entrance is followed along each ghost's path (skew_trace.h), and where they land on the
+// sensor gives the ghost's shape (the blades' polygon, cut to a cat's eye off axis by the lens's
+// rims), its centre, its area, the light it carries and how that light is spread (bunched into a
+// bright rim where the rays crowd). The rays are traced as if the iris and the surfaces' clear
+// apertures stopped nothing, so that they land as a smooth mesh; between four of them, where the
+// blades or a rim would cut, each point of the cell is blended from its corners and asked whether
+// the iris and the rims let it through. The edges come out sharp within a cell, and a coarse grid
+// holds the shape a far finer clipped one would.
 //
 // Light is counted in the light's own units: 1 is what crosses 1 mm^2 square to the beam. A ghost
 // carries R_i R_j (the two reflections) times the transmittance of the path's other surfaces times
@@ -43,7 +46,7 @@ struct GhostFootprint {
     double energy = 0.0;                    // light units (above)
     double reflectance = 0.0;               // R_i R_j at the wavelength
     double transmittance = 0.0;             // of the path's refractions, at normal incidence
-    size_t rays = 0;                        // grid rays that reached the sensor
+    size_t rays = 0;                        // grid rays the iris and the rims let through to the sensor
     // The density raster: size x size pixels of `pixel` mm, the first at (left, bottom) on the
     // sensor, row by row from the bottom (smallest y); light per mm^2. Empty when no ray landed.
     double left = 0.0, bottom = 0.0, pixel = 0.0;

@@ -1,11 +1,14 @@
-// Ghosts traced as images of the aperture: the skew tracer against the meridional one and under
-// rotation, the iris against the aperture's own outline, footprints against the paraxial ghosts,
-// the blades' polygon and which way it turns, the lens's rims cutting ghosts off axis, the light a
-// ghost carries, the coating's tint, and the density against the rays' own spreading.
+// Ghosts traced as images of the aperture: the skew tracer against the meridional one, under
+// rotation and unclipped against clipped, the iris against the aperture's own outline and across
+// a patch, footprints against the paraxial ghosts, the blades' polygon and which way it turns, the
+// lens's rims cutting ghosts off axis, edges found between coarse rays, the light far off a
+// fisheye's axis, the light a ghost carries, the coating's tint, and the density against the
+// rays' own spreading.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <complex>
+#include <map>
 #include <numbers>
 #include <string>
 
@@ -97,6 +100,48 @@ TEST(SkewTrace, NamesWhereARayIsLost) {
     EXPECT_GT(blocked.stopX, 2.0);
 }
 
+// Traced unclipped, a ray lands where the clipping tracer's does when nothing stops it, and tells
+// what would have: a rim (a margin not above 0) or a blade (at one of its crossings of the stop).
+// A ray lost for good (passing a sphere by, totally reflected, turned back) is lost either way.
+TEST(SkewTrace, UnclippedRaysLandAsClippedOnesAndTellWhatWouldStopThem) {
+    const Prescription lens = Lens("double-gauss-50mm.json");
+    const double sensor = Paraxial(lens, kLineD).backFocus, front = 0.5 * lens.surfaces[0].diameter;
+    const Iris iris(Aperture{6, 0.0, 0.3}, StopRadius(lens, 4.0));
+    const Vec3 direction{0.1, -0.05, 1.0};
+    std::vector<Vec3> origins;   // over the front element and past its rim
+    for (int a = -12; a <= 12; ++a)
+        for (int b = -12; b <= 12; ++b) origins.push_back({front * a / 10.0 - 0.2, front * b / 10.0 + 0.1, -1.0});
+    std::vector<UnclippedTrace> unclipped(origins.size());
+    std::map<Miss, int> seen;
+    for (const Path& path : Paths(lens)) {
+        const SkewPath skew(lens, path, kBlue, sensor);
+        skew.TraceUnclipped(origins.data(), origins.size(), direction, unclipped.data());
+        for (size_t k = 0; k < origins.size(); ++k) {
+            const SkewTrace clipped = skew.Trace(origins[k], direction, iris);
+            const UnclippedTrace& free = unclipped[k];
+            int covered = 0;
+            for (size_t c = 0; c < skew.StopCrossings(); ++c) covered += !iris.Open(free.stop[c][0], free.stop[c][1]);
+            ++seen[clipped.miss];
+            if (clipped.miss == Miss::none) {
+                ASSERT_TRUE(free.landed);
+                EXPECT_NEAR(free.sensorX, clipped.sensorX, 1e-9);
+                EXPECT_NEAR(free.sensorY, clipped.sensorY, 1e-9);
+                EXPECT_GT(free.rim, 0.0);
+                EXPECT_EQ(covered, 0);
+            } else if (clipped.miss == Miss::clearAperture) {
+                EXPECT_TRUE(!free.landed || free.rim <= 0.0);
+            } else if (clipped.miss == Miss::iris) {
+                EXPECT_GT(covered, 0);
+            } else {
+                EXPECT_FALSE(free.landed);
+            }
+        }
+    }
+    EXPECT_GT(seen[Miss::none], 1000);
+    EXPECT_GT(seen[Miss::clearAperture], 1000);
+    EXPECT_GT(seen[Miss::iris], 1000);
+}
+
 TEST(Iris, AgreesWithTheAperturesOutline) {
     const Aperture apertures[] = {{0, 0.0, 0.0}, {6, 0.0, 0.2}, {5, 0.4, -1.0}, {9, 1.0, 0.0}, {3, 0.7, 2.5}, {32, 0.0, 0.1}};
     unsigned state = 12345;
@@ -112,6 +157,41 @@ TEST(Iris, AgreesWithTheAperturesOutline) {
         }
         // The open share of the square matches the opening's area.
         EXPECT_NEAR(open / 4000.0, OpenArea(aperture) / (2.4 * 2.4), 0.03) << aperture.blades << " blades";
+    }
+}
+
+// Asked across a patch, the iris answers as it does at the blended point, also where blades'
+// edges meet within the patch.
+TEST(Iris, AnswersAcrossAPatchAsAtEachPoint) {
+    const Aperture apertures[] = {{6, 0.0, 0.2}, {5, 0.4, -1.0}, {0, 0.0, 0.0}, {3, 0.0, 2.5}};
+    unsigned state = 777;
+    const auto next = [&] { return (state = state * 1103515245u + 12345u) / 4294967296.0; };
+    for (const Aperture& aperture : apertures) {
+        const Iris iris(aperture, 3.0);
+        int open = 0, shut = 0;
+        for (int patch = 0; patch < 300; ++patch) {
+            // A skewed quadrilateral about the size of a ray cell, in and round the opening.
+            const double angle = 2.0 * kPi * next(), reach = 1.2 + 2.0 * next(), size = 0.3 + 0.6 * next();
+            double corners[4][2];
+            for (int c = 0; c < 4; ++c) {
+                corners[c][0] = reach * std::cos(angle) + size * ((c & 1) + 0.3 * next());
+                corners[c][1] = reach * std::sin(angle) + size * ((c >> 1) + 0.3 * next());
+            }
+            const Iris::Patch across(iris, corners);
+            for (int k = 0; k < 20; ++k) {
+                const double u = next(), v = next();
+                const auto blend = [&](int axis) {
+                    const double low = corners[0][axis] + u * (corners[1][axis] - corners[0][axis]);
+                    const double high = corners[2][axis] + u * (corners[3][axis] - corners[2][axis]);
+                    return low + v * (high - low);
+                };
+                const bool expected = iris.Open(blend(0), blend(1));
+                ASSERT_EQ(across.Open(u, v), expected) << aperture.blades << " blades, patch " << patch;
+                (expected ? open : shut)++;
+            }
+        }
+        EXPECT_GT(open, 500) << aperture.blades << " blades";
+        EXPECT_GT(shut, 500) << aperture.blades << " blades";
     }
 }
 
@@ -324,6 +404,32 @@ TEST(GhostFootprints, CarryTheReflectedShareOfTheLightLetIn) {
     EXPECT_GE(before, 3);
 }
 
+// Far off the axis of a fisheye the stop's image in the entrance lies far from its paraxial
+// place: the light is found there, as much of it as a fine grid over the whole front element lets
+// through.
+TEST(GhostFootprints, FindTheLightFarOffTheAxisOfAFisheye) {
+    const Prescription lens = Lens("fisheye-10mm.json");
+    FootprintSettings settings;
+    settings.fNumber = 8.0;
+    settings.wavelengths = {kGreen};
+    settings.angleX = -52.0 * kDegree, settings.angleY = 34.0 * kDegree;
+    const double flux = TraceGhostFootprints(lens, settings).lightFlux[0];
+    const SkewPath path(lens, LightPath(lens), kGreen, Paraxial(lens, kLineD).backFocus);
+    const Iris iris(settings.aperture, StopRadius(lens, settings.fNumber));
+    const Vec3 direction{std::tan(settings.angleX), std::tan(settings.angleY), 1.0};
+    const double front = 0.5 * lens.surfaces[0].diameter, cell = 2.0 * front / 600;
+    int through = 0;
+    for (int a = 0; a < 600; ++a) {
+        for (int b = 0; b < 600; ++b) {
+            const double x = -front + (a + 0.5) * cell, y = -front + (b + 0.5) * cell;
+            through += path.Trace({x - direction.x, y - direction.y, -1.0}, direction, iris).miss == Miss::none;
+        }
+    }
+    const double expected = through * cell * cell / std::hypot(direction.x, direction.y, 1.0);
+    ASSERT_GT(through, 100);
+    EXPECT_NEAR(flux, expected, 0.02 * expected);
+}
+
 TEST(GhostFootprints, AreNeutralBareAndTintedByASingleLayer) {
     const Prescription lens = Lens("double-gauss-50mm.json");
     FootprintSettings settings;
@@ -352,6 +458,41 @@ TEST(GhostFootprints, AreNeutralBareAndTintedByASingleLayer) {
         ++tinted;
     }
     EXPECT_GE(tinted, 5);
+}
+
+// The iris's and the rims' edges are found between the rays, so that a coarse grid's ghosts hold
+// the light and cover the area a fine grid's do: on the axis, and off it where rims cut them.
+TEST(GhostFootprints, FindTheirEdgesBetweenTheRays) {
+    const Prescription lens = Lens("double-gauss-50mm.json");
+    struct Case {
+        Aperture aperture;
+        double angle;
+    };
+    const Case cases[] = {{{6, 0.0, 0.0}, 0.0}, {{0, 0.0, 0.0}, 0.0}, {{5, 0.0, 0.3}, 10.0 * kDegree}, {{7, 0.5, 0.0}, 10.0 * kDegree}};
+    for (const Case& c : cases) {
+        FootprintSettings settings;
+        settings.fNumber = 8.0;
+        settings.aperture = c.aperture;
+        settings.angleX = c.angle;
+        settings.wavelengths = {kGreen};
+        settings.grid = 16;
+        const GhostFootprints coarse = TraceGhostFootprints(lens, settings);
+        settings.grid = 96;
+        const GhostFootprints fine = TraceGhostFootprints(lens, settings);
+        const std::string name = std::to_string(c.aperture.blades) + " blades at " + std::to_string(c.angle);
+        EXPECT_NEAR(coarse.lightFlux[0], fine.lightFlux[0], 0.01 * fine.lightFlux[0]) << name;
+        int compared = 0;
+        for (size_t g = 0; g < fine.ghosts.size(); ++g) {
+            const GhostFootprint &a = coarse.ghosts[g], &b = fine.ghosts[g];
+            // A ghost focused to a speck stretches its cells too unevenly for so coarse a mesh.
+            if (b.area < 1.0) continue;
+            const std::string ghost = name + ", ghost " + std::to_string(b.first) + "-" + std::to_string(b.second);
+            EXPECT_NEAR(a.energy, b.energy, 0.02 * b.energy) << ghost;
+            EXPECT_NEAR(a.area, b.area, 0.02 * b.area) << ghost;
+            ++compared;
+        }
+        EXPECT_GE(compared, 30) << name;
+    }
 }
 
 // The density of a ghost at the landing of the ray through (x, y) of the entrance, from the rays

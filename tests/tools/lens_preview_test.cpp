@@ -18,8 +18,10 @@ constexpr int kColumns = 3;   // light positions: near the centre, upper left, n
 
 class VelluxLensPreview : public ScratchTest {
 protected:
-    OIIO::ImageBuf Preview(const std::string& arguments) const {
-        const std::string output = Path("sheet.png").string();
+    // Each sheet has a file of its own: the image library's cache knows a file by its name and
+    // its time of change to the second, and would hand back a sheet written over within a second.
+    OIIO::ImageBuf Preview(const std::string& arguments) {
+        const std::string output = Path("sheet" + std::to_string(++sheets_) + ".png").string();
         const ToolRun run = RunTool("lens preview " + arguments + " -o " + output);
         EXPECT_EQ(run.exitCode, 0) << run.err;
         EXPECT_EQ(run.err, "");
@@ -27,6 +29,9 @@ protected:
         sheet.read(0, 0, true, OIIO::TypeFloat);
         return sheet;
     }
+
+private:
+    int sheets_ = 0;
 };
 
 // One cell of the sheet, inset by a few pixels so that a neighbour's edge does not count.
