@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Makes the README's pictures of the lenses' own flares (docs/gallery/) with the built tool,
 # oiiotool and ffmpeg:
+#   lens-look.jpg        the double Gauss on the sample frame: its table, its own flare at f/2 and at f/8 (six blades)
 #   lens-look-LENS.jpg   each shipped lens on the sample frame, wide open and at f/8, side by side
 #   lens-sweep.gif       the double Gauss at f/8 through six blades, the light crossing a black frame
 #   lens-preview.jpg     vellux lens preview's contact sheet of the double Gauss through six blades
@@ -35,6 +36,17 @@ for lens in double-gauss-50mm wide-angle-22mm fisheye-10mm vintage-58mm; do
     oiiotool "$work/$lens-wide.png" "$work/$lens-8.png" --mosaic 2x1 --compression jpeg:85 -o "$work/lens-look-$lens.jpg"
     mv "$work/lens-look-$lens.jpg" "$gallery/"
 done
+
+# The same lens as a table and as its own flare.
+"$vellux" render -q -i "$plate" --light 288,189 --table double-gauss-50mm -o "$work/as-table.png"
+"$vellux" render -q -i "$plate" --light 288,189 --lens double-gauss-50mm --f-number 2 -o "$work/as-lens-2.png"
+"$vellux" render -q -i "$plate" --light 288,189 --lens double-gauss-50mm --f-number 8 --blades 6 -o "$work/as-lens-8.png"
+for look in as-table as-lens-2 as-lens-8; do oiiotool "$work/$look.png" --resize 480x270 -o "$work/$look.png"; done
+label "$work/as-table.png" "table"
+label "$work/as-lens-2.png" "lens, f/2"
+label "$work/as-lens-8.png" "lens, f/8, 6 blades"
+oiiotool "$work/as-table.png" "$work/as-lens-2.png" "$work/as-lens-8.png" --mosaic 3x1 --compression jpeg:85 -o "$work/lens-look.jpg"
+mv "$work/lens-look.jpg" "$gallery/"
 
 "$vellux" lens preview double-gauss-50mm --blades 6 --size 320x180 -o "$work/lens-preview.png"
 oiiotool "$work/lens-preview.png" --compression jpeg:85 -o "$work/lens-preview.jpg"
