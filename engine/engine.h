@@ -90,7 +90,9 @@
 //   LensLook(options), LensLook::Paint    a lens's starburst and traced ghosts from its prescription
 //   FindLens(name), LensFolders()         lenses by name: VELLUX_LENS_PATH, shipped
 #include "engine/lens_sheet.h"
+#include "engine/look_sheet.h"
 //   LensSheet, WriteLensSheet             a contact sheet: a row per f-number, a column per light position
+//   LookSheet, WriteLookSheet             a contact sheet of every table and lens, a cell each
 
 // ---- Occlusion ---------------------------------------------------------------------------------
 #include "engine/occlusion.h"

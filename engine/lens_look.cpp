@@ -155,7 +155,9 @@ void LensLook::SetFNumber(double fNumber) {
 void LensLook::Paint(FrameSize size, const FlareLight& light, float* rgb) {
     // The frame's smaller side spans the sensor's smaller side; its centre is the lens's axis.
     const double frameMm = std::min(sensorWidth_, sensorHeight_) / double(std::min(size.width, size.height));
-    const double energy = light.intensity * kLightEnergy;
+    // The light in this frame's pixels: fewer of them, each larger, on a smaller frame.
+    const double rows = double(std::min(size.width, size.height)) / kReferenceRows;
+    const double perFrame = light.intensity * rows * rows, energy = perFrame * kLightEnergy;
     const double colour[3] = {light.color.red / 255.0, light.color.green / 255.0, light.color.blue / 255.0};
     const float burstScale[3] = {float(energy * colour[0]), float(energy * colour[1]), float(energy * colour[2])};
     const lens::Starburst& burst = starbursts_.Get(aperture_, fNumber_);
@@ -176,8 +178,7 @@ void LensLook::Paint(FrameSize size, const FlareLight& light, float* rgb) {
         folded_ = FoldGhosts(footprints_.Get(lens_, settings));
         foldedFor_ = settings;
     }
-    const float scale[3] = {float(light.intensity * colour[0]), float(light.intensity * colour[1]),
-                            float(light.intensity * colour[2])};
+    const float scale[3] = {float(perFrame * colour[0]), float(perFrame * colour[1]), float(perFrame * colour[2])};
     canvas_.Begin(size, frameMm);
     for (const GhostImage& ghost : folded_) canvas_.Add(ghost, scale, rgb);
     canvas_.Finish(rgb);

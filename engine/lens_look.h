@@ -3,8 +3,9 @@
 // lens's ghosts as images of its aperture, each computed over the spectrum and folded into linear
 // Rec.709 light. The frame is the sensor: its smaller side spans the sensor's smaller side.
 //
-// Brightness: the light's intensity is its energy on the sensor in units of a frame pixel at
-// white, times kLightEnergy. The starburst holds (nearly) all of it, so its core goes far past
+// Brightness: the light's intensity is its energy on the sensor in units of a pixel at white of a
+// frame kReferenceRows high, times kLightEnergy: the same on the sensor at every resolution, so a
+// frame looks alike at any size. The starburst holds (nearly) all of it, so its core goes far past
 // white as a bright light's does on a photograph, and its rays show where they fall to the level of
 // the frame; a ghost holds the light's energy times its two surfaces' reflectances.
 //
@@ -32,9 +33,10 @@
 
 namespace vellux::engine {
 
-// A light of intensity 1 carries this many frame pixels' worth of white: a bright light, whose
-// starburst rays reach well out into the frame.
+// A light of intensity 1 carries this many pixels' worth of white of a frame kReferenceRows high
+// (its smaller side): a bright light, whose starburst rays reach well out into the frame.
 inline constexpr double kLightEnergy = 2.0e6;
+inline constexpr double kReferenceRows = 540.0;
 
 struct LensLookOptions {
     std::string lens;                      // a lens's name (LensFolders) or a prescription file (.json)

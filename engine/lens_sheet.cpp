@@ -9,6 +9,7 @@
 #include <OpenImageIO/imagebufalgo.h>
 
 #include "engine/colour.h"
+#include "engine/contact_sheet.h"
 #include "engine/flare.h"
 #include "engine/frame_image.h"
 #include "engine/plate.h"
@@ -25,9 +26,6 @@ namespace {
 
 // A third of a stop: f-numbers closer than this to the widest add nothing to a sheet.
 constexpr double kThirdStop = 1.1225;
-
-// The fonts tried for the labels, in order; "" is the image library's own default.
-constexpr const char* kLabelFonts[] = {"DejaVuSans", "LiberationSans-Regular", ""};
 
 // The lens look of each row, made first: a lens, f-number or aperture that cannot be used is
 // refused before anything is painted.
@@ -48,8 +46,6 @@ std::vector<LensLookOptions> RowOptions(const LensSheetRequest& request) {
     return rows;
 }
 
-// The plate as a cell's background: its colour in display (sRGB) levels as float, cut to the
-// cell's shape about its centre and scaled to the cell.
 // The radius of the lens's image circle on the sensor, mm.
 double ImageCircle(const LensLookOptions& options) {
     const LensLook look(options);
@@ -67,49 +63,6 @@ FlareLight SheetLight(const std::array<double, 2>& place, FrameSize cell, const 
     FlareLight light;
     light.x = 0.5 * cell.width + dx, light.y = 0.5 * cell.height + dy;
     return light;
-}
-
-OIIO::ImageBuf CellPlate(const fs::path& file, FrameSize cell) {
-    const OIIO::ImageBuf read = FrameImage::Read(file).image();
-    const bool floatPixels = read.spec().format.is_floating_point();
-    const std::string space =
-        ChooseColorspace("-i", floatPixels ? read.spec().get_string_attribute("oiio:ColorSpace") : "", floatPixels);
-    OIIO::ImageBuf colour = OIIO::ImageBufAlgo::channels(read, 3, {0, 1, 2});
-    if (!IsDisplaySpace(space)) {
-        OIIO::ImageBuf converted;
-        if (!OIIO::ImageBufAlgo::colorconvert(converted, colour, space, kDisplaySpace))
-            throw std::runtime_error(file.string() + ": " + ImageErrorText(converted));
-        colour = std::move(converted);
-    }
-    const int width = colour.spec().width, height = colour.spec().height;
-    const double aspect = double(cell.width) / cell.height;
-    const int cutWidth = std::min(width, int(height * aspect + 0.5)), cutHeight = std::min(height, int(width / aspect + 0.5));
-    const int x0 = colour.spec().x + (width - cutWidth) / 2, y0 = colour.spec().y + (height - cutHeight) / 2;
-    OIIO::ImageBuf cut = OIIO::ImageBufAlgo::cut(colour, OIIO::ROI(x0, x0 + cutWidth, y0, y0 + cutHeight, 0, 1, 0, 3));
-    OIIO::ImageBuf scaled(OIIO::ImageSpec(cell.width, cell.height, 3, OIIO::TypeFloat));
-    if (!OIIO::ImageBufAlgo::resize(scaled, cut)) throw std::runtime_error(file.string() + ": " + ImageErrorText(scaled));
-    return scaled;
-}
-
-// Writes `text` in the lower left of the cell at (x, y); false when no font can be had.
-bool Label(OIIO::ImageBuf& sheet, int x, int y, FrameSize cell, const std::string& text, std::optional<std::string>& font) {
-    const int size = std::max(10, cell.height / 11);
-    const float colour[3] = {0.9f, 0.9f, 0.9f};
-    const auto draw = [&](const char* name) {
-        const bool drawn = OIIO::ImageBufAlgo::render_text(sheet, x + size / 2, y + cell.height - size / 2, text, size, name,
-                                                           colour, OIIO::ImageBufAlgo::TextAlignX::Left,
-                                                           OIIO::ImageBufAlgo::TextAlignY::Baseline, 1);
-        if (!drawn) sheet.geterror();   // cleared: a missing font is not the sheet's failure
-        return drawn;
-    };
-    if (font) return draw(font->c_str());
-    for (const char* name : kLabelFonts) {
-        if (draw(name)) {
-            font = name;
-            return true;
-        }
-    }
-    return false;
 }
 
 }  // namespace
@@ -149,13 +102,9 @@ OIIO::ImageBuf LensSheet(const LensSheetRequest& request) {
         Flare flare(setup);
         for (int column = 0; column < columns; ++column) {
             const FlareLight light = SheetLight(kSheetLights[size_t(column)], cell, rows[row], imageCircle);
-            // On black the flare as a PNG render gives it; on the plate, blended into its display levels.
-            const OIIO::ImageBuf painted = plate ? flare.Composite(*plate, light, {0, kDisplaySpace, kDefaultBlend})
-                                                 : flare.CompositeBlack(cell, light, {});
             const int x = column * cell.width, y = int(row) * cell.height;
-            if (!OIIO::ImageBufAlgo::paste(sheet, x, y, 0, 0, painted))
-                throw std::runtime_error("the contact sheet: " + ImageErrorText(sheet));
-            if (labelled) labelled = Label(sheet, x, y, cell, "f/" + FNumberText(*rows[row].fNumber), font);
+            PasteCell(sheet, x, y, PaintCell(flare, plate, cell, light));
+            if (labelled) labelled = LabelCell(sheet, x, y, cell, "f/" + FNumberText(*rows[row].fNumber), font);
         }
         flare.Finish();
     }

@@ -218,24 +218,27 @@ TEST(LensLookPainting, RaysOfAWhiteLightAreWarmWhiteAndAsManyAsTheBladesMake) {
     }
 }
 
-// The light's energy: a light of intensity 1 in the middle of a frame puts kLightEnergy frame
-// pixels' worth of white into its starburst (nearly all of it inside the frame) and a little more
-// into its ghosts; twice the intensity, twice everything.
-TEST(LensLookPainting, TheFlareScalesWithTheLight) {
+// The light's energy: a light of intensity 1 in the middle of a frame puts kLightEnergy pixels'
+// worth of white of a frame kReferenceRows high into its starburst (nearly all of it inside the
+// frame) and a little more into its ghosts: on a frame half as high, a quarter as many of its
+// (larger) pixels, the same light on the sensor. Twice the intensity, twice everything.
+TEST(LensLookPainting, TheFlareScalesWithTheLightAndNotWithTheFrame) {
     LensLookOptions options;
     options.lens = VELLUX_LENS_DIR "/double-gauss-50mm.json";
     options.fNumber = 8.0;
     options.blades = 6;
     LensLook look(options);
-    const FrameSize frame{320, 200};
-    std::vector<float> once(size_t(frame.width) * frame.height * 3, 0.0f), twice = once;
-    FlareLight light{160.0, 100.0, {255, 255, 255}, 1.0, 0.0};
-    look.Paint(frame, light, once.data());
-    light.intensity = 2.0;
-    look.Paint(frame, light, twice.data());
-    for (int c = 0; c < 3; ++c) {
-        EXPECT_NEAR(Sum(once, c), kLightEnergy, 0.05 * kLightEnergy) << c;
-        EXPECT_NEAR(Sum(twice, c), 2.0 * Sum(once, c), 1e-4 * Sum(once, c)) << c;
+    for (const FrameSize frame : {FrameSize{320, 200}, FrameSize{640, 400}}) {
+        std::vector<float> once(size_t(frame.width) * frame.height * 3, 0.0f), twice = once;
+        FlareLight light{0.5 * frame.width, 0.5 * frame.height, {255, 255, 255}, 1.0, 0.0};
+        look.Paint(frame, light, once.data());
+        light.intensity = 2.0;
+        look.Paint(frame, light, twice.data());
+        const double rows = frame.height / kReferenceRows, pixels = kLightEnergy * rows * rows;
+        for (int c = 0; c < 3; ++c) {
+            EXPECT_NEAR(Sum(once, c), pixels, 0.05 * pixels) << frame.height << " " << c;
+            EXPECT_NEAR(Sum(twice, c), 2.0 * Sum(once, c), 1e-4 * Sum(once, c)) << frame.height << " " << c;
+        }
     }
 }
 

@@ -1,7 +1,8 @@
-// vellux lens preview, end to end: the sheet has a cell per light position across and a row per
-// f-number (the lens's widest, 4 and 8 unless asked for others); every cell holds a flare, the
+// The contact sheets, end to end. vellux lens preview: a cell per light position across and a row
+// per f-number (the lens's widest, 4 and 8 unless asked for others); every cell holds a flare, the
 // cells of a row differ as their lights do and the rows as their apertures do; on a plate the
 // plate shows round the flare; bad input exits 1 with one line naming the value, writing nothing.
+// vellux tables --sheet: a cell for every table and every lens, each its own look.
 #include <gtest/gtest.h>
 
 #include <OpenImageIO/imagebufalgo.h>
@@ -20,17 +21,19 @@ class VelluxLensPreview : public ScratchTest {
 protected:
     // Each sheet has a file of its own: the image library's cache knows a file by its name and
     // its time of change to the second, and would hand back a sheet written over within a second.
-    OIIO::ImageBuf Preview(const std::string& arguments) {
+    OIIO::ImageBuf Preview(const std::string& arguments) { return Sheet("lens preview " + arguments + " -o "); }
+    OIIO::ImageBuf LookSheet(const std::string& arguments) { return Sheet("tables " + arguments + " --sheet "); }
+
+private:
+    OIIO::ImageBuf Sheet(const std::string& command) {
         const std::string output = Path("sheet" + std::to_string(++sheets_) + ".png").string();
-        const ToolRun run = RunTool("lens preview " + arguments + " -o " + output);
+        const ToolRun run = RunTool(command + output);
         EXPECT_EQ(run.exitCode, 0) << run.err;
         EXPECT_EQ(run.err, "");
         OIIO::ImageBuf sheet(output);
         sheet.read(0, 0, true, OIIO::TypeFloat);
         return sheet;
     }
-
-private:
     int sheets_ = 0;
 };
 
@@ -148,6 +151,42 @@ TEST_F(VelluxLensPreview, BadInputExitsNamingTheValueAndWritesNothing) {
         for (const auto& entry : std::filesystem::directory_iterator(dir_))
             EXPECT_TRUE(entry.path().filename() == "out" || entry.path().filename() == "err") << entry.path();
     }
+}
+
+// Every shipped table (the sources, and one computed from each lens) and every lens's own flare, a
+// cell each, in rows of --columns; each cell lit and its own look; on a plate, the plate round it.
+TEST_F(VelluxLensPreview, TheLookSheetHasACellForEveryTableAndLens) {
+    namespace fs = std::filesystem;
+    size_t looks = 0;
+    for (const auto& entry : fs::directory_iterator(VELLUX_TABLES_DIR)) looks += entry.path().extension() == ".json";
+    for (const auto& entry : fs::directory_iterator(VELLUX_SOURCE_DIR "/lenses")) looks += 2 * (entry.path().extension() == ".json");
+    const OIIO::ImageBuf sheet = LookSheet("--size 96x54 --columns 1");
+    ASSERT_EQ(sheet.spec().width, 96);
+    ASSERT_EQ(sheet.spec().height, int(looks) * 54);
+    std::vector<OIIO::ImageBuf> cells;
+    for (int row = 0; row < int(looks); ++row) {
+        cells.push_back(Cell(sheet, 0, row, 96, 54));
+        // Above its label a cell on black holds only its flare, which lights it.
+        EXPECT_GE(Brightest(OIIO::ImageBufAlgo::cut(cells.back(), OIIO::ROI(0, 90, 0, 28, 0, 1, 0, 3))), 0.5f) << "row " << row;
+    }
+    for (size_t a = 0; a < cells.size(); ++a)
+        for (size_t b = a + 1; b < cells.size(); ++b) EXPECT_GT(MeanDifference(cells[a], cells[b]), 1e-4) << a << " and " << b;
+    // Four across: the rows it takes; on the sample frame, each cell nearer it than on black.
+    const std::string plate = Path("plate.png").string();
+    ASSERT_EQ(RunTool("sample-frame --size 96x54 -o " + plate).exitCode, 0);
+    const OIIO::ImageBuf onPlate = LookSheet("--size 96x54 -i " + plate);
+    ASSERT_EQ(onPlate.spec().width, 4 * 96);
+    ASSERT_EQ(onPlate.spec().height, int((looks + 3) / 4) * 54);
+    OIIO::ImageBuf source(plate);
+    source.read(0, 0, true, OIIO::TypeFloat);
+    const OIIO::ImageBuf plateCell = Cell(source, 0, 0, 96, 54);
+    for (size_t k = 0; k < looks; ++k)
+        EXPECT_LT(MeanDifference(Cell(onPlate, int(k % 4), int(k / 4), 96, 54), plateCell),
+                  MeanDifference(cells[k], plateCell)) << k;
+    const ToolRun bad = RunTool("tables --sheet " + Path("bad.png").string() + " --columns 0");
+    EXPECT_EQ(bad.exitCode, 1);
+    EXPECT_NE(bad.err.find("--columns: 0"), std::string::npos) << bad.err;
+    EXPECT_FALSE(fs::exists(Path("bad.png")));
 }
 
 TEST_F(VelluxLensPreview, AnUnwritableFormatIsRefusedBeforePainting) {

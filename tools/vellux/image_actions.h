@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "engine/lens_sheet.h"
+#include "engine/look_sheet.h"
 #include "engine/option_values.h"
 #include "engine/render_request.h"
 
@@ -35,6 +36,8 @@ struct ImageActions {
     void (*writeRgba)(const std::filesystem::path& file, int32_t width, int32_t height, const std::vector<uint8_t>& rgba);
     // `vellux lens preview` (engine/lens_sheet.h): a contact sheet of a lens's own flare.
     void (*writeLensSheet)(const engine::LensSheetRequest& request);
+    // `vellux tables --sheet` (engine/look_sheet.h): a contact sheet of every table and lens.
+    void (*writeLookSheet)(const engine::LookSheetRequest& request);
 };
 
 inline constexpr const char* kImageActionsModule = "libvellux_tool_images.so";

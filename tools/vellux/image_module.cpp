@@ -49,7 +49,7 @@ void WriteRgba(const fs::path& file, int32_t width, int32_t height, const std::v
     pending.Commit();
 }
 
-constexpr ImageActions kActions{Render, WriteSampleFrame, ParseFrameList, WriteRgba, WriteLensSheet};
+constexpr ImageActions kActions{Render, WriteSampleFrame, ParseFrameList, WriteRgba, WriteLensSheet, WriteLookSheet};
 
 }  // namespace
 

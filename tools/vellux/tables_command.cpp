@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <iostream>
+#include <memory>
+
+#include "tools/vellux/image_actions.h"
 
 namespace vellux::tool {
 
@@ -21,9 +24,30 @@ std::string TablesText(const std::vector<TableEntry>& tables, const std::vector<
 }
 
 void AddTablesCommand(CLI::App& app, Action& action) {
-    app.add_subcommand("tables", "The flare tables --table NAME finds, and where they are looked for")->callback([&action] {
-        action = [] {
-            std::cout << TablesText(ListTables(), TableFolders());
+    struct Options {
+        std::filesystem::path sheet, plate;
+        std::string size = "320x180";
+        int columns = 4;
+    };
+    auto options = std::make_shared<Options>();
+    CLI::App* tables = app.add_subcommand("tables", "The flare tables --table NAME finds, and where they are looked for");
+    CLI::Option* sheet = tables->add_option("--sheet", options->sheet, "Instead, write a contact sheet of every table and lens")
+                             ->type_name("FILE");
+    tables->add_option("-i,--input", options->plate, "With --sheet: a plate to show each look on instead of black")->needs(sheet);
+    tables->add_option("--size", options->size, "With --sheet: each cell's size")->type_name("WxH")->capture_default_str()->needs(sheet);
+    tables->add_option("--columns", options->columns, "With --sheet: cells across")->capture_default_str()->needs(sheet);
+    tables->callback([options, &action] {
+        action = [options] {
+            if (options->sheet.empty()) {
+                std::cout << TablesText(ListTables(), TableFolders());
+                return 0;
+            }
+            engine::LookSheetRequest request;
+            request.cell = engine::ParseFrameSize("--size", options->size);
+            request.columns = options->columns;
+            request.plate = options->plate;
+            request.output = options->sheet;
+            LoadImageActions().writeLookSheet(request);
             return 0;
         };
     });

@@ -1,7 +1,9 @@
 // The "tables" command: the flare tables `--table NAME` finds, each with its description and file,
-// and the folders searched (engine/table_search.h).
+// and the folders searched (engine/table_search.h); or, with --sheet, a contact sheet of every
+// table and lens (engine/look_sheet.h).
 //
 //   vellux tables
+//   vellux tables --sheet sheet.png [-i PLATE] [--size WxH] [--columns N]
 #ifndef VELLUX_TOOLS_TABLES_COMMAND_H
 #define VELLUX_TOOLS_TABLES_COMMAND_H
 
