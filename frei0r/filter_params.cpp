@@ -26,8 +26,8 @@ struct DoubleParam {
     [](const FilterSettings& s) { return double(expr); }, [](FilterSettings& s, double v) { expr = std::remove_reference_t<decltype(expr)>(v); }
 
 const DoubleParam kDoubles[] = {
-    {24, "Light X", "Where the light is across the frame (0 left, 1 right; beyond is off the frame)", -1.0, 2.0, VELLUX_FIELD(s.lightX)},
-    {25, "Light Y", "Where the light is down the frame (0 top, 1 bottom; beyond is off the frame)", -1.0, 2.0, VELLUX_FIELD(s.lightY)},
+    {24, "Light X", "Where the light is across the frame (0 left, 1 right; beyond is off the frame)", 0.0, 1.0, VELLUX_FIELD(s.lightX)},
+    {25, "Light Y", "Where the light is down the frame (0 top, 1 bottom; beyond is off the frame)", 0.0, 1.0, VELLUX_FIELD(s.lightY)},
     {2, "Light intensity", "How bright the light is (slider 0.25 is 1, full strength)", 0.0, 4.0, VELLUX_FIELD(s.lightIntensity)},
     {3, "Light radius", "The light's size on the frame, as a part of its smaller side (with Follow light size)", 0.0, 0.25, VELLUX_FIELD(s.lightRadius)},
     {4, "Flare intensity", "Overall strength of the flare", 0.0, 2.0, VELLUX_FIELD(*s.edits.flareIntensity)},
@@ -122,8 +122,12 @@ std::string SetParam(FilterSettings& s, int index, const void* value) {
     if (const DoubleParam* p = DoubleAt(index)) {
         const double slider = *static_cast<const double*>(value);
         if (!std::isfinite(slider)) return std::string(p->name) + ": " + engine::NumberText(slider) + " is not a number; ignored";
-        if (slider < 0.0 || slider > 1.0) problem = std::string(p->name) + ": " + engine::NumberText(slider) + " is outside 0..1; clamped";
-        double setting = p->min + std::clamp(slider, 0.0, 1.0) * (p->max - p->min);
+        // The light's place is a fraction of the frame, as the position parameter's is, and goes on
+        // past its edges (a light off the frame still flares); every other number is a slider.
+        const bool place = index == 24 || index == 25;
+        if (!place && (slider < 0.0 || slider > 1.0))
+            problem = std::string(p->name) + ": " + engine::NumberText(slider) + " is outside 0..1; clamped";
+        double setting = place ? slider : p->min + std::clamp(slider, 0.0, 1.0) * (p->max - p->min);
         if (IsWhole(index)) setting = std::round(setting);
         if (index == 6) setting = std::max(setting, kSmallestRing);
         if (index == 29 && setting > 0.0 && setting < kFewestBlades) {

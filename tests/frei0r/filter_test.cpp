@@ -101,7 +101,9 @@ TEST(Frei0rFilter, SlidersMapOntoTheSettingsAndBack) {
         {9, 0.5, 180.0, [](const frei0r::FilterSettings& s) { return *s.edits.starRotation; }},
         {13, 0.0, 1.0, [](const frei0r::FilterSettings& s) { return *s.edits.anamorphicFactor; }},
         {24, 0.5, 0.5, [](const frei0r::FilterSettings& s) { return s.lightX; }},
-        {25, 0.0, -1.0, [](const frei0r::FilterSettings& s) { return s.lightY; }},
+        {25, 0.0, 0.0, [](const frei0r::FilterSettings& s) { return s.lightY; }},
+        {25, -0.4, -0.4, [](const frei0r::FilterSettings& s) { return s.lightY; }},   // off the frame: not clamped
+        {24, 1.7, 1.7, [](const frei0r::FilterSettings& s) { return s.lightX; }},
         {28, 1.0 / 3.0, 8.0, [](const frei0r::FilterSettings& s) { return s.fNumber; }},
         {28, 1.0, 22.0, [](const frei0r::FilterSettings& s) { return s.fNumber; }},
         {29, 0.375, 6.0, [](const frei0r::FilterSettings& s) { return double(s.blades); }},

@@ -141,7 +141,7 @@ TEST_F(Frei0rHosts, FfmpegRendersA1080pClip) {
 // A light keyed from left to right on black: the brightest column moves with it.
 TEST_F(Frei0rHosts, MeltMovesAKeyframedLight) {
     ASSERT_EQ(Run("melt -silent -profile atsc_720p_25 color:black out=9 -filter frei0r.vellux "
-                  "'Light X=0=0.45;9=0.6' 'Light Y=0.45' -consumer avformat:melt%02d.png vcodec=png"), 0);
+                  "'Light X=0=0.15;9=0.8' 'Light Y=0.45' -consumer avformat:melt%02d.png vcodec=png"), 0);
     const auto brightestColumn = [&](const std::string& name) {
         const std::vector<float> v = Pixels(name);
         size_t best = 0;
@@ -150,8 +150,8 @@ TEST_F(Frei0rHosts, MeltMovesAKeyframedLight) {
         return int(best / 3 % 1280);
     };
     const int first = brightestColumn("melt01.png"), last = brightestColumn("melt10.png");
-    EXPECT_NEAR(first, 1280 * (0.45 * 3 - 1), 40);   // Light X maps -1..2 onto the slider
-    EXPECT_NEAR(last, 1280 * (0.6 * 3 - 1), 40);
+    EXPECT_NEAR(first, 1280 * 0.15, 40);   // Light X is the fraction of the frame's width
+    EXPECT_NEAR(last, 1280 * 0.8, 40);
 }
 
 }  // namespace
