@@ -325,6 +325,12 @@ void ReadSettings(Reader& in, const Json& root, Scene& scene) {
         if (record) {
             const ControlDataRec control = DecodeSettings(*record);
             std::memcpy(bytes.data(), &control, sizeof(control));
+            ApplySettingEdits(named, bytes);
+            // Names that agree with the record (as the writer gives them) leave it as written.
+            if (std::memcmp(bytes.data(), &control, sizeof(control)) == 0) {
+                scene.settings = std::move(record);
+                return;
+            }
         }
         ApplySettingEdits(named, bytes);
         record = SettingsRecord{NativeByteOrder(), std::move(bytes)};
