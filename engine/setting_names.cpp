@@ -184,7 +184,9 @@ Json SettingJson(const SettingValue& value) {
         }
         return text;
     }
-    return std::visit([](const auto& v) { return Json(v); }, value);
+    if (const auto* number = std::get_if<double>(&value)) return *number;
+    if (const auto* whole = std::get_if<int>(&value)) return *whole;
+    return std::get<bool>(value);
 }
 
 SettingValue ReadSettingJson(const SettingName& setting, const Json& value) {
