@@ -57,7 +57,10 @@ void SaveSettings(const SettingsSource& source, std::optional<Scene>& scene, con
     const SettingsRecord record{NativeByteOrder(), outcome.record};
     if (scene) {
         scene->settings = record;
-        if (outcome.channelsReset) scene->channels.clear();
+        if (outcome.channelsReset) {
+            scene->channels.clear();
+            scene->channelModes.clear();
+        }
         if (!source.table.empty()) scene->table = named.table;
         WriteSceneFile(source.scene, *scene);
         return;

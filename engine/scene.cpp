@@ -1,5 +1,6 @@
 #include "engine/scene.h"
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstring>
@@ -23,13 +24,21 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+constexpr double kUnbounded = std::numeric_limits<double>::infinity();
+
 constexpr SceneChannel kChannels[] = {
-    {"Intensity", 2, kChannelReal},       {"Dissolve", 3, kChannelReal},
-    {"Anamorphic Factor", 4, kChannelReal}, {"Ring Size", 5, kChannelReal},
-    {"Ring Color", 6, kChannelColor},     {"Star Rotation", 7, kChannelReal},
-    {"Streak Density", 8, kChannelReal},  {"Streak Intensity", 9, kChannelReal},
-    {"Streak Sharpness", 10, kChannelReal},
+    {"Intensity", 2, kChannelReal, 0.0, kUnbounded},
+    {"Dissolve", 3, kChannelReal, 0.0, 1.0},
+    {"Anamorphic Factor", 4, kChannelReal, 0.0, kUnbounded},
+    {"Ring Size", 5, kChannelReal, 0.0, kUnbounded},
+    {"Ring Color", 6, kChannelColor, -32768.0, 32767.0},
+    {"Star Rotation", 7, kChannelReal, -kUnbounded, kUnbounded},
+    {"Streak Density", 8, kChannelReal, 0.0, kUnbounded},
+    {"Streak Intensity", 9, kChannelReal, 0.0, kUnbounded},
+    {"Streak Sharpness", 10, kChannelReal, 0.0, kUnbounded},
 };
+
+constexpr double kLowestFNumber = 0.5, kHighestFNumber = 100.0;
 
 const SceneChannel* ChannelNamed(std::string_view name) {
     for (const SceneChannel& channel : kChannels)
@@ -141,6 +150,15 @@ public:
         return value->get<std::string>();
     }
 
+    std::optional<Interpolation> InterpolationOf(const Json* value, const std::string& path) {
+        const auto name = String(value, path);
+        if (!name) return std::nullopt;
+        const auto interpolation = host::InterpolationNamed(*name);
+        if (!interpolation)
+            Error(path, std::string("must be ") + host::kInterpolationNames + ", not " + Json(*name).dump());
+        return interpolation;
+    }
+
     // An array of exactly `count` elements.
     bool Array(const Json* value, const std::string& path, size_t count) {
         if (value == nullptr) return false;
@@ -199,9 +217,12 @@ void ReadImage(Reader& in, const Json& root, Scene& scene) {
     if (height) scene.height = int32_t(*height);
 }
 
-std::optional<LightKey> ReadLightKey(Reader& in, const Json& value, const std::string& path) {
+std::optional<LightKey> ReadLightKey(Reader& in, const Json& value, const std::string& path, int32_t frame,
+                                    KeyModes& modes) {
     const size_t before = in.errors.size();
-    if (!in.Object(value, path, {"position", "color", "intensity", "radius"})) return std::nullopt;
+    if (!in.Object(value, path, {"position", "color", "intensity", "radius", "interpolation"})) return std::nullopt;
+    if (const auto interpolation = in.InterpolationOf(in.Member(value, path, "interpolation", false), Key(path, "interpolation")))
+        modes.byKey[frame] = *interpolation;
     LightKey key;
     const std::string positionPath = Key(path, "position");
     if (const Json* position = in.Member(value, path, "position"); in.Array(position, positionPath, 2)) {
@@ -221,7 +242,9 @@ std::optional<LightKey> ReadLightKey(Reader& in, const Json& value, const std::s
 
 void ReadLight(Reader& in, const Json& root, Scene& scene) {
     const Json* light = in.Member(root, "", "light");
-    if (light == nullptr || !in.Object(*light, "light", {"units", "keys"})) return;
+    if (light == nullptr || !in.Object(*light, "light", {"units", "interpolation", "keys"})) return;
+    if (const auto all = in.InterpolationOf(in.Member(*light, "light", "interpolation", false), "light.interpolation"))
+        scene.lightModes.all = *all;
     if (const auto units = in.String(in.Member(*light, "light", "units"), "light.units")) {
         if (*units == "pixels") scene.lightUnits = LightUnits::pixels;
         else if (*units == "fraction") scene.lightUnits = LightUnits::fraction;
@@ -230,7 +253,7 @@ void ReadLight(Reader& in, const Json& root, Scene& scene) {
     const Json* keys = in.Member(*light, "light", "keys");
     if (keys == nullptr) return;
     in.Frames(*keys, "light.keys", [&](int32_t frame, const Json& value, const std::string& path) {
-        if (auto key = ReadLightKey(in, value, path)) scene.light[frame] = *key;
+        if (auto key = ReadLightKey(in, value, path, frame, scene.lightModes)) scene.light[frame] = *key;
     });
     if (keys->is_object() && keys->empty()) in.Error("light.keys", "must hold at least one key");
 }
@@ -345,6 +368,27 @@ void ReadTable(Reader& in, const Json& root, std::string& table) {
     }
 }
 
+// A channel's keys: {frame: value}, or the long form {"interpolation": name, "keys": {frame: value
+// or {"value": value, "interpolation": name}}}. Calls `read(frame, value, path)` for each value.
+template <typename Read>
+void ReadKeyed(Reader& in, const Json& keyed, const std::string& path, KeyModes& modes, Read read) {
+    const Json* keys = &keyed;
+    if (keyed.is_object() && (keyed.contains("keys") || keyed.contains("interpolation"))) {
+        if (!in.Object(keyed, path, {"interpolation", "keys"})) return;
+        if (const auto all = in.InterpolationOf(in.Member(keyed, path, "interpolation", false), Key(path, "interpolation")))
+            modes.all = *all;
+        keys = in.Member(keyed, path, "keys");
+        if (keys == nullptr) return;
+    }
+    in.Frames(*keys, keys == &keyed ? path : Key(path, "keys"), [&](int32_t frame, const Json& value, const std::string& keyPath) {
+        if (!value.is_object()) return read(frame, value, keyPath);
+        if (!in.Object(value, keyPath, {"value", "interpolation"})) return;
+        if (const auto one = in.InterpolationOf(in.Member(value, keyPath, "interpolation"), Key(keyPath, "interpolation")))
+            modes.byKey[frame] = *one;
+        if (const Json* inner = in.Member(value, keyPath, "value")) read(frame, *inner, Key(keyPath, "value"));
+    });
+}
+
 void ReadChannels(Reader& in, const Json& root, Scene& scene) {
     const Json* channels = in.Member(root, "", "channels", false);
     if (channels == nullptr) return;
@@ -360,7 +404,8 @@ void ReadChannels(Reader& in, const Json& root, Scene& scene) {
             continue;
         }
         ChannelKeys& out = scene.channels[name];
-        in.Frames(keys, path, [&](int32_t frame, const Json& value, const std::string& keyPath) {
+        KeyModes modes;
+        ReadKeyed(in, keys, path, modes, [&](int32_t frame, const Json& value, const std::string& keyPath) {
             if (channel->type == kChannelReal) {
                 if (auto number = in.Number(&value, keyPath)) out[frame] = *number;
                 return;
@@ -375,6 +420,7 @@ void ReadChannels(Reader& in, const Json& root, Scene& scene) {
             }
             if (good) out[frame] = color;
         });
+        if (modes != KeyModes{}) scene.channelModes[name] = modes;
     }
 }
 
@@ -386,9 +432,9 @@ void ReadLens(Reader& in, const Json& root, Scene& scene) {
     if (lens == nullptr || !in.Object(*lens, "lens", {"fNumber"})) return;
     const Json* keys = in.Member(*lens, "lens", "fNumber");
     if (keys == nullptr) return;
-    in.Frames(*keys, "lens.fNumber", [&](int32_t frame, const Json& value, const std::string& path) {
-        const std::optional<double> n = in.Number(&value, path, 0.5);
-        if (n && *n <= 100.0) scene.fNumber[frame] = *n;
+    ReadKeyed(in, *keys, "lens.fNumber", scene.fNumberModes, [&](int32_t frame, const Json& value, const std::string& path) {
+        const std::optional<double> n = in.Number(&value, path, kLowestFNumber);
+        if (n && *n <= kHighestFNumber) scene.fNumber[frame] = *n;
         else if (n) in.Error(path, "must be an f-number from 0.5 to 100");
     });
 }
@@ -419,6 +465,19 @@ std::string Lines(const std::vector<std::pair<std::string, std::string>>& member
     for (size_t i = 0; i < members.size(); ++i)
         text += indent + "  " + Json(members[i].first).dump() + ": " + members[i].second + (i + 1 < members.size() ? ",\n" : "\n");
     return text + indent + "}";
+}
+
+// A channel's keys {frame: value} as written: as they are when linear throughout, else the long
+// form with the keys that ask for their own interpolation as {"value": v, "interpolation": i}.
+Json Keyed(const Json& values, const KeyModes& modes) {
+    if (modes == KeyModes{}) return values;
+    Json keys = Json::object();
+    for (const auto& [frame, value] : values.items()) {
+        const auto one = modes.byKey.find(*FrameOfKey(frame));
+        keys[frame] = one == modes.byKey.end() ? value
+                                               : Json{{"value", value}, {"interpolation", std::string(host::InterpolationName(one->second))}};
+    }
+    return Json{{"interpolation", std::string(host::InterpolationName(modes.all))}, {"keys", keys}};
 }
 
 std::string Hex(const std::vector<uint8_t>& bytes) {
@@ -456,37 +515,24 @@ std::vector<std::pair<std::string, std::string>> SettingsMembers(const SettingsR
 // ---- The scene ----
 
 std::optional<double> FNumberAt(const Scene& scene, int32_t frame) {
-    const auto& keys = scene.fNumber;
-    if (keys.empty()) return std::nullopt;
-    const auto after = keys.lower_bound(frame);
-    if (after == keys.end()) return std::prev(after)->second;
-    if (after->first == frame || after == keys.begin()) return after->second;
-    const auto before = std::prev(after);
-    const double t = (double(frame) - double(before->first)) / (double(after->first) - double(before->first));
-    return before->second + (after->second - before->second) * t;
+    if (scene.fNumber.empty()) return std::nullopt;
+    const double n = host::CurveAt(scene.fNumber, scene.fNumberModes, frame, [](double key) { return key; });
+    return std::clamp(n, kLowestFNumber, kHighestFNumber);
 }
 
 ByteOrder NativeByteOrder() { return std::endian::native == std::endian::big ? ByteOrder::big : ByteOrder::little; }
 
 LightState LightAt(const Scene& scene, int32_t frame) {
-    auto state = [](const LightKey& key) {
-        return LightState{key.x, key.y, {double(key.color[0]), double(key.color[1]), double(key.color[2])},
-                          key.intensity, key.radius};
+    if (scene.light.empty()) return {};
+    auto at = [&](auto value) { return host::CurveAt(scene.light, scene.lightModes, frame, value); };
+    auto color = [&](size_t i) {
+        return std::clamp(at([i](const LightKey& key) { return double(key.color[i]); }), 0.0, 255.0);
     };
-    const auto& keys = scene.light;
-    if (keys.empty()) return {};
-    const auto after = keys.lower_bound(frame);
-    if (after == keys.end()) return state(std::prev(after)->second);
-    if (after->first == frame || after == keys.begin()) return state(after->second);
-    const auto before = std::prev(after);
-    const double t = (double(frame) - double(before->first)) / (double(after->first) - double(before->first));
-    const LightState a = state(before->second), b = state(after->second);
-    auto mix = [t](double from, double to) { return from + (to - from) * t; };
-    return {mix(a.x, b.x),
-            mix(a.y, b.y),
-            {mix(a.color[0], b.color[0]), mix(a.color[1], b.color[1]), mix(a.color[2], b.color[2])},
-            mix(a.intensity, b.intensity),
-            mix(a.radius, b.radius)};
+    return {at([](const LightKey& key) { return key.x; }),
+            at([](const LightKey& key) { return key.y; }),
+            {color(0), color(1), color(2)},
+            std::max(at([](const LightKey& key) { return key.intensity; }), 0.0),
+            std::max(at([](const LightKey& key) { return key.radius; }), 0.0)};
 }
 
 std::span<const SceneChannel> SceneChannels() { return kChannels; }
@@ -500,6 +546,10 @@ std::vector<std::string> KeyChannels(const Scene& scene, host::ChannelStore& sto
             missing.push_back(name);
             continue;
         }
+        const auto modes = scene.channelModes.find(name);
+        channel->modes = modes == scene.channelModes.end() ? KeyModes{} : modes->second;
+        channel->low = known->low;
+        channel->high = known->high;
         for (const auto& [frame, value] : keys) {
             if (const auto* real = std::get_if<double>(&value)) host::ChannelStore::SetKey(*channel, frame, real);
             else host::ChannelStore::SetKey(*channel, frame, std::get<std::array<int16_t, 3>>(value).data());
@@ -639,12 +689,17 @@ std::string WriteScene(const Scene& scene) {
 
     std::vector<std::pair<std::string, std::string>> keys;
     for (const auto& [frame, key] : scene.light) {
-        keys.emplace_back(std::to_string(frame),
-                          Inline(Json{{"position", {key.x, key.y}}, {"color", key.color},
-                                      {"intensity", key.intensity}, {"radius", key.radius}}));
+        Json value{{"position", {key.x, key.y}}, {"color", key.color}, {"intensity", key.intensity}, {"radius", key.radius}};
+        if (const auto one = scene.lightModes.byKey.find(frame); one != scene.lightModes.byKey.end())
+            value["interpolation"] = std::string(host::InterpolationName(one->second));
+        keys.emplace_back(std::to_string(frame), Inline(value));
     }
     const std::string units = scene.lightUnits == LightUnits::pixels ? "pixels" : "fraction";
-    top.emplace_back("light", Lines({{"units", Json(units).dump()}, {"keys", Lines(keys, "    ")}}, "  "));
+    std::vector<std::pair<std::string, std::string>> light{{"units", Json(units).dump()}};
+    if (scene.lightModes.all != Interpolation::linear)
+        light.emplace_back("interpolation", Json(std::string(host::InterpolationName(scene.lightModes.all))).dump());
+    light.emplace_back("keys", Lines(keys, "    "));
+    top.emplace_back("light", Lines(light, "  "));
 
     if (!scene.table.empty()) top.emplace_back("table", Json(scene.table).dump());
     if (scene.settings) top.emplace_back("settings", Lines(SettingsMembers(*scene.settings), "  "));
@@ -656,14 +711,16 @@ std::string WriteScene(const Scene& scene) {
             Json values = Json::object();
             for (const auto& [frame, value] : found->second)
                 std::visit([&, f = frame](const auto& v) { values[std::to_string(f)] = v; }, value);
-            channels.emplace_back(std::string(channel.name), Inline(values));
+            const auto modes = scene.channelModes.find(found->first);
+            channels.emplace_back(std::string(channel.name),
+                                  Inline(modes == scene.channelModes.end() ? values : Keyed(values, modes->second)));
         }
         top.emplace_back("channels", Lines(channels, "  "));
     }
     if (!scene.fNumber.empty()) {
         Json keys = Json::object();
         for (const auto& [frame, n] : scene.fNumber) keys[std::to_string(frame)] = n;
-        top.emplace_back("lens", Inline(Json{{"fNumber", keys}}));
+        top.emplace_back("lens", Inline(Json{{"fNumber", Keyed(keys, scene.fNumberModes)}}));
     }
     return Lines(top, "") + "\n";
 }

@@ -15,8 +15,17 @@
 //   }
 //
 // Frame numbers (the range and every key) are whole numbers 0 or more, written as keys in plain
-// decimal. Light keys and channel keys interpolate linearly between keys and hold their first and
-// last values outside them (the channels do so in the host's channel store).
+// decimal. Light keys, channel keys and f-numbers move between keys as their interpolation says
+// (host/key_curve.h: "linear" unless asked otherwise, "smooth" or "constant"), and hold their first
+// and last values outside them (the channels do so in the host's channel store). The light takes
+// "interpolation" beside its "keys", and each key may take its own; a channel, or the f-number,
+// asks for one in its long form, whose keys may each be a value or {"value": v, "interpolation": i}:
+//
+//     "light": {"units": "pixels", "interpolation": "smooth", "keys": {...}},
+//     "channels": {"Dissolve": {"interpolation": "smooth", "keys": {"1": 0, "9": {"value": 1, "interpolation": "constant"}}}}
+//
+// Interpolated values are kept within each setting's range (colours 0..255, intensities and radii
+// 0 or more, the dissolve 0..1, ...).
 //
 // "settings" names the plug-in's settings as the command line does (setting_names.h); those not
 // named keep the plug-in's defaults. It may also hold the record itself, {"byteOrder": "little",
@@ -42,11 +51,15 @@
 #include <vector>
 
 #include "host/channel_store.h"
+#include "host/key_curve.h"
 #include "vellux/plugin_records.h"
 
 namespace vellux::engine {
 
 // ---- The scene ----
+
+using host::Interpolation;
+using host::KeyModes;
 
 enum class LightUnits { pixels, fraction };
 enum class ByteOrder { little, big };
@@ -89,6 +102,9 @@ struct Scene {
     std::optional<SettingsRecord> settings;
     std::map<std::string, ChannelKeys> channels;  // by channel name
     std::map<int32_t, double> fNumber;            // the lens's f-number by frame (the lens look); none: not keyed
+    KeyModes lightModes;                          // how the light moves between its keys
+    std::map<std::string, KeyModes> channelModes; // by channel name; a channel not here: linear
+    KeyModes fNumberModes;
 };
 
 // The keyed f-number at a frame (interpolated like the light); none when the scene keys none.
@@ -101,6 +117,7 @@ struct SceneChannel {
     std::string_view name;
     int32_t id;
     IFFType type;
+    double low, high;   // the setting's range (a REAL one's)
 };
 std::span<const SceneChannel> SceneChannels();
 

@@ -1,6 +1,7 @@
 #include "frei0r/filter_instance.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
@@ -9,7 +10,17 @@
 
 namespace vellux::frei0r {
 
-FilterInstance::FilterInstance(unsigned width, unsigned height) : width_(int(width)), height_(int(height)) {}
+FilterInstance::FilterInstance(unsigned width, unsigned height) : width_(int(width)), height_(int(height)) {
+    // ffmpeg (5.1) hands a frei0r filter its frames with each row padded to a multiple of 64 bytes,
+    // where the filter API has no stride: a frame whose width is not a multiple of 16 comes out
+    // skewed, for every frei0r filter. Said once a process, whichever instance meets it first.
+    static std::atomic<bool> said{false};
+    if (width % 16 != 0 && !said.exchange(true))
+        std::cerr << "vellux frei0r filter: frames " << width << " pixels wide: a host that pads each row to a multiple "
+                     "of 64 bytes (ffmpeg does) skews a frame whose width is not a multiple of 16; pad it first "
+                     "(ffmpeg: -vf 'pad=ceil(iw/16)*16:ih,frei0r=vellux:...,crop="
+                  << width << ":ih:0:0')" << std::endl;
+}
 
 void FilterInstance::Report(const std::string& problem) {
     if (problem.empty() || !reported_.insert(problem).second) return;

@@ -85,8 +85,23 @@ ChannelBytes ChannelStore::ValueAt(const Channel& channel, int32_t frame) {
     if (after == keys.end()) return std::prev(after)->second;
     if (after->first == frame || after == keys.begin()) return after->second;
     const auto before = std::prev(after);
-    const double t = (double(frame) - double(before->first)) / (double(after->first) - double(before->first));
-    return Interpolate(channel.type, before->second, after->second, t);
+    if (channel.modes.At(before->first) == Interpolation::linear) {
+        const double t = (double(frame) - double(before->first)) / (double(after->first) - double(before->first));
+        return Interpolate(channel.type, before->second, after->second, t);
+    }
+    ChannelBytes out(before->second.size());
+    if (channel.type == kChannelReal) {
+        const double value = std::clamp(CurveAt(keys, channel.modes, frame, RealOf), channel.low, channel.high);
+        std::memcpy(out.data(), &value, sizeof value);
+    } else if (channel.type == kChannelColor) {
+        for (size_t i = 0; i < 3; ++i) {
+            // Within the two keys' components, so the rounded result is an int16 as well.
+            const double component = CurveAt(keys, channel.modes, frame, [i](const ChannelBytes& bytes) { return double(ComponentOf(bytes, i)); });
+            const auto value = int16_t(std::lround(component));
+            std::memcpy(out.data() + i * sizeof value, &value, sizeof value);
+        }
+    }
+    return out;
 }
 
 }  // namespace vellux::host

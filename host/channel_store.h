@@ -7,14 +7,16 @@
 //   LABL, LEND  no value (0 bytes)
 //
 // Reading a frame: a channel without keys answers its default; before the first key the first
-// key's value, after the last the last's; between two keys the linear interpolation (per
-// component for CRGB, rounded to the nearest whole number).
+// key's value, after the last the last's; between two keys the interpolation the channel's modes
+// give the segment (key_curve.h; linear unless asked otherwise), per component for CRGB, rounded
+// to the nearest whole number. A smooth REAL value is kept within the channel's range.
 //
 // Channels live in a deque, so a channel never moves once added: its address is the reference
 // handed to the plug-in, and stays valid until Reset.
 #ifndef VELLUX_HOST_CHANNEL_STORE_H
 #define VELLUX_HOST_CHANNEL_STORE_H
 
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -24,6 +26,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/key_curve.h"
 #include "vellux/plugin_records.h"
 
 namespace vellux::host {
@@ -36,6 +39,8 @@ struct Channel {
     std::string name;
     ChannelBytes defaultValue;                  // ValueSize(type) bytes
     std::map<int32_t, ChannelBytes> keys;       // frame -> value, ValueSize(type) bytes each
+    KeyModes modes;                             // how the value moves between keys
+    double low = -HUGE_VAL, high = HUGE_VAL;    // a REAL setting's range
 };
 
 class ChannelStore {

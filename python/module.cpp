@@ -161,6 +161,15 @@ private:
     std::mutex mutex_;
 };
 
+// The scene a scene file's text holds; ValueError with every problem, as the tool words them.
+engine::Scene SceneOfText(const std::string& text) {
+    engine::SceneReadResult read = engine::ReadScene(text);
+    if (read.scene) return std::move(*read.scene);
+    std::string message;
+    for (size_t i = 0; i < read.errors.size(); ++i) message += (i > 0 ? "; " : "") + read.errors[i].Text();
+    throw py::value_error(message);
+}
+
 py::dict SceneDict(const engine::Scene& scene) {
     py::dict light;
     for (const auto& [frame, key] : scene.light)
@@ -188,6 +197,7 @@ py::dict SceneDict(const engine::Scene& scene) {
     out["light_units"] = scene.lightUnits == engine::LightUnits::fraction ? "fraction" : "pixels";
     out["light"] = light;
     out["channels"] = channels;
+    out["text"] = engine::WriteScene(scene);
     return out;
 }
 
@@ -253,6 +263,23 @@ PYBIND11_MODULE(_vellux, m) {
         engine::CheckCompressionFor("compression", engine::ParseCompression("compression", text), path);
     });
     m.def("load_scene", [](const fs::path& path) { return SceneDict(engine::LoadScene(path)); });
+    // Scenes built in Python come as the scene file's JSON text: read by the tool's own rules.
+    m.def("scene_errors", [](const std::string& text) {
+        std::vector<std::pair<std::string, std::string>> errors;
+        for (const engine::SceneError& error : engine::ReadScene(text).errors) errors.emplace_back(error.path, error.Text());
+        return errors;
+    });
+    m.def("scene_text", [](const std::string& text) { return engine::WriteScene(SceneOfText(text)); });
+    m.def("save_scene", [](const std::string& text, const fs::path& path) {
+        const engine::Scene scene = SceneOfText(text);
+        py::gil_scoped_release unlocked;
+        engine::WriteSceneFile(path, scene);
+    });
+    m.def("scene_channels", [] {
+        std::vector<std::string> names;
+        for (const engine::SceneChannel& channel : engine::SceneChannels()) names.emplace_back(channel.name);
+        return names;
+    });
     m.def("render_scene", &RenderScene, py::arg("scene"), py::arg("output"), py::arg("frames"), py::arg("jobs"),
           py::arg("plugin") = py::none(), py::arg("table") = py::none(), py::arg("compression") = "");
     m.def("version", &engine::VelluxVersion);

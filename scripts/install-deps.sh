@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build and the tests need, only those that are missing.
+# Installs the Debian packages the whole build and the tests need, only those that are missing:
+# what the tool needs (install-build-deps.sh), then the tests', the benchmarks', the fuzzers' and
+# the front ends'.
 set -euo pipefail
 
-packages=(cmake ninja-build g++ g++-multilib libgtest-dev libgmock-dev googletest libbenchmark-dev
+"$(dirname "$0")/install-build-deps.sh"
+packages=(g++-multilib libgtest-dev libgmock-dev googletest libbenchmark-dev
           clang libclang-rt-14-dev
-          nlohmann-json3-dev libcli11-dev
-          libopenimageio-dev openimageio-tools pkgconf zlib1g-dev
-          libcpp-httplib-dev chromium frei0r-plugins-dev libkissfft-dev
-          python3-dev pybind11-dev python3-numpy python3-pytest python3-distributed
-          fonts-dejavu-core)   # the f-number labels of vellux lens preview
+          openimageio-tools chromium frei0r-plugins-dev
+          python3-dev pybind11-dev python3-numpy python3-pytest python3-distributed)
 # Node for the browser test: Debian's, unless a node is installed already (its own npm would
 # conflict with Debian's npm package).
 command -v node >/dev/null || packages+=(nodejs)

@@ -75,6 +75,49 @@ TEST(Scene, WritesReadBackByteForByte) {
     EXPECT_FALSE(ReadSceneFile(path).scene);
 }
 
+TEST(Scene, InterpolationsWriteReadBackAndLinearIsTheDefault) {
+    Scene scene = Sample();
+    scene.lightModes = {Interpolation::smooth, {{24, Interpolation::constant}}};
+    scene.channelModes["Intensity"] = {Interpolation::linear, {{10, Interpolation::smooth}}};
+    scene.channelModes["Ring Color"] = {Interpolation::constant, {}};
+    scene.fNumberModes = {Interpolation::smooth, {}};
+    const std::string text = WriteScene(scene);
+    const SceneReadResult read = ReadScene(text);
+    ASSERT_TRUE(read.scene) << read.errors.front().Text();
+    EXPECT_EQ(read.scene->lightModes, scene.lightModes);
+    EXPECT_EQ(read.scene->channelModes, scene.channelModes);
+    EXPECT_EQ(read.scene->fNumberModes, scene.fNumberModes);
+    EXPECT_EQ(read.scene->channels, scene.channels);
+    EXPECT_EQ(WriteScene(*read.scene), text);
+
+    // Asking for linear everywhere is the scene without interpolations, written as before.
+    Json linear = Json::parse(WriteScene(Sample()));
+    linear["light"]["interpolation"] = "linear";
+    linear["light"]["keys"]["1"]["interpolation"] = "linear";
+    linear["channels"]["Intensity"] = {{"interpolation", "linear"}, {"keys", linear["channels"]["Intensity"]}};
+    SceneReadResult plain = ReadScene(linear.dump());
+    ASSERT_TRUE(plain.scene) << plain.errors.front().Text();
+    EXPECT_EQ(LightAt(*plain.scene, 7).x, LightAt(Sample(), 7).x);
+    plain.scene->lightModes = {};
+    plain.scene->channelModes.clear();
+    EXPECT_EQ(WriteScene(*plain.scene), WriteScene(Sample()));
+}
+
+TEST(Scene, SmoothLightKeepsItsValuesInRange) {
+    Scene scene;
+    scene.light = {{0, {0.0, 0.0, {0, 255, 0}, 0.0, 0.0}}, {10, {100.0, 50.0, {255, 255, 0}, 4.0, 9.0}},
+                   {12, {90.0, 80.0, {255, 0, 0}, 0.0, 0.0}}};
+    scene.lightModes.all = Interpolation::smooth;
+    for (int32_t frame = 0; frame <= 12; ++frame) {
+        const LightState light = LightAt(scene, frame);
+        for (const double c : light.color) EXPECT_TRUE(c >= 0.0 && c <= 255.0) << frame;
+        EXPECT_GE(light.intensity, 0.0);
+        EXPECT_GE(light.radius, 0.0);
+    }
+    EXPECT_EQ(LightAt(scene, 10).x, 100.0);
+    EXPECT_NE(LightAt(scene, 5).x, 50.0);   // eased, not the straight line
+}
+
 TEST(Scene, SettingsOfTheOtherByteOrderLoadAsStored) {
     Scene scene = Sample();
     SettingsRecord record = PluginSettings();
@@ -167,6 +210,16 @@ TEST(Scene, EachMistakeIsReportedAtItsPath) {
         {"lens.blades", [](Json& j) { j["lens"]["blades"] = 6; }},
         {"channels.Ring Color.1", [](Json& j) { j["channels"]["Ring Color"]["1"] = 3; }},
         {"channels.Dissolve", [](Json& j) { j["channels"]["Dissolve"] = 0.5; }},
+        {"light.interpolation", [](Json& j) { j["light"]["interpolation"] = "cubic"; }},
+        {"light.keys.24.interpolation", [](Json& j) { j["light"]["keys"]["24"]["interpolation"] = "Smooth"; }},
+        {"channels.Intensity.interpolation",
+         [](Json& j) { j["channels"]["Intensity"] = {{"interpolation", "ease"}, {"keys", j["channels"]["Intensity"]}}; }},
+        {"channels.Intensity.keys.10.interpolation",
+         [](Json& j) { j["channels"]["Intensity"] = {{"keys", {{"10", {{"value", 1.0}, {"interpolation", 2}}}}}}; }},
+        {"channels.Intensity.keys.10.value",
+         [](Json& j) { j["channels"]["Intensity"] = {{"keys", {{"10", {{"value", "1"}, {"interpolation", "smooth"}}}}}}; }},
+        {"channels.Intensity.10.glide", [](Json& j) { j["channels"]["Intensity"]["10"] = {{"value", 1.0}, {"interpolation", "smooth"}, {"glide", 1}}; }},
+        {"lens.fNumber.interpolation", [](Json& j) { j["lens"]["fNumber"] = {{"interpolation", ""}, {"keys", {{"1", 2.0}}}}; }},
     };
     for (const Case& c : cases) {
         Json changed = base;
@@ -185,6 +238,12 @@ TEST(Scene, EachMistakeIsReportedAtItsPath) {
     EXPECT_NE(huge.errors[0].message.find("1e999"), std::string::npos) << huge.errors[0].message;
     EXPECT_EQ(ReadScene("{\"frames\": ").errors.size(), 1u);
     EXPECT_EQ(ReadScene("[]").errors.at(0).Text(), "must be an object");
+
+    // An interpolation's name that is not one names the value given.
+    Json cubic = base;
+    cubic["light"]["keys"]["1"]["interpolation"] = "cubic";
+    EXPECT_EQ(ReadScene(cubic.dump()).errors.at(0).Text(),
+              "light.keys.1.interpolation: must be \"smooth\", \"linear\" or \"constant\", not \"cubic\"");
 }
 
 }  // namespace

@@ -8,6 +8,8 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -40,6 +42,10 @@ protected:
         image.get_pixels(rgb, OIIO::TypeFloat, values.data());
         return values;
     }
+    std::string Slurp(const std::string& name) const {
+        std::ifstream in(dir_ / name);
+        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    }
     fs::path dir_;
 };
 
@@ -59,6 +65,29 @@ TEST_F(Frei0rHosts, FfmpegGivesTheToolsPixels) {
         EXPECT_EQ(ffmpeg, tool);
         EXPECT_NE(tool, Pixels(VELLUX_SAMPLE_FRAME));
     }
+}
+
+// ffmpeg pads every row it hands a frei0r filter to 64 bytes, so a frame 950 pixels wide comes
+// out skewed: the filter says so (once), and padded to 960 first and cropped after, the frame is
+// the tool's on the same padded plate, pixel for pixel. A width that is a multiple of 16 is not
+// warned of.
+TEST_F(Frei0rHosts, FfmpegFramesNotAMultipleOf16WideArePaddedAndSaidSo) {
+    const std::string filter = "frei0r=filter_name=vellux:filter_params=0.4/0.3|1/0.75/0.5|0.25|0|0.5|0|0.22|0x50140A|0.4";
+    ASSERT_EQ(Run("ffmpeg -v error -y -i '" VELLUX_SAMPLE_FRAME "' -vf crop=950:ih:0:0 plate.png"), 0);
+    ASSERT_EQ(Run("ffmpeg -v error -y -i plate.png -vf '" + filter + "' -pix_fmt rgb24 skewed.png"), 0);
+    const std::string warned = Slurp("log");
+    EXPECT_NE(warned.find("950 pixels wide"), std::string::npos) << warned;
+    EXPECT_NE(warned.find("pad=ceil(iw/16)*16:ih"), std::string::npos) << warned;
+    EXPECT_EQ(warned.find("pixels wide"), warned.rfind("pixels wide")) << warned;   // once
+    ASSERT_EQ(Run("ffmpeg -v error -y -i plate.png -vf 'pad=ceil(iw/16)*16:ih," + filter +
+                  ",crop=950:ih:0:0' -pix_fmt rgb24 padded.png"), 0);
+    EXPECT_EQ(Slurp("log").find("pixels wide"), std::string::npos);
+    ASSERT_EQ(Run("ffmpeg -v error -y -i plate.png -vf pad=960:ih wide.png && '" VELLUX_TOOL_PATH
+                  "' render -q -i wide.png --light-fraction 0.4,0.3 --color 255,191,128 --flare-intensity 1 --star-filter 4 "
+                  "-o tool-wide.png && ffmpeg -v error -y -i tool-wide.png -vf crop=950:ih:0:0 -pix_fmt rgb24 tool.png"), 0);
+    const std::vector<float> tool = Pixels("tool.png");
+    ASSERT_FALSE(tool.empty());
+    EXPECT_EQ(Pixels("padded.png"), tool);
 }
 
 // MLT sets parameters by name, the blend among them. On a grey frame: screen never goes above the

@@ -272,3 +272,55 @@ def test_renders_do_not_leak():
     for _ in range(2000):
         flare.render(image, light=(10, 10))
     assert resident() - before < 4 * 1024 * 1024
+
+
+def built_scene(interpolation="smooth"):
+    scene = vellux.Scene(width=96, height=54, frames=range(1, 9), interpolation=interpolation)
+    scene.key_light(1, (10, 10), color=(255, 200, 150)).key_light(4, (60, 20), intensity=1.5)
+    scene.key_light(8, (80, 50), radius=2.0)
+    scene.key("intensity", 1, 0.3).key("Intensity", 8, 0.9).set_interpolation("intensity", interpolation)
+    scene.key("dissolve", 1, 0.0).key("dissolve", 3, 0.4, interpolation="constant").key("Dissolve", 8, 0.1)
+    return scene
+
+
+def test_scenes_built_in_code_save_load_back_and_render_as_the_tool_does(tmp_path):
+    scene = built_scene()
+    scene.save(tmp_path / "built.json")
+    loaded = vellux.Scene.load(tmp_path / "built.json")
+    assert loaded == scene and loaded.text == open(tmp_path / "built.json").read()
+    assert loaded.light_keys == scene.light_keys and loaded.light_keys[4]["position"] == (60, 20)
+    assert loaded.channel_keys == {"Intensity": {1: 0.3, 8: 0.9}, "Dissolve": {1: 0.0, 3: 0.4, 8: 0.1}}
+    assert loaded.interpolation == {"light": "smooth", "Intensity": "smooth", "Dissolve": "linear"}
+    tool("scene", "show", tmp_path / "built.json")
+
+    assert loaded.render(tmp_path / "py.####.png", frames=[2, 6], jobs=1) == [2, 6]
+    tool("render", "-q", "--scene", tmp_path / "built.json", "--frames", "2,6", "-o", tmp_path / "tool.####.png")
+    built_scene("linear").save(tmp_path / "linear.json")
+    tool("render", "-q", "--scene", tmp_path / "linear.json", "--frames", "2", "-o", tmp_path / "linear.####.png")
+    for frame in (2, 6):
+        np.testing.assert_array_equal(vellux.read_image(tmp_path / ("py.%04d.png" % frame)),
+                                      vellux.read_image(tmp_path / ("tool.%04d.png" % frame)))
+    # The smooth light is somewhere else than the straight line puts it between keys.
+    assert not np.array_equal(vellux.read_image(tmp_path / "py.0002.png"), vellux.read_image(tmp_path / "linear.0002.png"))
+
+
+@pytest.mark.parametrize("make,message", [
+    (lambda s: vellux.Scene(width=0, height=54), "image.width: must be a whole number in 1..65535"),
+    (lambda s: vellux.Scene(width=9, height=9, frames=(5, 2)), "frames.last: must not be before frames.first (5)"),
+    (lambda s: s.key_light(2, (1, 1), color=(256, 0, 0)), "light.keys.2.color[0]: must be a whole number in 0..255"),
+    (lambda s: s.key_light(2, (1, 1), interpolation="ease"),
+     'light.keys.2.interpolation: must be "smooth", "linear" or "constant", not "ease"'),
+    (lambda s: s.key("Glare", 1, 1.0), "channels.Glare: is not one of the plug-in's channels"),
+    (lambda s: s.key("dissolve", 2, 0.5, interpolation="cubic"), 'channels.Dissolve.keys.2.interpolation: must be'),
+    (lambda s: s.set_interpolation("f_number", "spline"), 'lens.fNumber.interpolation: must be'),
+    (lambda s: s.key("f_number", 1, 0.1), "lens.fNumber.1: must not be less than 0.5"),
+    (lambda s: vellux.Scene(width=9, height=9).save("never.json"), "light.keys: must hold at least one key"),
+    (lambda s: s.render("never.####.png"), "the scene is not saved yet"),
+])
+def test_building_a_scene_wrongly_raises_and_changes_nothing(make, message):
+    scene = built_scene()
+    before = scene.text
+    with pytest.raises(ValueError) as raised:
+        make(scene)
+    assert message in str(raised.value)
+    assert scene.text == before and not os.path.exists("never.json")

@@ -2,7 +2,9 @@
 # Runs the shell blocks of the README, in order, in one shell, from the repository root, as a
 # reader would after the quick start: every ```sh block, except those right after a line
 # "<!-- readme-test: skip (why) -->", which are listed with their reason. Stops at the first
-# command that fails, naming the block.
+# command that fails, naming the block. The page's commands use the quick start's build
+# (build/quick/); here they run against the build under test, $VELLUX_README_BUILD (default
+# build/default), which holds the same tool and more.
 #
 #   tests/readme/run_readme.sh [README]
 set -euo pipefail
@@ -37,7 +39,7 @@ for block in "$work"/[0-9][0-9][0-9].sh; do
     fi
     # Each block announces itself, so that a failure names it.
     printf 'echo "=== %s"\n' "$where" >> "$script"
-    tail -n +2 "$block" >> "$script"
+    tail -n +2 "$block" | sed "s|build/quick/|${VELLUX_README_BUILD:-build/default}/|g" >> "$script"
     ran=$((ran + 1))
 done
 [ "$ran" -gt 0 ] || { echo "no shell blocks found in $readme" >&2; exit 1; }

@@ -88,6 +88,29 @@ TEST(RenderOptions, OutOfRangeValuesNameTheOption) {
         EXPECT_EQ(ErrorOf({"--size", size, "-o", "o.png"}).rfind("--size: '", 0), 0u) << size;
 }
 
+// Fractions typed to --light are warned of; pixels, whole corners and --light-fraction are not.
+TEST(RenderOptions, WarnOfFractionsGivenAsPixels) {
+    const struct {
+        std::vector<std::string> light;
+        bool warned;
+    } cases[] = {
+        {{"--light", "0.3,0.35"}, true},
+        {{"--light", "1,0.5"}, true},
+        {{"--light", "300,350"}, false},
+        {{"--light", "0.5,20"}, false},
+        {{"--light", "0,0"}, false},
+        {{"--light", "1,1"}, false},
+        {{"--light-fraction", "0.3,0.35"}, false},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> arguments{"--size", "64x48", "-o", "o.png"};
+        arguments.insert(arguments.end(), c.light.begin(), c.light.end());
+        const std::vector<std::string> warnings = RenderWarnings(Parse(arguments));
+        ASSERT_EQ(warnings.size(), c.warned ? 1u : 0u) << c.light[1];
+        if (c.warned) EXPECT_NE(warnings[0].find("did you mean --light-fraction " + c.light[1] + "?"), std::string::npos) << warnings[0];
+    }
+}
+
 TEST(RenderOptions, FrameAndLightChoicesAreExclusive) {
     EXPECT_THROW(Parse({"-o", "o.png"}), CLI::ParseError);
     EXPECT_THROW(Parse({"-i", "a.png", "--size", "8x8", "-o", "o.png"}), CLI::ParseError);

@@ -1,5 +1,6 @@
 #include "tools/vellux/render_command.h"
 
+#include <iostream>
 #include <memory>
 
 #include "tools/vellux/image_actions.h"
@@ -14,7 +15,9 @@ void AddRenderCommand(CLI::App& app, Action& action) {
     AddRenderOptions(*render, *options);
     render->callback([options, &action] {
         action = [options] {
-            RunRender(CheckRenderOptions(*options), options->quiet);
+            const RenderRequest request = CheckRenderOptions(*options);
+            for (const std::string& warning : RenderWarnings(*options)) std::cerr << "vellux: warning: " << warning << "\n";
+            RunRender(request, options->quiet);
             return 0;
         };
     });

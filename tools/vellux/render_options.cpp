@@ -149,6 +149,26 @@ void AddRenderOptions(CLI::App& render, RenderOptions& options) {
     AddRunOptions(render, options);
 }
 
+// A light given in pixels whose both coordinates lie within 0..1 is almost surely a pair of
+// fractions typed to --light: the flare would sit in the frame's top left corner. Whole numbers
+// (0,0 or 1,1: a corner asked for on purpose) are taken at their word.
+std::vector<std::string> RenderWarnings(const RenderOptions& options) {
+    std::vector<std::string> warnings;
+    if (options.light.empty()) return warnings;
+    std::vector<double> xy;
+    try {
+        xy = ParseNumbers("--light", options.light, 2);
+    } catch (const std::invalid_argument&) {
+        return warnings;   // CheckRenderOptions reports it
+    }
+    const auto unit = [](double v) { return v >= 0.0 && v <= 1.0; };
+    const auto whole = [](double v) { return v == std::floor(v); };
+    if (unit(xy[0]) && unit(xy[1]) && !(whole(xy[0]) && whole(xy[1])))
+        warnings.push_back("--light " + options.light + " is in pixels, which puts the light in the frame's top left corner; "
+                           "did you mean --light-fraction " + options.light + "?");
+    return warnings;
+}
+
 RenderRequest CheckRenderOptions(const RenderOptions& options) {
     RenderRequest request;
     request.input = options.input;

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -52,6 +53,9 @@ struct RenderOptions {
 
 void AddRenderOptions(CLI::App& render, RenderOptions& options);
 RenderRequest CheckRenderOptions(const RenderOptions& options);
+
+// What the options probably did not mean, each a sentence for the user (the render goes on).
+std::vector<std::string> RenderWarnings(const RenderOptions& options);
 
 }  // namespace vellux::tool
 

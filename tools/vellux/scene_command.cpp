@@ -31,6 +31,12 @@ std::string Padded(std::string text, size_t width) {
     return text;
 }
 
+// A key's own interpolation, when it has one.
+std::string KeyModeText(const KeyModes& modes, int32_t frame) {
+    const auto found = modes.byKey.find(frame);
+    return found == modes.byKey.end() ? "" : " (" + std::string(host::InterpolationName(found->second)) + ")";
+}
+
 std::string ValueText(const ChannelValue& value) {
     if (const auto* real = std::get_if<double>(&value)) return Exact(*real);
     const auto& rgb = std::get<std::array<int16_t, 3>>(value);
@@ -140,11 +146,13 @@ std::string SceneListing(const Scene& scene) {
     else out << "image     input " << scene.input << "\n";
     const bool fraction = scene.lightUnits == LightUnits::fraction;
     out << "light     " << scene.light.size() << (scene.light.size() == 1 ? " key" : " keys")
-        << (fraction ? ", position as fractions of the width and height" : ", position in pixels") << "\n";
+        << (fraction ? ", position as fractions of the width and height" : ", position in pixels") 
+        << (scene.lightModes.all == Interpolation::linear ? "" : ", " + std::string(host::InterpolationName(scene.lightModes.all)))
+        << "\n";
     for (const auto& [frame, key] : scene.light) {
         out << "  " << Padded(std::to_string(frame), 6) << "position " << Exact(key.x) << "," << Exact(key.y) << "  color "
             << key.color[0] << "," << key.color[1] << "," << key.color[2] << "  intensity " << Exact(key.intensity)
-            << "  radius " << Exact(key.radius) << "\n";
+            << "  radius " << Exact(key.radius) << KeyModeText(scene.lightModes, frame) << "\n";
     }
     if (scene.channels.empty()) out << "channels  none (every channel holds the settings' value)\n";
     else out << "channels\n";
@@ -152,8 +160,12 @@ std::string SceneListing(const Scene& scene) {
         const auto found = scene.channels.find(std::string(channel.name));
         if (found == scene.channels.end()) continue;
         out << "  " << Padded(std::string(channel.name), 19);
+        const auto modes = scene.channelModes.find(found->first);
+        const KeyModes mode = modes == scene.channelModes.end() ? KeyModes{} : modes->second;
         std::string keys;
-        for (const auto& [frame, value] : found->second) keys += (keys.empty() ? "" : "  ") + std::to_string(frame) + ": " + ValueText(value);
+        for (const auto& [frame, value] : found->second)
+            keys += (keys.empty() ? "" : "  ") + std::to_string(frame) + ": " + ValueText(value) + KeyModeText(mode, frame);
+        if (mode.all != Interpolation::linear) keys = "(" + std::string(host::InterpolationName(mode.all)) + ")  " + keys;
         out << (keys.empty() ? "no keys" : keys) << "\n";
     }
     if (scene.settings) ListSettings(*scene.settings, out);
