@@ -281,12 +281,20 @@ std::optional<std::vector<uint8_t>> ReadHex(Reader& in, const std::string& text,
     return bytes;
 }
 
+std::optional<ByteOrder> ReadByteOrder(Reader& in, const Json& settings) {
+    const auto order = in.String(in.Member(settings, "settings", "byteOrder"), "settings.byteOrder");
+    if (!order) return std::nullopt;
+    if (*order == "little") return ByteOrder::little;
+    if (*order == "big") return ByteOrder::big;
+    in.Error("settings.byteOrder", "must be \"little\" or \"big\"");
+    return std::nullopt;
+}
+
 // The record as hex in its stated byte order.
 std::optional<SettingsRecord> ReadRecord(Reader& in, const Json& settings) {
     SettingsRecord record;
-    const auto order = in.String(in.Member(settings, "settings", "byteOrder"), "settings.byteOrder");
-    if (order && *order != "little" && *order != "big") in.Error("settings.byteOrder", "must be \"little\" or \"big\"");
-    if (order) record.byteOrder = *order == "big" ? ByteOrder::big : ByteOrder::little;
+    const auto order = ReadByteOrder(in, settings);
+    if (order) record.byteOrder = *order;
     const auto hex = in.String(in.Member(settings, "settings", "hex"), "settings.hex");
     const auto bytes = hex ? ReadHex(in, *hex, "settings.hex") : std::nullopt;
     if (!bytes) return std::nullopt;
@@ -311,7 +319,9 @@ std::optional<SettingsRecord> ReadRecord(Reader& in, const Json& settings) {
 }
 
 // The settings by name (setting_names.h) over the record when one is given, else over the
-// plug-in's defaults; the record alone is kept as it was written.
+// plug-in's defaults; the record alone is kept as it was written. The result is laid out in the
+// stated byte order ("byteOrder" may stand beside the names without a record), else in this
+// machine's.
 void ReadSettings(Reader& in, const Json& root, Scene& scene) {
     const Json* settings = in.Member(root, "", "settings", false);
     if (settings == nullptr) return;
@@ -338,9 +348,15 @@ void ReadSettings(Reader& in, const Json& root, Scene& scene) {
         }
     }
     std::optional<SettingsRecord> record;
-    if (names == 0 || settings->contains("byteOrder") || settings->contains("hex")) {
+    ByteOrder order = NativeByteOrder();
+    if (names == 0 || settings->contains("hex")) {
         record = ReadRecord(in, *settings);
         if (!record) return;
+        order = record->byteOrder;
+    } else if (settings->contains("byteOrder")) {
+        const auto stated = ReadByteOrder(in, *settings);
+        if (!stated) return;
+        order = *stated;
     }
     if (in.errors.size() != before) return;
     if (names > 0) {
@@ -348,15 +364,11 @@ void ReadSettings(Reader& in, const Json& root, Scene& scene) {
         if (record) {
             const ControlDataRec control = DecodeSettings(*record);
             std::memcpy(bytes.data(), &control, sizeof(control));
-            ApplySettingEdits(named, bytes);
-            // Names that agree with the record (as the writer gives them) leave it as written.
-            if (std::memcmp(bytes.data(), &control, sizeof(control)) == 0) {
-                scene.settings = std::move(record);
-                return;
-            }
         }
         ApplySettingEdits(named, bytes);
-        record = SettingsRecord{NativeByteOrder(), std::move(bytes)};
+        ControlDataRec control;
+        std::memcpy(&control, bytes.data(), sizeof(control));
+        record = EncodeSettings(control, order);
     }
     scene.settings = std::move(record);
 }
@@ -503,10 +515,11 @@ std::vector<std::pair<std::string, std::string>> SettingsMembers(const SettingsR
     }
     std::vector<uint8_t> rebuilt = DefaultSettingsRecord();
     ApplySettingEdits(named, rebuilt);
-    if (std::memcmp(rebuilt.data(), &control, sizeof(control)) != 0) {
+    const bool whole = std::memcmp(rebuilt.data(), &control, sizeof(control)) == 0;
+    // A record of the other byte order says so, so that it is read back in its own order.
+    if (!whole || record.byteOrder != NativeByteOrder())
         members.emplace_back("byteOrder", Json(OrderName(record.byteOrder)).dump());
-        members.emplace_back("hex", Json(Hex(record.bytes)).dump());
-    }
+    if (!whole) members.emplace_back("hex", Json(Hex(record.bytes)).dump());
     return members;
 }
 

@@ -31,7 +31,8 @@
 // named keep the plug-in's defaults. It may also hold the record itself, {"byteOrder": "little",
 // "hex": "58554c56..."}, as the plug-in wrote it (files of earlier versions hold only that), and
 // the names then change it. The writer names every setting and adds the record only when the
-// names cannot say all of it.
+// names cannot say all of it; a record of the other byte order than this machine's gets its
+// "byteOrder" beside the names all the same, so it is read back in that order, byte for byte.
 //
 // Reading reports every problem with the JSON path of the value concerned ("light.keys.12.color[1]:
 // must be a whole number in 0..255"); a scene is produced only when there is none. Writing gives

@@ -132,13 +132,50 @@ TEST(SettingNames, LooksAreReadableAndNameTheirSource) {
     EXPECT_EQ(DecodeSettings(*over.settings).flareStarFilter, 6);
 }
 
-TEST(SettingNames, RecordsOfEarlierVersionsReadAsStored) {
-    const char* old = R"({"settings": {"byteOrder": "big", "hex": "564c55580000000100000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000"}})";
-    const SettingsReadResult read = ReadSettingsText(old);
-    ASSERT_TRUE(read.settings) << read.errors.front().Text();
-    EXPECT_EQ(read.settings->byteOrder, ByteOrder::big);
-    EXPECT_EQ(read.settings->bytes.size(), sizeof(ControlDataRec));
-    EXPECT_EQ(read.settings->bytes[0], 0x56);
+TEST(SettingNames, RecordsKeepTheirByteOrderThroughLooksAndScenes) {
+    SettingEdits edits;
+    edits.flareIntensity = 0.8, edits.starFilter = -3, edits.halo = false;
+    std::vector<uint8_t> named = DefaultSettingsRecord();
+    ApplySettingEdits(edits, named);
+    std::vector<uint8_t> awkward = named;   // a colour the names cannot say: the record goes beside them
+    ControlDataRec odd = Control(awkward);
+    odd.flareRingColor.green = 0x1234;
+    std::memcpy(awkward.data(), &odd, sizeof(odd));
+
+    for (const ByteOrder order : {ByteOrder::little, ByteOrder::big}) {
+        for (const auto& bytes : {named, awkward}) {
+            const SettingsRecord record = EncodeSettings(Control(bytes), order);
+            EXPECT_EQ(DecodeSettings(record).flareStarFilter, -3);
+            const std::string look = WriteSettingsText(record, {"Vellux", std::nullopt});
+            const SettingsReadResult read = ReadSettingsText(look);
+            ASSERT_TRUE(read.settings) << read.errors.front().Text();
+            EXPECT_EQ(read.settings->byteOrder, order) << look;
+            EXPECT_EQ(read.settings->bytes, record.bytes) << look;
+            EXPECT_EQ(WriteSettingsText(*read.settings, read.source), look);
+
+            Scene scene;
+            scene.width = scene.height = 8;
+            scene.light[1] = LightKey{};
+            scene.settings = record;
+            const SceneReadResult back = ReadScene(WriteScene(scene));
+            ASSERT_TRUE(back.scene) << back.errors.front().Text();
+            EXPECT_EQ(back.scene->settings->byteOrder, order);
+            EXPECT_EQ(back.scene->settings->bytes, record.bytes);
+        }
+    }
+
+    // A look of an earlier version holds only the record, in the order of the machine that wrote
+    // it; names beside a record change it in that order.
+    const std::string hex = "564c5558000000013fe0000000000000" + std::string(176 - 32, '0');
+    for (const char* names : {"", R"(, "star-filter": 5)"}) {
+        const SettingsReadResult old = ReadSettingsText(R"({"settings": {"byteOrder": "big", "hex": ")" + hex + "\"" + names + "}}");
+        ASSERT_TRUE(old.settings) << old.errors.front().Text();
+        EXPECT_EQ(old.settings->byteOrder, ByteOrder::big);
+        EXPECT_EQ(old.settings->bytes[0], 0x56);
+        EXPECT_EQ(DecodeSettings(*old.settings).flareIntensity, 0.5);
+        EXPECT_EQ(DecodeSettings(*old.settings).flareStarFilter, *names ? 5 : 0);
+        EXPECT_EQ(ReadSettingsText(WriteSettingsText(*old.settings)).settings->bytes, old.settings->bytes);
+    }
 }
 
 TEST(SettingNames, MistakesAreNamedWithTheirKeyAndValue) {
@@ -155,6 +192,7 @@ TEST(SettingNames, MistakesAreNamedWithTheirKeyAndValue) {
         {R"({"settings": {"flare-intensity": "high"}})", "settings.flare-intensity: must be a number, not \"high\""},
         {R"({"settings": {"glow": true, "hex": "58554c56"}})", "settings.byteOrder: is missing"},
         {R"({"settings": {}})", "settings.byteOrder: is missing"},
+        {R"({"settings": {"glow": true, "byteOrder": "middle"}})", "settings.byteOrder: must be \"little\" or \"big\""},
         {R"({"table": 3, "settings": {"glow": true}})", "table: must be a string"},
         {R"({"tabel": "Vellux", "settings": {"glow": true}})", "tabel: unknown key"},
         {R"({"lens": {"name": "x", "blades": 40}, "settings": {"glow": true}})", "lens.blades: must be a whole number in 0..32"},
