@@ -170,8 +170,8 @@ std::optional<std::string> RangeProblem(const SettingName& setting, double v) {
     return NumberText(v) + " is out of range (" + range + ")";
 }
 
-SettingValue ParseSettingText(const SettingName& setting, const std::string& text) {
-    return ParseValue(setting, text, Option(setting));
+SettingValue ParseSettingText(const SettingName& setting, const std::string& text, const std::string& as) {
+    return ParseValue(setting, text, as.empty() ? Option(setting) : as);
 }
 
 Json SettingJson(const SettingValue& value) {

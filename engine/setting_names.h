@@ -67,7 +67,8 @@ std::optional<std::string> RangeProblem(const SettingName& setting, double value
 
 // The value as typed after --NAME; throws std::invalid_argument "--NAME: 'x' is not a number" for
 // text that is not one. A number's range is checked by CheckSettingEdits.
-SettingValue ParseSettingText(const SettingName& setting, const std::string& text);
+// `as` names the value in the message instead of --NAME (NAME=VALUE assignments say NAME).
+SettingValue ParseSettingText(const SettingName& setting, const std::string& text, const std::string& as = "");
 
 // JSON: numbers as numbers, the colour as "#RRGGBB" (R,G,B text and [r, g, b] are read too),
 // switches as true/false ("on"/"off" read too). Reading throws std::invalid_argument with what is
