@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -189,6 +190,33 @@ TEST(RenderOptions, SettingValuesOutOfRangeOrUnreadableAreNamed) {
             EXPECT_NE(std::string(error.what()).find(c.message), std::string::npos) << error.what();
         }
     }
+}
+
+// A switch alone is on wherever it stands, and a negative number after an option is its value,
+// not another option.
+TEST(RenderOptions, SwitchesAloneAndNegativeValuesParse) {
+    const struct {
+        std::vector<std::string> arguments;
+        std::optional<bool> halo, anamorphic;
+        std::optional<double> starRotation;
+        std::optional<int32_t> starFilter;
+    } cases[] = {
+        {{"--halo", "-o", "o.png", "--size", "8x8"}, true, {}, {}, {}},
+        {{"--halo", "off", "-o", "o.png", "--size", "8x8"}, false, {}, {}, {}},
+        {{"--size", "8x8", "-o", "o.png", "--halo=off", "--anamorphic"}, false, true, {}, {}},
+        {{"--size", "8x8", "-o", "o.png", "--anamorphic", "--star-rotation", "-30"}, {}, true, -30.0, {}},
+        {{"--size", "8x8", "-o", "o.png", "--star-filter", "-3", "--halo"}, true, {}, {}, -3},
+        {{"--size", "8x8", "-o", "o.png", "--star-rotation=-22.5", "--star-filter=-1"}, {}, {}, -22.5, -1},
+    };
+    for (const auto& c : cases) {
+        const RenderRequest request = Check(c.arguments);
+        const std::string line = ::testing::PrintToString(c.arguments);
+        EXPECT_EQ(request.settings.halo, c.halo) << line;
+        EXPECT_EQ(request.settings.anamorphic, c.anamorphic) << line;
+        EXPECT_EQ(request.settings.starRotation, c.starRotation) << line;
+        EXPECT_EQ(request.settings.starFilter, c.starFilter) << line;
+    }
+    EXPECT_EQ(ErrorOf({"--size", "8x8", "-o", "o.png", "--dissolve", "-0.5"}), "--dissolve: -0.5 is out of range (from 0 to 1)");
 }
 
 TEST(PluginSettings, EditsChangeOnlyTheirFieldsAndNeedAWholeRecord) {
