@@ -12,6 +12,7 @@
 #include "engine/flare.h"
 #include "engine/scene.h"
 #include "engine/scene_session.h"
+#include "engine/table_search.h"
 
 namespace vellux::engine {
 
@@ -36,13 +37,23 @@ private:
     host::DialogRunner& runner_;
 };
 
-std::optional<SettingsRecord> ExistingSettings(const fs::path& path) {
+std::optional<SettingsReadResult> ExistingLook(const fs::path& path) {
     std::error_code error;
     if (!fs::exists(path, error)) return std::nullopt;   // created when the dialog is accepted
-    return LoadSettingsFile(path);
+    return LoadLookFile(path);
 }
 
-void SaveSettings(const SettingsSource& source, std::optional<Scene>& scene, const DialogOutcome& outcome) {
+// The table a saved look names: --table when it is a name, else the one the look named before.
+LookSource SavedSource(const SettingsSource& source, const std::optional<SettingsReadResult>& look) {
+    LookSource saved = look ? look->source : LookSource{};
+    const std::string table = source.table.string();
+    if (table.empty()) return saved;
+    const bool path = table.find('/') != std::string::npos || source.table.extension() == ".rsc";
+    return LookSource{path ? "" : table, std::nullopt};
+}
+
+void SaveSettings(const SettingsSource& source, std::optional<Scene>& scene, const DialogOutcome& outcome,
+                  const LookSource& named) {
     const SettingsRecord record{NativeByteOrder(), outcome.record};
     if (scene) {
         scene->settings = record;
@@ -50,10 +61,11 @@ void SaveSettings(const SettingsSource& source, std::optional<Scene>& scene, con
             scene->channels.clear();
             scene->channelModes.clear();
         }
+        if (!source.table.empty()) scene->table = named.table;
         WriteSceneFile(source.scene, *scene);
         return;
     }
-    const std::string text = WriteSettingsText(record);
+    const std::string text = WriteSettingsText(record, named);
     rsc::WriteFileAtomically(source.settings, std::span(reinterpret_cast<const uint8_t*>(text.data()), text.size()));
 }
 
@@ -67,11 +79,15 @@ DialogOutcome RunSettingsDialog(const SettingsSource& source, host::DialogRunner
     setup.copy = host::PluginCopy::shared;
     std::optional<Scene> scene;
     std::optional<SettingsRecord> settings;
+    std::optional<SettingsReadResult> look;
     if (!source.scene.empty()) {
         scene = LoadScene(source.scene);
         settings = scene->settings;
+        if (source.table.empty() && !scene->table.empty()) setup.table = FindTable(scene->table);
     } else if (!source.settings.empty()) {
-        settings = ExistingSettings(source.settings);
+        look = ExistingLook(source.settings);
+        if (look) settings = look->settings;
+        if (look && source.table.empty() && !look->source.table.empty()) setup.table = FindTable(look->source.table);
     }
 
     setup.settings = settings;
@@ -97,7 +113,7 @@ DialogOutcome RunSettingsDialog(const SettingsSource& source, host::DialogRunner
         throw instance.Failure(kCmdInterface, outcome.result);
     instance.Finish();
     if (save && outcome.accepted && outcome.result == kNoError && source.HasFile()) {
-        SaveSettings(source, scene, outcome);
+        SaveSettings(source, scene, outcome, SavedSource(source, look));
         outcome.saved = true;
     }
     return outcome;

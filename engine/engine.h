@@ -104,7 +104,8 @@
 //   LightAt, KeyChannels                  the light at a frame; the scene's keys into the channels
 #include "engine/scene_keys.h"
 //   KeySceneFrames(request)               the settings keyed into the scene's channels
-//   DecodeSettings, ChannelKeysOf         a settings record field by field; keys from the store
+//   DecodeSettings, EncodeSettings,       a settings record field by field in either byte order;
+//   ChannelKeysOf                         keys from the store
 
 // ---- Frames and sequences ----------------------------------------------------------------------
 #include "engine/frame_sequence.h"

@@ -54,14 +54,46 @@ FlareSetup RequestSetup(const RenderRequest& request) {
     return setup;
 }
 
+RenderRequest WithNamedSource(RenderRequest request, const std::string& sceneTable) {
+    if (!request.table.empty() || request.lens) return request;
+    LookSource source;
+    if (!request.settingsFile.empty()) source = LoadLookFile(request.settingsFile).source;
+    else source.table = sceneTable;
+    if (!source.table.empty()) request.table = source.table;
+    if (source.lens) {
+        LensLookOptions lens;
+        lens.lens = source.lens->name;
+        lens.fNumber = source.lens->fNumber;
+        lens.blades = source.lens->blades;
+        lens.bladeCurvature = source.lens->bladeCurvature;
+        lens.apertureRotation = source.lens->apertureRotation;
+        request.lens = lens;
+    }
+    return request;
+}
+
+LookSource RequestLookSource(const RenderRequest& request) {
+    LookSource source;
+    if (request.lens) {
+        const LensLookOptions& lens = *request.lens;
+        source.lens = LookLens{lens.lens, lens.fNumber, lens.bladeCurvature, lens.apertureRotation, lens.blades};
+        return source;
+    }
+    const std::string table = request.table.string();
+    const bool path = table.find('/') != std::string::npos || request.table.extension() == ".rsc";
+    if (!path) source.table = table;
+    return source;
+}
+
 namespace {
 
 // What made the image, as an image tool records it: the program, and the flare's settings record
 // (as a settings file holds it, so that it can be saved and rendered with again) and light.
-void Describe(OIIO::ImageBuf& image, Flare& flare, const FlareLight& light) {
+void Describe(OIIO::ImageBuf& image, Flare& flare, const FlareLight& light, const RenderRequest& request) {
     OIIO::ImageSpec& spec = image.specmod();
     spec.attribute("Software", "Vellux " + VelluxVersion());
-    spec.attribute("Vellux:Settings", WriteSettingsText({NativeByteOrder(), flare.host().controlData()}));
+    spec.attribute("Vellux:Settings",
+                   WriteSettingsText({NativeByteOrder(), flare.host().controlData()}, RequestLookSource(request)));
     const nlohmann::json described = {{"x", light.x},
                                       {"y", light.y},
                                       {"color", {light.color.red, light.color.green, light.color.blue}},
@@ -79,7 +111,7 @@ PlateFile RenderRequestedFrame(Flare& flare, const RenderRequest& request, const
         const OIIO::TypeDesc type = PassFileType(target, request.halfFloat);
         const std::string space = ChooseColorspace("--colorspace", request.colorspace, type != OIIO::TypeUInt16);
         OIIO::ImageBuf pass = flare.Pass(size, light, request.bandRows, space);
-        Describe(pass, flare, light);
+        Describe(pass, flare, light, request);
         return SinglePart(std::move(pass), type);
     }
     const FrameOptions options{request.bandRows, request.colorspace, request.blend};   // the colour space defaults by pixel type (colour.h)
@@ -89,7 +121,7 @@ PlateFile RenderRequestedFrame(Flare& flare, const RenderRequest& request, const
         PlateFile black = SinglePart(ImageFormatOf(target) == "exr"
                                          ? flare.Composite(FloatBlack(size), light, options)
                                          : flare.CompositeBlack(size, light, options));
-        Describe(black.parts[0], flare, light);
+        Describe(black.parts[0], flare, light, request);
         return black;
     }
     PlateFile plate = ReadPlateFile(plateFile);
@@ -99,11 +131,12 @@ PlateFile RenderRequestedFrame(Flare& flare, const RenderRequest& request, const
         throw std::runtime_error(plateFile + ": is no longer " + std::to_string(size.width) + "x" +
                                  std::to_string(size.height));
     part = flare.Composite(std::move(part), light, options);
-    Describe(part, flare, light);
+    Describe(part, flare, light, request);
     return plate;
 }
 
-void RenderFlareImage(const RenderRequest& request, const RenderReporting& reporting) {
+void RenderFlareImage(const RenderRequest& asked, const RenderReporting& reporting) {
+    const RenderRequest request = WithNamedSource(asked);
     const FlareSetup setup = RequestSetup(request);
     if (!setup.table.empty()) CheckFlareTable(setup.table);
     CheckOutputFormat(request.output);

@@ -13,6 +13,7 @@
 #include "engine/flare.h"
 #include "engine/plate.h"
 #include "engine/render_request.h"
+#include "engine/scene.h"
 
 namespace vellux::engine {
 
@@ -22,6 +23,13 @@ FlareLight RequestLight(const RenderRequest& request, FrameSize size);
 // The flare setup a request asks for: its plug-in (found as plugin_location.h says), table and
 // settings edits.
 FlareSetup RequestSetup(const RenderRequest& request);
+
+// The request with the table or lens its look file (--settings) or scene names, when it names
+// neither itself; the command line's own win.
+RenderRequest WithNamedSource(RenderRequest request, const std::string& sceneTable = "");
+
+// What a look written from this request names: its table when given by name, or its lens.
+LookSource RequestLookSource(const RenderRequest& request);
 
 // A frame rendered as the request asks, ready to write: the pass of `size`, or the plate (the
 // file `plateFile` kept whole, or a black frame of `size` when it is empty) with the flare, both

@@ -1,5 +1,7 @@
 #include "engine/option_values.h"
 
+#include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cmath>
 #include <sstream>
@@ -51,6 +53,21 @@ FrameSize ParseFrameSize(const std::string& option, const std::string& text) {
     if (size.width < 1 || size.height < 1 || size.width > kMaxFrameSide || size.height > kMaxFrameSide)
         Fail(option, text, expected);
     return size;
+}
+
+LightColor ParseColor(const std::string& option, const std::string& text) {
+    if (!text.empty() && text[0] == '#') {   // #RRGGBB, as colour pickers give it
+        const bool hex = text.size() == 7 && std::all_of(text.begin() + 1, text.end(), [](unsigned char c) { return std::isxdigit(c); });
+        if (!hex) throw std::invalid_argument(option + ": '" + text + "' must be #RRGGBB, six hexadecimal digits");
+        const auto byte = [&](size_t at) { return uint8_t(std::stoi(text.substr(at, 2), nullptr, 16)); };
+        return {byte(1), byte(3), byte(5)};
+    }
+    const std::vector<double> rgb = ParseNumbers(option, text, 3);
+    for (double component : rgb) {
+        if (component < 0.0 || component > 255.0 || component != std::floor(component))
+            throw std::invalid_argument(option + ": '" + text + "' must be three whole numbers from 0 to 255");
+    }
+    return {uint8_t(rgb[0]), uint8_t(rgb[1]), uint8_t(rgb[2])};
 }
 
 std::string NumberText(double value) {

@@ -28,6 +28,9 @@ std::vector<double> ParseNumbers(const std::string& option, const std::string& t
 inline constexpr int32_t kMaxFrameSide = 65535;
 FrameSize ParseFrameSize(const std::string& option, const std::string& text);
 
+// #RRGGBB, or R,G,B whole numbers from 0 to 255.
+LightColor ParseColor(const std::string& option, const std::string& text);
+
 std::string NumberText(double value);   // as a person writes it: 0.5, 255, 1e+300, nan
 
 }  // namespace vellux::engine

@@ -4,25 +4,12 @@
 #include <cstring>
 #include <stdexcept>
 #include <string>
-#include <utility>
 
 #include "engine/option_values.h"
+#include "engine/setting_names.h"
 #include "vellux/plugin_records.h"
 
 namespace vellux::engine {
-
-namespace {
-
-void CheckRange(const char* option, const std::optional<double>& value, double min, bool minIncluded, double max) {
-    if (!value) return;
-    const double v = *value;
-    if (std::isfinite(v) && (minIncluded ? v >= min : v > min) && v <= max) return;
-    std::string range = std::string(minIncluded ? "at least " : "more than ") + NumberText(min);
-    if (std::isfinite(max)) range = "from " + NumberText(min) + " to " + NumberText(max);
-    throw std::invalid_argument(std::string(option) + ": " + NumberText(v) + " is out of range (" + range + ")");
-}
-
-}  // namespace
 
 SettingEdits DefaultSettingEdits() {
     SettingEdits edits;
@@ -38,19 +25,18 @@ SettingEdits DefaultSettingEdits() {
     edits.ringColor = LightColor{0x50, 0x14, 0x0A};
     edits.glow = edits.glowInLightColor = edits.halo = edits.reflections = edits.randomStreaks = true;
     edits.anamorphic = edits.anamorphicStreak = edits.followLightSize = false;
+    edits.streaksOffFrame = true;
+    edits.wireframePreview = false;
     return edits;
 }
 
 void CheckSettingEdits(const SettingEdits& edits) {
-    constexpr double kNoLimit = HUGE_VAL;
-    CheckRange("--flare-intensity", edits.flareIntensity, 0.0, true, kNoLimit);
-    CheckRange("--dissolve", edits.dissolve, 0.0, true, 1.0);
-    CheckRange("--ring-size", edits.ringSize, 0.0, false, kNoLimit);
-    CheckRange("--streak-density", edits.streakDensity, 0.0, true, kNoLimit);
-    CheckRange("--anamorphic-factor", edits.anamorphicFactor, 0.0, false, kNoLimit);
-    CheckRange("--star-rotation", edits.starRotation, -kNoLimit, false, kNoLimit);
-    CheckRange("--streak-intensity", edits.streakIntensity, 0.0, true, kNoLimit);
-    CheckRange("--streak-sharpness", edits.streakSharpness, 0.0, true, kNoLimit);
+    for (const SettingName& setting : SettingNames()) {
+        const std::optional<SettingValue> value = EditOf(setting, edits);
+        if (!value || setting.kind != SettingKind::number) continue;
+        if (const auto problem = RangeProblem(setting, std::get<double>(*value)))
+            throw std::invalid_argument("--" + std::string(setting.name) + ": " + *problem);
+    }
 }
 
 void ApplySettingEdits(const SettingEdits& edits, std::vector<uint8_t>& controlRecord) {
@@ -59,33 +45,25 @@ void ApplySettingEdits(const SettingEdits& edits, std::vector<uint8_t>& controlR
         throw std::runtime_error("the plug-in's settings record has " + std::to_string(controlRecord.size()) +
                                  " bytes, fewer than the " + std::to_string(sizeof(control)) + " it should have");
     std::memcpy(&control, controlRecord.data(), sizeof(control));
-    if (edits.flareIntensity) control.flareIntensity = *edits.flareIntensity;
-    if (edits.dissolve) control.flareDissolve = *edits.dissolve;
-    if (edits.ringSize) control.flareRingSize = *edits.ringSize;
-    if (edits.streakDensity) control.flareStreakDensity = *edits.streakDensity;
-    if (edits.starFilter) control.flareStarFilter = *edits.starFilter;
-    if (edits.anamorphicFactor) control.flareAnamorphicFactor = *edits.anamorphicFactor;
-    if (edits.starRotation) control.flareStarRotation = *edits.starRotation;
-    if (edits.streakIntensity) control.flareStreakIntensity = *edits.streakIntensity;
-    if (edits.streakSharpness) control.flareStreakSharpness = *edits.streakSharpness;
-    if (edits.ringColor) {
-        const auto wide = [](uint8_t v) { return int16_t(uint16_t(v * 257u)); };   // 0xFF is 0xFFFF
-        control.flareRingColor.red = wide(edits.ringColor->red);
-        control.flareRingColor.green = wide(edits.ringColor->green);
-        control.flareRingColor.blue = wide(edits.ringColor->blue);
+    for (const SettingName& setting : SettingNames()) {
+        const std::optional<SettingValue> value = EditOf(setting, edits);
+        if (!value) continue;
+        switch (setting.kind) {
+        case SettingKind::number: control.*setting.field = std::get<double>(*value); break;
+        case SettingKind::whole: control.flareStarFilter = std::get<int32_t>(*value); break;
+        case SettingKind::color: {
+            const LightColor color = std::get<LightColor>(*value);
+            const auto wide = [](uint8_t v) { return int16_t(uint16_t(v * 257u)); };   // 0xFF is 0xFFFF
+            control.flareRingColor.red = wide(color.red);
+            control.flareRingColor.green = wide(color.green);
+            control.flareRingColor.blue = wide(color.blue);
+            break;
+        }
+        case SettingKind::onOff:
+            control.flareFlags = std::get<bool>(*value) ? control.flareFlags | setting.flag : control.flareFlags & ~setting.flag;
+            break;
+        }
     }
-    const std::pair<const std::optional<bool>*, uint32_t> switches[] = {
-        {&edits.glow, kFlagGlow},
-        {&edits.glowInLightColor, kFlagGlowInLightColor},
-        {&edits.halo, kFlagHalo},
-        {&edits.reflections, kFlagReflections},
-        {&edits.anamorphic, kFlagAnamorphic},
-        {&edits.anamorphicStreak, kFlagAnamorphicStreak},
-        {&edits.randomStreaks, kFlagRandomStreaks},
-        {&edits.followLightSize, kFlagFollowLightSize},
-    };
-    for (const auto& [value, bit] : switches)
-        if (*value) control.flareFlags = **value ? control.flareFlags | bit : control.flareFlags & ~bit;
     std::memcpy(controlRecord.data(), &control, sizeof(control));
 }
 

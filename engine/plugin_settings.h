@@ -28,13 +28,16 @@ struct SettingEdits {
     std::optional<bool> anamorphicStreak;   // the one horizontal streak
     std::optional<bool> randomStreaks;
     std::optional<bool> followLightSize;    // the glow follows the light's radius
+    std::optional<bool> streaksOffFrame;    // streaks even when the light is off the frame
+    std::optional<bool> wireframePreview;   // the dialog's preview sketches outlines
 };
 
 // Every field given, at the plug-in's own defaults: a front end that keeps every setting itself
 // (the frei0r filter, the Python module) starts from these.
 SettingEdits DefaultSettingEdits();
 
-// Throws std::invalid_argument naming the option when a value is out of range.
+// Throws std::invalid_argument naming the option when a value is out of range (the ranges are
+// those of setting_names.h).
 void CheckSettingEdits(const SettingEdits& edits);
 
 // Edits the record in place; throws std::runtime_error when it is smaller than a ControlDataRec.

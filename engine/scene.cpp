@@ -15,6 +15,8 @@
 
 #include "host/resource_file.h"
 #include "engine/frame_sequence.h"
+#include "engine/scene_keys.h"
+#include "engine/setting_names.h"
 
 namespace vellux::engine {
 
@@ -279,20 +281,27 @@ std::optional<std::vector<uint8_t>> ReadHex(Reader& in, const std::string& text,
     return bytes;
 }
 
-void ReadSettings(Reader& in, const Json& root, Scene& scene) {
-    const Json* settings = in.Member(root, "", "settings", false);
-    if (settings == nullptr || !in.Object(*settings, "settings", {"byteOrder", "hex"})) return;
+std::optional<ByteOrder> ReadByteOrder(Reader& in, const Json& settings) {
+    const auto order = in.String(in.Member(settings, "settings", "byteOrder"), "settings.byteOrder");
+    if (!order) return std::nullopt;
+    if (*order == "little") return ByteOrder::little;
+    if (*order == "big") return ByteOrder::big;
+    in.Error("settings.byteOrder", "must be \"little\" or \"big\"");
+    return std::nullopt;
+}
+
+// The record as hex in its stated byte order.
+std::optional<SettingsRecord> ReadRecord(Reader& in, const Json& settings) {
     SettingsRecord record;
-    const auto order = in.String(in.Member(*settings, "settings", "byteOrder"), "settings.byteOrder");
-    if (order && *order != "little" && *order != "big") in.Error("settings.byteOrder", "must be \"little\" or \"big\"");
-    if (order) record.byteOrder = *order == "big" ? ByteOrder::big : ByteOrder::little;
-    const auto hex = in.String(in.Member(*settings, "settings", "hex"), "settings.hex");
+    const auto order = ReadByteOrder(in, settings);
+    if (order) record.byteOrder = *order;
+    const auto hex = in.String(in.Member(settings, "settings", "hex"), "settings.hex");
     const auto bytes = hex ? ReadHex(in, *hex, "settings.hex") : std::nullopt;
-    if (!bytes) return;
+    if (!bytes) return std::nullopt;
     if (bytes->size() != sizeof(ControlDataRec)) {
         in.Error("settings.hex", "holds " + std::to_string(bytes->size()) + " bytes; the settings record has " +
                                      std::to_string(sizeof(ControlDataRec)));
-        return;
+        return std::nullopt;
     }
     // The record starts with the owner code; read in the stated order it must say VLUX.
     uint32_t owner = 0;
@@ -303,10 +312,72 @@ void ReadSettings(Reader& in, const Json& root, Scene& scene) {
     if (order && owner != kVelluxOwner) {
         in.Error("settings.hex", std::string("does not start with the plug-in's owner code in ") +
                                      OrderName(record.byteOrder) + " byte order");
-        return;
+        return std::nullopt;
     }
     record.bytes = *bytes;
+    return record;
+}
+
+// The settings by name (setting_names.h) over the record when one is given, else over the
+// plug-in's defaults; the record alone is kept as it was written. The result is laid out in the
+// stated byte order ("byteOrder" may stand beside the names without a record), else in this
+// machine's.
+void ReadSettings(Reader& in, const Json& root, Scene& scene) {
+    const Json* settings = in.Member(root, "", "settings", false);
+    if (settings == nullptr) return;
+    if (!settings->is_object()) {
+        in.Error("settings", "must be an object");
+        return;
+    }
+    SettingEdits named;
+    size_t names = 0;
+    const size_t before = in.errors.size();
+    for (const auto& [key, value] : settings->items()) {
+        if (key == "byteOrder" || key == "hex") continue;
+        const std::string path = Key("settings", key);
+        const SettingName* setting = FindSetting(key);
+        if (setting == nullptr) {
+            in.Error(path, "unknown key");
+            continue;
+        }
+        try {
+            SetEdit(*setting, ReadSettingJson(*setting, value), named);
+            ++names;
+        } catch (const std::invalid_argument& error) {
+            in.Error(path, error.what());
+        }
+    }
+    std::optional<SettingsRecord> record;
+    ByteOrder order = NativeByteOrder();
+    if (names == 0 || settings->contains("hex")) {
+        record = ReadRecord(in, *settings);
+        if (!record) return;
+        order = record->byteOrder;
+    } else if (settings->contains("byteOrder")) {
+        const auto stated = ReadByteOrder(in, *settings);
+        if (!stated) return;
+        order = *stated;
+    }
+    if (in.errors.size() != before) return;
+    if (names > 0) {
+        std::vector<uint8_t> bytes = DefaultSettingsRecord();
+        if (record) {
+            const ControlDataRec control = DecodeSettings(*record);
+            std::memcpy(bytes.data(), &control, sizeof(control));
+        }
+        ApplySettingEdits(named, bytes);
+        ControlDataRec control;
+        std::memcpy(&control, bytes.data(), sizeof(control));
+        record = EncodeSettings(control, order);
+    }
     scene.settings = std::move(record);
+}
+
+void ReadTable(Reader& in, const Json& root, std::string& table) {
+    if (const auto name = in.String(in.Member(root, "", "table", false), "table")) {
+        if (name->empty()) in.Error("table", "must name a table");
+        table = *name;
+    }
 }
 
 // A channel's keys: {frame: value}, or the long form {"interpolation": name, "keys": {frame: value
@@ -431,6 +502,27 @@ std::string Hex(const std::vector<uint8_t>& bytes) {
     return text;
 }
 
+// The settings by name, and the record beside them only when the names cannot say all of it.
+std::vector<std::pair<std::string, std::string>> SettingsMembers(const SettingsRecord& record) {
+    std::vector<std::pair<std::string, std::string>> members;
+    const ControlDataRec control = DecodeSettings(record);
+    SettingEdits named;
+    for (const SettingName& setting : SettingNames()) {
+        const std::optional<SettingValue> value = RecordValue(setting, control);
+        if (!value) continue;
+        SetEdit(setting, *value, named);
+        members.emplace_back(std::string(setting.name), SettingJson(*value).dump());
+    }
+    std::vector<uint8_t> rebuilt = DefaultSettingsRecord();
+    ApplySettingEdits(named, rebuilt);
+    const bool whole = std::memcmp(rebuilt.data(), &control, sizeof(control)) == 0;
+    // A record of the other byte order says so, so that it is read back in its own order.
+    if (!whole || record.byteOrder != NativeByteOrder())
+        members.emplace_back("byteOrder", Json(OrderName(record.byteOrder)).dump());
+    if (!whole) members.emplace_back("hex", Json(Hex(record.bytes)).dump());
+    return members;
+}
+
 }  // namespace
 
 // ---- The scene ----
@@ -514,8 +606,21 @@ SettingsReadResult ReadSettingsText(std::string_view text) {
     if (!root) return result;
     Reader in;
     Scene holder;
-    if (in.Object(*root, "", {"settings"})) {
+    if (in.Object(*root, "", {"table", "lens", "settings"})) {
         if (!root->contains("settings")) in.Error("", "needs \"settings\"");
+        if (root->contains("table") && root->contains("lens")) in.Error("", "give \"table\" or \"lens\", not both");
+        ReadTable(in, *root, result.source.table);
+        const Json* lens = in.Member(*root, "", "lens", false);
+        if (lens != nullptr && in.Object(*lens, "lens", {"name", "f-number", "blades", "blade-curvature", "aperture-rotation"})) {
+            LookLens look;
+            look.name = in.String(in.Member(*lens, "lens", "name"), "lens.name").value_or("");
+            look.fNumber = in.Number(in.Member(*lens, "lens", "f-number", false), "lens.f-number", 0.5);
+            if (const auto blades = in.Integer(in.Member(*lens, "lens", "blades", false), "lens.blades", 0, 32))
+                look.blades = int(*blades);
+            look.bladeCurvature = in.Number(in.Member(*lens, "lens", "blade-curvature", false), "lens.blade-curvature", 0.0);
+            look.apertureRotation = in.Number(in.Member(*lens, "lens", "aperture-rotation", false), "lens.aperture-rotation");
+            result.source.lens = look;
+        }
         ReadSettings(in, *root, holder);
     }
     result.errors = std::move(in.errors);
@@ -523,10 +628,19 @@ SettingsReadResult ReadSettingsText(std::string_view text) {
     return result;
 }
 
-std::string WriteSettingsText(const SettingsRecord& settings) {
-    const std::string record =
-        Inline(Json{{"byteOrder", OrderName(settings.byteOrder)}, {"hex", Hex(settings.bytes)}});
-    return Lines({{"settings", record}}, "") + "\n";
+std::string WriteSettingsText(const SettingsRecord& settings, const LookSource& source) {
+    std::vector<std::pair<std::string, std::string>> top;
+    if (!source.table.empty()) top.emplace_back("table", Json(source.table).dump());
+    if (source.lens) {
+        Json lens{{"name", source.lens->name}};
+        if (source.lens->fNumber) lens["f-number"] = *source.lens->fNumber;
+        if (source.lens->blades) lens["blades"] = *source.lens->blades;
+        if (source.lens->bladeCurvature) lens["blade-curvature"] = *source.lens->bladeCurvature;
+        if (source.lens->apertureRotation) lens["aperture-rotation"] = *source.lens->apertureRotation;
+        top.emplace_back("lens", Inline(lens));
+    }
+    top.emplace_back("settings", Lines(SettingsMembers(settings), "  "));
+    return Lines(top, "") + "\n";
 }
 
 SettingsReadResult ReadSettingsFile(const std::filesystem::path& path) {
@@ -539,13 +653,15 @@ SettingsReadResult ReadSettingsFile(const std::filesystem::path& path) {
     return ReadSettingsText(*text);
 }
 
-SettingsRecord LoadSettingsFile(const std::filesystem::path& path) {
-    const SettingsReadResult read = ReadSettingsFile(path);
-    if (read.errors.empty()) return *read.settings;
+SettingsReadResult LoadLookFile(const std::filesystem::path& path) {
+    SettingsReadResult read = ReadSettingsFile(path);
+    if (read.errors.empty()) return read;
     std::string message = path.string() + ":";
     for (const SceneError& problem : read.errors) message += (read.errors.size() > 1 ? "\n  " : " ") + problem.Text();
     throw std::runtime_error(message);
 }
+
+SettingsRecord LoadSettingsFile(const std::filesystem::path& path) { return *LoadLookFile(path).settings; }
 
 SceneReadResult ReadScene(std::string_view text) {
     SceneReadResult result;
@@ -554,10 +670,11 @@ SceneReadResult ReadScene(std::string_view text) {
     const Json& root = *parsed;
     Reader in;
     Scene scene;
-    if (in.Object(root, "", {"frames", "image", "light", "settings", "channels", "lens"})) {
+    if (in.Object(root, "", {"frames", "image", "light", "table", "settings", "channels", "lens"})) {
         ReadFrames(in, root, scene);
         ReadImage(in, root, scene);
         ReadLight(in, root, scene);
+        ReadTable(in, root, scene.table);
         ReadSettings(in, root, scene);
         ReadChannels(in, root, scene);
         ReadLens(in, root, scene);
@@ -597,10 +714,8 @@ std::string WriteScene(const Scene& scene) {
     light.emplace_back("keys", Lines(keys, "    "));
     top.emplace_back("light", Lines(light, "  "));
 
-    if (scene.settings) {
-        top.emplace_back("settings", Inline(Json{{"byteOrder", OrderName(scene.settings->byteOrder)},
-                                                 {"hex", Hex(scene.settings->bytes)}}));
-    }
+    if (!scene.table.empty()) top.emplace_back("table", Json(scene.table).dump());
+    if (scene.settings) top.emplace_back("settings", Lines(SettingsMembers(*scene.settings), "  "));
     if (!scene.channels.empty()) {
         std::vector<std::pair<std::string, std::string>> channels;
         for (const SceneChannel& channel : kChannels) {

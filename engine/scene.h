@@ -8,7 +8,8 @@
 //     "light": {"units": "pixels",                      // or "fraction" (of width and height)
 //               "keys": {"1": {"position": [1400.0, 300.0], "color": [255, 255, 255],
 //                              "intensity": 1.0, "radius": 0.0}}},
-//     "settings": {"byteOrder": "little", "hex": "58554c56..."},   // optional
+//     "table": "Vellux",                                // optional: the flare table's name
+//     "settings": {"flare-intensity": 0.8, "ring-color": "#50140A", "halo": false},   // optional
 //     "channels": {"Intensity": {"1": 0.5, "10": 1.0}, "Ring Color": {"1": [20560, 5140, 2570]}},
 //     "lens": {"fNumber": {"1": 2.0, "48": 8.0}}         // optional: an aperture pull, for --lens
 //   }
@@ -25,6 +26,13 @@
 //
 // Interpolated values are kept within each setting's range (colours 0..255, intensities and radii
 // 0 or more, the dissolve 0..1, ...).
+//
+// "settings" names the plug-in's settings as the command line does (setting_names.h); those not
+// named keep the plug-in's defaults. It may also hold the record itself, {"byteOrder": "little",
+// "hex": "58554c56..."}, as the plug-in wrote it (files of earlier versions hold only that), and
+// the names then change it. The writer names every setting and adds the record only when the
+// names cannot say all of it; a record of the other byte order than this machine's gets its
+// "byteOrder" beside the names all the same, so it is read back in that order, byte for byte.
 //
 // Reading reports every problem with the JSON path of the value concerned ("light.keys.12.color[1]:
 // must be a whole number in 0..255"); a scene is produced only when there is none. Writing gives
@@ -91,6 +99,7 @@ struct Scene {
     std::string input;                            // image sequence: one ####, %d or %0Nd field
     LightUnits lightUnits = LightUnits::pixels;
     std::map<int32_t, LightKey> light;            // at least one key
+    std::string table;                            // the flare table's name; empty: none named
     std::optional<SettingsRecord> settings;
     std::map<std::string, ChannelKeys> channels;  // by channel name
     std::map<int32_t, double> fNumber;            // the lens's f-number by frame (the lens look); none: not keyed
@@ -135,15 +144,34 @@ SceneReadResult ReadSceneFile(const std::filesystem::path& path);   // an unread
 
 std::string WriteScene(const Scene& scene);
 
-// Settings files: the settings record alone, {"settings": {"byteOrder": ..., "hex": ...}}, read
-// and written by the rules of a scene's "settings".
+// Look files (settings files): the settings by the rules of a scene's "settings", with what made
+// them besides: the table by name, or the lens look's lens and aperture.
+//   {
+//     "table": "Vellux",                                // or "lens": {"name": "double-gauss-50mm",
+//                                                       //   "f-number": 4, "blades": 6, "blade-curvature": 0.2,
+//                                                       //   "aperture-rotation": 15}
+//     "settings": {"flare-intensity": 0.5, ...}
+//   }
+// An EXR's Vellux:Settings holds the same text.
+struct LookLens {
+    std::string name;                          // a lens's name or prescription file, as --lens takes it
+    std::optional<double> fNumber, bladeCurvature, apertureRotation;
+    std::optional<int> blades;
+};
+struct LookSource {
+    std::string table;                         // a table's name; empty: none named
+    std::optional<LookLens> lens;
+};
 struct SettingsReadResult {
     std::optional<SettingsRecord> settings;   // only when there are no errors
+    LookSource source;
     std::vector<SceneError> errors;
 };
 SettingsReadResult ReadSettingsText(std::string_view text);
 SettingsReadResult ReadSettingsFile(const std::filesystem::path& path);
-std::string WriteSettingsText(const SettingsRecord& settings);
+std::string WriteSettingsText(const SettingsRecord& settings, const LookSource& source = {});
+// The look a settings file holds; throws std::runtime_error naming the file and each problem.
+SettingsReadResult LoadLookFile(const std::filesystem::path& path);
 // A settings file's record; throws std::runtime_error naming the file and each problem.
 SettingsRecord LoadSettingsFile(const std::filesystem::path& path);
 // Written under a temporary name and renamed over `path`; throws std::runtime_error on failure.

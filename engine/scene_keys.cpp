@@ -14,16 +14,14 @@ namespace vellux::engine {
 
 namespace fs = std::filesystem;
 
-ControlDataRec DecodeSettings(const SettingsRecord& record) {
-    if (record.bytes.size() != sizeof(ControlDataRec))
-        throw std::runtime_error("the settings record has " + std::to_string(record.bytes.size()) + " bytes, not " +
-                                 std::to_string(sizeof(ControlDataRec)));
-    const bool reverse = record.byteOrder != NativeByteOrder();
-    ControlDataRec c{};
-    auto* out = reinterpret_cast<uint8_t*>(&c);
+namespace {
+
+// Copies the record field by field, each field's bytes reversed when `reverse`: from either byte
+// order to the other, so it both reads and writes a record of the other order.
+void CopyFields(const uint8_t* from, uint8_t* to, bool reverse) {
     const auto take = [&](size_t offset, size_t size) {
-        std::memcpy(out + offset, record.bytes.data() + offset, size);
-        if (reverse) std::reverse(out + offset, out + offset + size);
+        std::memcpy(to + offset, from + offset, size);
+        if (reverse) std::reverse(to + offset, to + offset + size);
     };
     take(offsetof(ControlDataRec, ownerType), 4);
     take(offsetof(ControlDataRec, ownerVersion), 4);
@@ -33,7 +31,23 @@ ControlDataRec DecodeSettings(const SettingsRecord& record) {
     for (size_t i = 0; i < 4; ++i) take(offsetof(ControlDataRec, flareRingColor) + 2 * i, 2);
     take(offsetof(ControlDataRec, flareFlags), 4);
     take(offsetof(ControlDataRec, flareStarFilter), 4);
+}
+
+}  // namespace
+
+ControlDataRec DecodeSettings(const SettingsRecord& record) {
+    if (record.bytes.size() != sizeof(ControlDataRec))
+        throw std::runtime_error("the settings record has " + std::to_string(record.bytes.size()) + " bytes, not " +
+                                 std::to_string(sizeof(ControlDataRec)));
+    ControlDataRec c{};
+    CopyFields(record.bytes.data(), reinterpret_cast<uint8_t*>(&c), record.byteOrder != NativeByteOrder());
     return c;
+}
+
+SettingsRecord EncodeSettings(const ControlDataRec& control, ByteOrder order) {
+    SettingsRecord record{order, std::vector<uint8_t>(sizeof(ControlDataRec))};
+    CopyFields(reinterpret_cast<const uint8_t*>(&control), record.bytes.data(), order != NativeByteOrder());
+    return record;
 }
 
 std::map<std::string, ChannelKeys> ChannelKeysOf(const host::ChannelStore& store) {

@@ -18,6 +18,8 @@ namespace vellux::engine {
 // The settings record's fields in the record's own byte order (reversed when it is not this
 // machine's); throws std::runtime_error for a record of the wrong size.
 ControlDataRec DecodeSettings(const SettingsRecord& record);
+// The record of `control` laid out in `order`; DecodeSettings reads it back field for field.
+SettingsRecord EncodeSettings(const ControlDataRec& control, ByteOrder order);
 
 // Every key of the plug-in's value channels in `store`, as scene channel keys.
 std::map<std::string, ChannelKeys> ChannelKeysOf(const host::ChannelStore& store);

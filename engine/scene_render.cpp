@@ -227,10 +227,11 @@ void ReportFrame(const RenderReporting& reporting, int32_t frame, int32_t done, 
 
 }  // namespace
 
-SequenceResult RenderSceneSequence(const RenderRequest& request, const RenderReporting& reporting) {
+SequenceResult RenderSceneSequence(const RenderRequest& asked, const RenderReporting& reporting) {
+    const Scene scene = asked.scene.empty() ? FixedLightScene(asked) : LoadScene(asked.scene);
+    const RenderRequest request = WithNamedSource(asked, scene.table);
     FlareSetup setup = RequestSetup(request);
     if (!setup.table.empty()) CheckFlareTable(setup.table);
-    const Scene scene = request.scene.empty() ? FixedLightScene(request) : LoadScene(request.scene);
     SequenceWork work(request, scene);
     work.frames = FrameListWithin(scene, request.frames, "--frames");
     work.output = OutputPattern(request.output, work.frames);

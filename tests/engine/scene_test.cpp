@@ -12,7 +12,9 @@
 #include "host/host_session.h"
 #include "host/plugin_library.h"
 #include "host/resource_services.h"
+#include "engine/option_values.h"
 #include "engine/scene.h"
+#include "engine/setting_names.h"
 
 namespace {
 
@@ -130,6 +132,30 @@ TEST(Scene, SettingsOfTheOtherByteOrderLoadAsStored) {
     ASSERT_TRUE(read.scene);
     EXPECT_EQ(read.scene->settings->bytes, record.bytes);
     EXPECT_EQ(read.scene->settings->byteOrder, record.byteOrder);
+}
+
+// The table's defaults are the plug-in's: they rebuild its own record byte for byte, a look of
+// that record needs no hex, and each setting's help states the default the record holds.
+TEST(Scene, TheSettingsTablesDefaultsAreThePluginsOwnRecord) {
+    const SettingsRecord plugin = PluginSettings();
+    EXPECT_EQ(DefaultSettingsRecord(), plugin.bytes);
+    const std::string look = WriteSettingsText(plugin);
+    EXPECT_EQ(look.find("\"hex\""), std::string::npos) << look;
+    EXPECT_EQ(ReadSettingsText(look).settings->bytes, plugin.bytes);
+
+    ControlDataRec control;
+    std::memcpy(&control, plugin.bytes.data(), sizeof(control));
+    for (const SettingName& setting : SettingNames()) {
+        const std::optional<SettingValue> value = RecordValue(setting, control);
+        ASSERT_TRUE(value) << setting.name;
+        std::string stated;
+        if (const auto* number = std::get_if<double>(&*value)) stated = NumberText(*number);
+        else if (const auto* whole = std::get_if<int32_t>(&*value)) stated = std::to_string(*whole);
+        else if (const auto* on = std::get_if<bool>(&*value)) stated = *on ? "on" : "off";
+        else stated = SettingJson(*value).get<std::string>();
+        EXPECT_NE(setting.meaning.find("(plug-in default " + stated + ")"), std::string::npos)
+            << setting.name << ": " << setting.meaning;
+    }
 }
 
 TEST(Scene, LightInterpolatesBetweenKeysAndHoldsOutside) {

@@ -5,9 +5,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "engine/setting_names.h"
 #include "tools/vellux/render_options.h"
 #include "vellux/plugin_records.h"
 
@@ -115,6 +118,105 @@ TEST(RenderOptions, FrameAndLightChoicesAreExclusive) {
     EXPECT_THROW(Parse({"--size", "8x8", "-o", "o.png", "--light", "1,2", "--light-fraction", "0.1,0.2"}),
                  CLI::ParseError);
     EXPECT_THROW(Parse({"--size", "8x8"}), CLI::ParseError);   // no output
+}
+
+// Each setting reaches the record under its own option name; a switch given alone is on.
+TEST(RenderOptions, EverySettingIsAnOptionOfItsName) {
+    const struct {
+        const char* option;
+        const char* text;
+        SettingValue value;
+    } cases[] = {
+        {"--flare-intensity", "0.8", 0.8},        {"--dissolve", "0.25", 0.25},
+        {"--anamorphic-factor", "2.4", 2.4},      {"--ring-size", "0.3", 0.3},
+        {"--ring-color", "#FF8000", LightColor{255, 128, 0}}, {"--star-rotation", "-22.5", -22.5},
+        {"--star-filter", "6", int32_t(6)},       {"--streak-density", "40", 40.0},
+        {"--streak-intensity", "0.05", 0.05},     {"--streak-sharpness", "4", 4.0},
+        {"--glow", "off", false},                 {"--glow-in-light-color", "no", false},
+        {"--halo", "off", false},                 {"--reflections", "false", false},
+        {"--anamorphic", "on", true},             {"--anamorphic-streak", "", true},
+        {"--random-streaks", "off", false},       {"--streaks-off-frame", "off", false},
+        {"--follow-light-size", "", true},        {"--wireframe-preview", "on", true},
+    };
+    std::set<std::string> covered;
+    for (const auto& c : cases) {
+        std::vector<std::string> arguments{"--size", "8x8", "-o", "o.png", c.option};
+        if (*c.text) arguments.push_back(c.text);
+        const RenderRequest request = Check(arguments);
+        std::vector<uint8_t> bytes = DefaultSettingsRecord();
+        ApplySettingEdits(request.settings, bytes);
+        ControlDataRec control;
+        std::memcpy(&control, bytes.data(), sizeof(control));
+        const SettingName& setting = *FindSetting(std::string(c.option).substr(2));
+        const std::optional<SettingValue> got = RecordValue(setting, control);
+        ASSERT_TRUE(got) << c.option;
+        EXPECT_EQ(SettingJson(*got), SettingJson(c.value)) << c.option;
+        covered.insert(c.option);
+    }
+    EXPECT_EQ(covered.size(), SettingNames().size());
+}
+
+TEST(RenderOptions, SettingValuesOutOfRangeOrUnreadableAreNamed) {
+    const struct {
+        std::vector<std::string> option;
+        const char* message;
+    } cases[] = {
+        {{"--dissolve", "1.5"}, "--dissolve: 1.5 is out of range (from 0 to 1)"},
+        {{"--ring-size", "0"}, "--ring-size: 0 is out of range (more than 0)"},
+        {{"--streak-intensity", "-1"}, "--streak-intensity: -1 is out of range (at least 0)"},
+        {{"--star-rotation", "inf"}, "--star-rotation: inf is out of range (a finite number)"},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> arguments{"--size", "8x8", "-o", "o.png"};
+        arguments.insert(arguments.end(), c.option.begin(), c.option.end());
+        EXPECT_EQ(ErrorOf(arguments), c.message);
+    }
+    const struct {
+        std::vector<std::string> option;
+        const char* message;
+    } unreadable[] = {
+        {{"--halo", "maybe"}, "--halo: 'maybe' is not on or off"},
+        {{"--streak-sharpness", "sharp"}, "--streak-sharpness: 'sharp' is not a number"},
+        {{"--star-filter", "1.5"}, "--star-filter: '1.5' is not a whole number"},
+        {{"--ring-color", "300,0,0"}, "--ring-color: '300,0,0' must be three whole numbers from 0 to 255"},
+    };
+    for (const auto& c : unreadable) {
+        std::vector<std::string> arguments{"--size", "8x8", "-o", "o.png"};
+        arguments.insert(arguments.end(), c.option.begin(), c.option.end());
+        try {
+            Parse(arguments);
+            ADD_FAILURE() << c.message;
+        } catch (const CLI::ParseError& error) {
+            EXPECT_NE(std::string(error.what()).find(c.message), std::string::npos) << error.what();
+        }
+    }
+}
+
+// A switch alone is on wherever it stands, and a negative number after an option is its value,
+// not another option.
+TEST(RenderOptions, SwitchesAloneAndNegativeValuesParse) {
+    const struct {
+        std::vector<std::string> arguments;
+        std::optional<bool> halo, anamorphic;
+        std::optional<double> starRotation;
+        std::optional<int32_t> starFilter;
+    } cases[] = {
+        {{"--halo", "-o", "o.png", "--size", "8x8"}, true, {}, {}, {}},
+        {{"--halo", "off", "-o", "o.png", "--size", "8x8"}, false, {}, {}, {}},
+        {{"--size", "8x8", "-o", "o.png", "--halo=off", "--anamorphic"}, false, true, {}, {}},
+        {{"--size", "8x8", "-o", "o.png", "--anamorphic", "--star-rotation", "-30"}, {}, true, -30.0, {}},
+        {{"--size", "8x8", "-o", "o.png", "--star-filter", "-3", "--halo"}, true, {}, {}, -3},
+        {{"--size", "8x8", "-o", "o.png", "--star-rotation=-22.5", "--star-filter=-1"}, {}, {}, -22.5, -1},
+    };
+    for (const auto& c : cases) {
+        const RenderRequest request = Check(c.arguments);
+        const std::string line = ::testing::PrintToString(c.arguments);
+        EXPECT_EQ(request.settings.halo, c.halo) << line;
+        EXPECT_EQ(request.settings.anamorphic, c.anamorphic) << line;
+        EXPECT_EQ(request.settings.starRotation, c.starRotation) << line;
+        EXPECT_EQ(request.settings.starFilter, c.starFilter) << line;
+    }
+    EXPECT_EQ(ErrorOf({"--size", "8x8", "-o", "o.png", "--dissolve", "-0.5"}), "--dissolve: -0.5 is out of range (from 0 to 1)");
 }
 
 TEST(PluginSettings, EditsChangeOnlyTheirFieldsAndNeedAWholeRecord) {

@@ -271,6 +271,34 @@ TEST_F(SceneTool, SavedSettingsRenderAsTheirOptionsWould) {
     EXPECT_NE(missing.err.find(Path("none.json").string() + ": cannot read"), std::string::npos) << missing.err;
 }
 
+// A look file of an earlier version (the record as hex) renders as its settings typed as options,
+// and so does the readable look the tool writes from it (an EXR's Vellux:Settings); a scene
+// naming its table renders as --table would.
+TEST_F(SceneTool, HexLooksAndNamedTablesRenderTheSame) {
+    const std::string hexLook = std::string(VELLUX_SOURCE_DIR) + "/tests/tools/looks/hex-look.json";
+    const std::string frame = "render -q --size 96x64 --light 30,20 --table " + Q(kCompiledTable);
+    ASSERT_EQ(Vellux(frame + " --settings " + Q(hexLook) + " -o " + Q("hex.exr")).exitCode, 0);
+    ASSERT_EQ(Vellux(frame + " --flare-intensity 0.8 --dissolve 0.25 --ring-size 0.3 --star-rotation 15 "
+                             "--streak-density 40 --streak-intensity 0.05 --streak-sharpness 4 --ring-color 255,128,0 "
+                             "--halo off --anamorphic-streak --star-filter 6 -o " + Q("typed.exr")).exitCode, 0);
+    EXPECT_EQ(Pixels(Path("hex.exr")), Pixels(Path("typed.exr")));
+
+    OIIO::ImageBuf written(Path("hex.exr").string());
+    const std::string look = written.spec().get_string_attribute("Vellux:Settings");
+    EXPECT_EQ(look.find("\"hex\""), std::string::npos) << look;
+    EXPECT_NE(look.find("\"star-rotation\": 15"), std::string::npos) << look;
+    std::ofstream(Path("readable.json")) << look;
+    ASSERT_EQ(Vellux(frame + " --settings " + Q("readable.json") + " -o " + Q("readable.exr")).exitCode, 0);
+    EXPECT_EQ(Pixels(Path("readable.exr")), Pixels(Path("hex.exr")));
+
+    Scene scene = RisingScene(2);
+    scene.table = kCompiledTable;
+    WriteSceneFile(Path("named.json"), scene);
+    ASSERT_EQ(Vellux("render -q --scene " + Q("named.json") + " -o " + Q("named.#.tif")).exitCode, 0);
+    ASSERT_EQ(Vellux("render -q --scene " + Q("named.json") + " --table " + Q(kCompiledTable) + " -o " + Q("given.#.tif")).exitCode, 0);
+    EXPECT_EQ(Pixels(Path("named.2.tif")), Pixels(Path("given.2.tif")));
+}
+
 // Ctrl-C in a sequence: the frames written stay, nothing partial is left, and the exit code is 130.
 TEST_F(SceneTool, InterruptedSequencesExit130KeepingFinishedFrames) {
     Scene scene = RisingScene(40);

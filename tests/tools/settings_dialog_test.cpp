@@ -12,6 +12,9 @@
 #include "host/scripted_dialog_runner.h"
 #include "plugin/plugin_data.h"
 #include "engine/flare.h"
+#include "engine/scene.h"
+#include "engine/scene_keys.h"
+#include "engine/setting_names.h"
 #include "tools/vellux/render_command.h"
 #include "tools/vellux/settings_command.h"
 #include "tool_fixture.h"
@@ -312,6 +315,48 @@ TEST_F(SettingsDialogTest, SetSavesAndShowReadsBackAndCancelledRunsLeaveTheFileA
     EXPECT_EQ(run.exitCode, 0) << run.err;
     EXPECT_TRUE(fs::exists(Path("p.png")));
     EXPECT_EQ(Slurp(look), saved);
+}
+
+// Every setting by the name its render option has: each reaches the saved look as that option
+// would set it (the painted-preview box the other way round); a bad value is named and saves nothing.
+TEST_F(SettingsDialogTest, SetTakesTheSettingsByTheirNames) {
+    const std::pair<const char*, const char*> values[] = {
+        {"flare-intensity", "0.8"},  {"dissolve", "0.25"},           {"anamorphic-factor", "2.4"},
+        {"ring-size", "0.3"},        {"ring-color", "255,128,0"},    {"star-rotation", "-30"},
+        {"star-filter", "4"},        {"streak-density", "40"},       {"streak-intensity", "0.05"},
+        {"streak-sharpness", "4"},   {"glow", "off"},                {"glow-in-light-color", "off"},
+        {"halo", "off"},             {"reflections", "off"},         {"anamorphic", "on"},
+        {"anamorphic-streak", "on"}, {"random-streaks", "off"},      {"streaks-off-frame", "off"},
+        {"follow-light-size", "on"}, {"wireframe-preview", "on"},
+    };
+    ASSERT_EQ(std::size(values), engine::SettingNames().size());
+    const fs::path look = Path("named.json");
+    std::string command = "settings set --settings '" + look.string() + "'";
+    for (const auto& [name, text] : values) command += std::string(" '") + name + "=" + text + "'";
+    ToolRun run = RunTool(command);
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const engine::SettingsReadResult read = engine::ReadSettingsText(Slurp(look));
+    ASSERT_TRUE(read.settings) << read.errors.front().Text();
+    const ControlDataRec saved = engine::DecodeSettings(*read.settings);
+    for (const auto& [name, text] : values) {
+        const engine::SettingName& setting = *engine::FindSetting(name);
+        const std::optional<engine::SettingValue> got = engine::RecordValue(setting, saved);
+        ASSERT_TRUE(got) << name;
+        EXPECT_EQ(engine::SettingJson(*got), engine::SettingJson(engine::ParseSettingText(setting, text))) << name;
+    }
+
+    const std::string savedText = Slurp(look);
+    const std::pair<const char*, const char*> refused[] = {
+        {"halo=maybe", "halo: 'maybe' is not on or off"},
+        {"dissolve=1.5", "dissolve: 1.5 is out of range (from 0 to 1)"},
+        {"streak-density=many", "streak-density: 'many' is not a number"},
+    };
+    for (const auto& [assignment, message] : refused) {
+        run = RunTool("settings set --settings '" + look.string() + "' Intensity=2 " + assignment);
+        EXPECT_EQ(run.exitCode, 1) << assignment;
+        EXPECT_NE(run.err.find(message), std::string::npos) << run.err;
+        EXPECT_EQ(Slurp(look), savedText) << assignment;
+    }
 }
 
 }  // namespace

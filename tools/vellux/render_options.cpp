@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "engine/setting_names.h"
 #include "tools/vellux/image_actions.h"
 
 namespace vellux::tool {
@@ -54,17 +55,25 @@ void AddLightOptions(CLI::App& render, RenderOptions& options, CLI::Option* scen
         render.get_option(light)->excludes(scene);
 }
 
+// Every setting of setting_names.h under its name; a switch given alone (--halo) is on.
 void AddSettingOptions(CLI::App& render, SettingEdits& edits) {
-    const auto set = [](auto& field) { return [&field](const auto& value) { field = value; }; };
-    render.add_option_function<double>("--flare-intensity", set(edits.flareIntensity), "Overall flare intensity (plug-in default 0.5)");
-    render.add_option_function<double>("--dissolve", set(edits.dissolve), "Fade the flare out, 0 to 1 (plug-in default 0)");
-    render.add_option_function<double>("--ring-size", set(edits.ringSize), "Halo size in flare units (plug-in default 0.22)");
-    render.add_option_function<double>("--streak-density", set(edits.streakDensity), "Density of the streaks (plug-in default 50)");
-    render.add_option_function<int32_t>("--star-filter", set(edits.starFilter), "Star filter, 0 = none (plug-in default 0)");
-    render.add_flag_callback("--anamorphic-streak", [&edits] { edits.anamorphicStreak = true; },
-                             "Add the horizontal anamorphic streak");
-    render.add_flag_callback("--follow-light-size", [&edits] { edits.followLightSize = true; },
-                             "Size the glow by the light's --radius");
+    for (const SettingName& setting : SettingNames()) {
+        const auto take = [&edits, &setting](const std::string& text) {
+            try {
+                SetEdit(setting, ParseSettingText(setting, text.empty() ? "on" : text), edits);
+            } catch (const std::invalid_argument& error) {
+                throw CLI::ValidationError(error.what());
+            }
+        };
+        CLI::Option* option = render.add_option_function<std::string>("--" + std::string(setting.name), take,
+                                                                      std::string(setting.meaning));
+        switch (setting.kind) {
+        case SettingKind::number: option->type_name("X"); break;
+        case SettingKind::whole: option->type_name("N"); break;
+        case SettingKind::color: option->type_name("R,G,B"); break;
+        case SettingKind::onOff: option->type_name("on|off")->expected(0, 1); break;
+        }
+    }
 }
 
 void AddRunOptions(CLI::App& render, RenderOptions& options) {
@@ -116,21 +125,6 @@ void RequireFinite(const char* option, double value, double min) {
     if (!std::isfinite(value) || value < min)
         throw std::invalid_argument(std::string(option) + ": " + NumberText(value) + " is out of range (at least " +
                                     NumberText(min) + ")");
-}
-
-LightColor ParseColor(const std::string& text) {
-    if (!text.empty() && text[0] == '#') {   // #RRGGBB, as colour pickers give it
-        const bool hex = text.size() == 7 && std::all_of(text.begin() + 1, text.end(), [](unsigned char c) { return std::isxdigit(c); });
-        if (!hex) throw std::invalid_argument("--color: '" + text + "' must be #RRGGBB, six hexadecimal digits");
-        const auto byte = [&](size_t at) { return uint8_t(std::stoi(text.substr(at, 2), nullptr, 16)); };
-        return {byte(1), byte(3), byte(5)};
-    }
-    const std::vector<double> rgb = ParseNumbers("--color", text, 3);
-    for (double component : rgb) {
-        if (component < 0.0 || component > 255.0 || component != std::floor(component))
-            throw std::invalid_argument("--color: '" + text + "' must be three whole numbers from 0 to 255");
-    }
-    return {uint8_t(rgb[0]), uint8_t(rgb[1]), uint8_t(rgb[2])};
 }
 
 void TakeLight(const RenderOptions& options, RenderRequest& request) {
@@ -193,7 +187,7 @@ RenderRequest CheckRenderOptions(const RenderOptions& options) {
     request.output = options.output;
     request.compression = ParseCompression("--compression", options.compression);
     TakeLight(options, request);
-    request.color = ParseColor(options.color);
+    request.color = ParseColor("--color", options.color);
     RequireFinite("--intensity", options.intensity, 0.0);
     request.intensity = options.intensity;
     RequireFinite("--radius", options.radius, 0.0);

@@ -1,6 +1,8 @@
 // The "settings" command group. See settings_command.h.
 #include "tools/vellux/settings_command.h"
 
+#include <algorithm>
+#include <charconv>
 #include <iostream>
 #include <memory>
 #include <sstream>
@@ -9,6 +11,7 @@
 #include "host/scripted_dialog_runner.h"
 #include "engine/dialog_session.h"
 #include "engine/option_values.h"
+#include "engine/setting_names.h"
 #include "tools/vellux/image_actions.h"
 
 namespace vellux::tool {
@@ -24,9 +27,53 @@ struct SettingsOptions {
     std::string light;   // "X,Y", fractions of the preview
 };
 
+// The settings dialog's control for each setting of setting_names.h, by the plug-in's item
+// number; the painted-preview box is on when the wireframe preview is off.
+struct SettingControl {
+    std::string_view setting;
+    int item;
+    bool inverted = false;
+};
+constexpr SettingControl kSettingControls[] = {
+    {"flare-intensity", 17},  {"dissolve", 16},          {"anamorphic-factor", 25},   {"ring-size", 14},
+    {"ring-color", 21},       {"star-rotation", 15},     {"star-filter", 22},         {"streak-density", 18},
+    {"streak-intensity", 19}, {"streak-sharpness", 20},  {"glow", 7},                 {"glow-in-light-color", 8},
+    {"halo", 9},              {"reflections", 10},       {"anamorphic", 6},           {"anamorphic-streak", 11},
+    {"random-streaks", 13},   {"streaks-off-frame", 12}, {"follow-light-size", 5},    {"wireframe-preview", 26, true},
+};
+
+// NAME=VALUE under a setting's name ("flare-intensity=0.8", "halo=off"): the value is read and
+// range-checked as the render option reads it, then typed into the setting's control.
+std::optional<host::ScriptStep> SettingStep(const std::string& name, const std::string& text) {
+    const SettingName* setting = FindSetting(name);
+    if (setting == nullptr) return std::nullopt;
+    const auto control = std::find_if(std::begin(kSettingControls), std::end(kSettingControls),
+                                      [&](const SettingControl& c) { return c.setting == name; });
+    if (control == std::end(kSettingControls)) return std::nullopt;
+    const SettingValue value = ParseSettingText(*setting, text, name);
+    std::string typed;
+    if (const auto* number = std::get_if<double>(&value)) {
+        if (const auto problem = RangeProblem(*setting, *number)) throw std::invalid_argument(name + ": " + *problem);
+        char digits[32];
+        typed.assign(digits, std::to_chars(digits, digits + sizeof(digits), *number).ptr);
+    } else if (const auto* whole = std::get_if<int32_t>(&value)) {
+        typed = std::to_string(*whole);
+    } else if (const auto* on = std::get_if<bool>(&value)) {
+        typed = *on != control->inverted ? "on" : "off";
+    } else {
+        typed = SettingJson(value).get<std::string>();
+    }
+    return host::ScriptStep::Edit(std::to_string(control->item), typed);
+}
+
+// Each NAME=VALUE: a setting's name, else a control's label or ID.
 std::vector<host::ScriptStep> EditSteps(const std::vector<std::string>& assignments) {
     std::vector<host::ScriptStep> steps;
-    for (const std::string& assignment : assignments) steps.push_back(host::ParseAssignment(assignment));
+    for (const std::string& assignment : assignments) {
+        host::ScriptStep step = host::ParseAssignment(assignment);
+        if (auto named = SettingStep(step.control, step.value)) step = std::move(*named);
+        steps.push_back(std::move(step));
+    }
     return steps;
 }
 
@@ -126,7 +173,8 @@ void AddSettingsCommands(CLI::App& app, Action& action) {
     AddCommand(*group, "show", "Print every control of the settings dialog with its value", action, Show, none);
     AddCommand(*group, "set", "Set controls (NAME=VALUE ...), press OK and save", action, Set,
                [](CLI::App& command, SettingsOptions& options) {
-                   command.add_option("assignments", options.assignments, "NAME=VALUE: a control's label or ID")
+                   command.add_option("assignments", options.assignments, "NAME=VALUE: a setting's name (flare-intensity, halo, as the render options "
+                                       "name them), or a control's label or ID")
                        ->required();
                });
     AddCommand(*group, "preview", "Write the dialog's preview image after the edits", action, Preview,
