@@ -1,6 +1,5 @@
 // Keying a scene: the plug-in run as a host runs it (INIT with the scene's settings, ICHN, the
-// scene's keys, UCHN over the frames), and the keys read back from the host's channel store; and
-// reading a settings record field by field.
+// scene's keys, UCHN over the frames), and the keys read back from the host's channel store.
 #ifndef VELLUX_ENGINE_SCENE_KEYS_H
 #define VELLUX_ENGINE_SCENE_KEYS_H
 
@@ -10,16 +9,11 @@
 
 #include "engine/frame_sequence.h"
 #include "engine/scene.h"
+#include "engine/settings_record.h"
 #include "host/channel_store.h"
 #include "vellux/plugin_records.h"
 
 namespace vellux::engine {
-
-// The settings record's fields in the record's own byte order (reversed when it is not this
-// machine's); throws std::runtime_error for a record of the wrong size.
-ControlDataRec DecodeSettings(const SettingsRecord& record);
-// The record of `control` laid out in `order`; DecodeSettings reads it back field for field.
-SettingsRecord EncodeSettings(const ControlDataRec& control, ByteOrder order);
 
 // Every key of the plug-in's value channels in `store`, as scene channel keys.
 std::map<std::string, ChannelKeys> ChannelKeysOf(const host::ChannelStore& store);
