@@ -116,6 +116,7 @@ GhostImage FoldGhost(const lens::GhostFootprint* footprints, const std::array<fl
         Resample<1>(f.density.data(), f.size, f.size, m, false, 0, image.size - 1, 0, image.size - 1, scales[k].data(),
                  image.rgb.data(), image.size, columns);
     }
+    image.densest = *std::max_element(image.rgb.begin(), image.rgb.end());
     return image;
 }
 
@@ -133,7 +134,7 @@ void GhostCanvas::Begin(FrameSize frame, double frameMm) {
 
 void GhostCanvas::Add(const GhostImage& ghost, const float scale[3], float* rgb) {
     if (ghost.rgb.empty()) return;
-    const double densest = *std::max_element(ghost.rgb.begin(), ghost.rgb.end()) * *std::max_element(scale, scale + 3);
+    const double densest = ghost.densest * *std::max_element(scale, scale + 3);
     if (densest * std::max(frameMm_ * frameMm_, ghost.pixel * ghost.pixel) < kFaintest) return;
     if (ghost.pixel < frameMm_) return Spread(ghost, scale, frame_, frameMm_, rgb);
     // Gathered at the coarsest level whose pixels are no larger than half the ghost's: a ghost's

@@ -23,6 +23,7 @@ struct GhostImage {
     double left = 0.0, bottom = 0.0, pixel = 0.0;
     int size = 0;
     std::vector<float> rgb;
+    float densest = 0.0f;   // its largest value, found once (a faint ghost is left out every frame)
 };
 
 // One ghost's footprints at `count` wavelengths, each weighted by its `scales` (per channel: the

@@ -118,6 +118,18 @@ std::vector<fs::path> LensFolders() {
 
 double WidestFNumber(const lens::Prescription& prescription) { return lens::Paraxial(prescription, kDLine).fNumber; }
 
+std::vector<LensEntry> ListLenses() {
+    std::vector<LensEntry> lenses;
+    for (const fs::path& folder : LensFolders()) {
+        for (const fs::path& file : FilesIn(folder, ".json")) {
+            const std::string name = file.stem().string();
+            const auto same = [&name](const LensEntry& lens) { return lens.name == name; };
+            if (std::none_of(lenses.begin(), lenses.end(), same)) lenses.push_back({name, file});
+        }
+    }
+    return lenses;
+}
+
 fs::path FindLens(const std::string& nameOrPath) {
     if (nameOrPath.find('/') != std::string::npos || fs::path(nameOrPath).extension() == ".json") {
         std::error_code error;
@@ -125,11 +137,9 @@ fs::path FindLens(const std::string& nameOrPath) {
         return nameOrPath;
     }
     std::vector<std::string> names;
-    for (const fs::path& folder : LensFolders()) {
-        for (const fs::path& file : FilesIn(folder, ".json")) {
-            if (file.stem() == nameOrPath) return file;
-            if (std::find(names.begin(), names.end(), file.stem().string()) == names.end()) names.push_back(file.stem().string());
-        }
+    for (const LensEntry& lens : ListLenses()) {
+        if (lens.name == nameOrPath) return lens.file;
+        names.push_back(lens.name);
     }
     std::string message = "--lens: no lens named '" + nameOrPath + "'";
     if (const std::string closest = ClosestMatch(nameOrPath, names); !closest.empty())

@@ -51,6 +51,13 @@ struct LensLookOptions {
 // of an installed tree, lenses/ in the build folder).
 std::vector<std::filesystem::path> LensFolders();
 
+// Every lens found, in search order, a name shadowed by an earlier folder left out.
+struct LensEntry {
+    std::string name;   // the file name without .json: what --lens takes
+    std::filesystem::path file;
+};
+std::vector<LensEntry> ListLenses();
+
 // The prescription a name or path names; throws std::runtime_error listing the lenses there are.
 std::filesystem::path FindLens(const std::string& nameOrPath);
 

@@ -22,11 +22,7 @@ namespace fs = std::filesystem;
 std::vector<SheetLook> SheetLooks() {
     std::vector<SheetLook> looks;
     for (const TableEntry& table : ListTables()) looks.push_back({table.name, table.name, ""});
-    std::vector<std::string> lenses;
-    for (const fs::path& folder : LensFolders())
-        for (const fs::path& file : FilesIn(folder, ".json"))
-            if (std::find(lenses.begin(), lenses.end(), file.stem().string()) == lenses.end()) lenses.push_back(file.stem().string());
-    for (const std::string& lens : lenses) looks.push_back({"lens " + lens, "", lens});
+    for (const LensEntry& lens : ListLenses()) looks.push_back({"lens " + lens.name, "", lens.name});
     return looks;
 }
 
@@ -50,9 +46,10 @@ OIIO::ImageBuf LookSheet(const LookSheetRequest& request) {
     light.x = defaults.lightX * cell.width, light.y = defaults.lightY * cell.height;
     std::optional<std::string> font;
     bool labelled = true;
+    const fs::path plugin = FindPlugin(request.plugin);
     for (size_t k = 0; k < looks.size(); ++k) {
         FlareSetup setup;
-        setup.plugin = FindPlugin(request.plugin);
+        setup.plugin = plugin;
         setup.table = looks[k].table;
         if (!looks[k].lens.empty()) setup.lens = LensLookOptions{looks[k].lens};
         Flare flare(setup);

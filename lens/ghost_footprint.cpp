@@ -179,6 +179,19 @@ void TraceWidening(const Beam& beam, const SkewPath& path, Box box, Landings& ou
     }
 }
 
+// The box round the centres of a grid's cells whose rays got through (empty when none did).
+Box KeptCells(const Landings& l) {
+    Box kept{l.box.x1, l.box.x0, l.box.y1, l.box.y0};
+    for (int b = 0; b < l.n; ++b) {
+        for (int a = 0; a < l.n; ++a) {
+            if (!l.Kept(a, b)) continue;
+            const double x = l.CellX(a), y = l.CellY(b);
+            kept = {std::min(kept.x0, x), std::max(kept.x1, x), std::min(kept.y0, y), std::max(kept.y1, y)};
+        }
+    }
+    return kept;
+}
+
 // Where the ray through the point (x, y) of the entrance first crosses the stop's plane, traced
 // through a path that no rim clips; nothing when it is lost before.
 std::optional<std::array<double, 2>> AtStop(const Beam& beam, const SkewPath& unclipped, double x, double y) {
@@ -256,12 +269,7 @@ Box EntranceRegion(const Beam& beam, const Path& events, Grids& grids, const Box
         Landings& wide = grids.fine;
         TraceGrid(beam, path, beam.clear, wide);
         if (double(wide.count) * wide.stepX * wide.stepY > 1.2 * aimedFlux) {
-            Box kept{wide.box.x1, wide.box.x0, wide.box.y1, wide.box.y0};
-            for (int b = 0; b < wide.n; ++b)
-                for (int a = 0; a < wide.n; ++a)
-                    if (wide.Kept(a, b))
-                        kept = {std::min(kept.x0, wide.CellX(a)), std::max(kept.x1, wide.CellX(a)),
-                                std::min(kept.y0, wide.CellY(b)), std::max(kept.y1, wide.CellY(b))};
+            const Box kept = KeptCells(wide);
             guess = Intersect({kept.x0 - wide.stepX, kept.x1 + wide.stepX, kept.y0 - wide.stepY, kept.y1 + wide.stepY}, beam.clear);
             TraceWidening(beam, path, guess, coarse);
         }
@@ -271,14 +279,7 @@ Box EntranceRegion(const Beam& beam, const Path& events, Grids& grids, const Box
         TraceGrid(beam, path, guess, grids.fine);
         return grids.fine.count == 0 ? Box{} : guess;
     }
-    Box found{coarse.box.x1, coarse.box.x0, coarse.box.y1, coarse.box.y0};
-    for (int b = 0; b < coarse.n; ++b) {
-        for (int a = 0; a < coarse.n; ++a) {
-            if (!coarse.Kept(a, b)) continue;
-            const double x = coarse.CellX(a), y = coarse.CellY(b);
-            found = {std::min(found.x0, x), std::max(found.x1, x), std::min(found.y0, y), std::max(found.y1, y)};
-        }
-    }
+    const Box found = KeptCells(coarse);
     // Half a fine cell more, so that the fine grid's outermost rays fall where the coarse ones failed.
     const double fine = 0.5 / std::max(beam.settings.grid, 4);
     const double marginX = coarse.stepX + fine * (found.x1 - found.x0 + 2.0 * coarse.stepX);
