@@ -125,15 +125,15 @@ TEST_F(VelluxLens, ShowsTheLensAndEveryGhostBrightestFirst) {
 
 TEST_F(VelluxLens, CompiledTablesPaintTheirGhostsAndTheSourceCompilesToTheSameBytes) {
     const std::string lens = kLenses + "wide-angle-22mm.json";
-    ASSERT_EQ(RunTool("lens compile " + lens + " --ghosts 12 -o " + Path("wide.rsc").string()).exitCode, 0);
-    ASSERT_EQ(RunTool("lens compile " + lens + " --ghosts 12 --json -o " + Path("wide.json").string()).exitCode, 0);
-    ASSERT_EQ(RunTool("rsc compile " + Path("wide.json").string() + " -o " + Path("again.rsc").string()).exitCode, 0);
+    ASSERT_TRUE(Succeeded(RunTool("lens compile " + lens + " --ghosts 12 -o " + Path("wide.rsc").string())));
+    ASSERT_TRUE(Succeeded(RunTool("lens compile " + lens + " --ghosts 12 --json -o " + Path("wide.json").string())));
+    ASSERT_TRUE(Succeeded(RunTool("rsc compile " + Path("wide.json").string() + " -o " + Path("again.rsc").string())));
     EXPECT_EQ(Slurp(Path("wide.rsc")), Slurp(Path("again.rsc")));
     EXPECT_NE(Slurp(Path("wide.json")).find("\"name\": \"Ghost "), std::string::npos);
 
     // The ghosts lie on the far side of the centre too: the frame's lower-left quarter, far from a
     // light at the upper right, is lit by them, and not by the same lens's glow and halo alone.
-    ASSERT_EQ(RunTool("lens compile " + lens + " --ghosts 0 -o " + Path("bare.rsc").string()).exitCode, 0);
+    ASSERT_TRUE(Succeeded(RunTool("lens compile " + lens + " --ghosts 0 -o " + Path("bare.rsc").string())));
     for (const char* table : {"wide.rsc", "bare.rsc"}) {
         const ToolRun run = RunTool("render --size 320x180 --light 260,40 -q --table " + Path(table).string() + " -o " +
                                     Path(std::string(table) + ".png").string());

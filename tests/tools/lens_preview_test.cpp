@@ -102,7 +102,7 @@ TEST_F(VelluxLensPreview, APlateShowsRoundTheFlare) {
     // than the flare on black is, lighter than the plate only where the flare adds light, and
     // far from the flare on black.
     const std::string plate = Path("plate.png").string();
-    ASSERT_EQ(RunTool("sample-frame --size 192x108 -o " + plate).exitCode, 0);
+    ASSERT_TRUE(Succeeded(RunTool("sample-frame --size 192x108 -o " + plate)));
     const OIIO::ImageBuf sheet = Preview("double-gauss-50mm --f-numbers 8 --size 96x54 -i " + plate);
     ASSERT_EQ(sheet.spec().width, kColumns * 96);
     ASSERT_EQ(sheet.spec().height, 54);
@@ -173,7 +173,7 @@ TEST_F(VelluxLensPreview, TheLookSheetHasACellForEveryTableAndLens) {
         for (size_t b = a + 1; b < cells.size(); ++b) EXPECT_GT(MeanDifference(cells[a], cells[b]), 1e-4) << a << " and " << b;
     // Four across: the rows it takes; on the sample frame, each cell nearer it than on black.
     const std::string plate = Path("plate.png").string();
-    ASSERT_EQ(RunTool("sample-frame --size 96x54 -o " + plate).exitCode, 0);
+    ASSERT_TRUE(Succeeded(RunTool("sample-frame --size 96x54 -o " + plate)));
     const OIIO::ImageBuf onPlate = LookSheet("--size 96x54 -i " + plate);
     ASSERT_EQ(onPlate.spec().width, 4 * 96);
     ASSERT_EQ(onPlate.spec().height, int((looks + 3) / 4) * 54);

@@ -46,6 +46,14 @@ protected:
         return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Slurp(Path("out")), Slurp(Path("err"))};
     }
 
+    // For ASSERT_TRUE(Succeeded(RunTool(...))): a failure shows what the tool wrote to stderr.
+    testing::AssertionResult Succeeded(const ToolRun& run) const {
+        if (run.exitCode == 0) return testing::AssertionSuccess();
+        std::error_code error;
+        return testing::AssertionFailure() << "exit code " << run.exitCode << ", stderr: " << run.err
+                                           << (std::filesystem::is_directory(dir_, error) ? "" : " (the test's folder is gone)");
+    }
+
     std::filesystem::path dir_;
 };
 
