@@ -86,6 +86,11 @@ class VelluxFlareSettings(bpy.types.PropertyGroup):
         return {"lens": self.lens, "f_number": float(f_number)}
 
 
+def _views_follow(self, context):
+    from . import viewport_draw
+    viewport_draw.redraw_views()
+
+
 def _blend_follows(self, context):
     from . import compositor
     compositor.follow_blend(self.id_data)
@@ -103,6 +108,8 @@ class VelluxSceneSettings(bpy.types.PropertyGroup):
     write_flare_pass: BoolProperty(name="Write flare pass", description="Also write the flares alone, as EXR "
                                    "frames, for compositing elsewhere", default=False)
     flare_pass_path: StringProperty(name="Flare pass", subtype="DIR_PATH", default="//flare_pass/")
+    viewport_flare: BoolProperty(name="Show in viewport", description="Draw the flares over the 3D viewport when "
+                                 "it looks through the scene camera", default=True, update=_views_follow)
 
 
 CLASSES = (VelluxFlareSettings, VelluxSceneSettings)
