@@ -2,10 +2,11 @@
 
 A draw handler of every 3D viewport (after its picture, in region pixels) draws the region's
 preview (viewport.Preview) as a texture stretched over the camera frame, added to what the
-viewport shows. The preview is display-referred (view_transform), so the flare is added to the
-viewport's display levels, as the scene's "Display" blend adds it to a render; under the "Add
-(linear light)" blend a flare over a bright part of the picture shows a little brighter than it
-renders, and under "Screen" a little brighter still.
+viewport shows. The preview is display-referred (view_transform); the viewport adds what is drawn
+over its picture in linear light (framebuffer_values), so under "Standard" the flare is added as
+the render's "Add (linear light)" blend adds it, and under "Filmic" to the picture's display
+levels decoded, which is close. Under the "Display" and "Screen" blends a flare over a bright part
+of the picture shows a little dimmer than it renders.
 
 Shown only when the view looks through the scene camera, with "Show in viewport" (scene.vellux)
 on. Problems go to the console and the view is drawn without the flare: drawing never fails
@@ -13,6 +14,7 @@ because of a flare."""
 
 import bpy
 import gpu
+import numpy as np
 from bpy.app.handlers import persistent
 from gpu_extras.batch import batch_for_shader
 
@@ -33,13 +35,27 @@ def _image_shader():
     raise RuntimeError("Blender has no image shader")
 
 
+def framebuffer_values(shown):
+    """The values to draw for display levels `shown`: the viewport keeps what is drawn over its
+    picture sRGB-encoded and blends in linear light, so a drawn value is taken as linear and
+    encoded. Drawn decoded, a flare is added to the picture's decoded levels; under "Standard"
+    that is the scene-linear sum the render's "Add (linear light)" makes."""
+    values = shown.copy()
+    colour = values[:, :, :3]
+    low = colour <= 0.04045
+    decoded = np.power((colour + 0.055) / 1.055, 2.4)
+    colour /= 12.92
+    np.copyto(colour, decoded, where=~low)
+    return values
+
+
 def _texture(key, shown):
     """The region's texture of `shown`, made again only when `shown` is a new array."""
     made = _textures.get(key)
     if made is not None and made[0] is shown:
         return made[1]
     height, width = shown.shape[:2]
-    buffer = gpu.types.Buffer("FLOAT", width * height * 4, shown.ravel())
+    buffer = gpu.types.Buffer("FLOAT", width * height * 4, framebuffer_values(shown).ravel())
     texture = gpu.types.GPUTexture((width, height), format="RGBA16F", data=buffer)
     _textures[key] = (shown, texture)
     return texture

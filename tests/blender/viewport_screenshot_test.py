@@ -65,6 +65,30 @@ def flare_core(added):
     return xs.mean(), ys.mean()
 
 
+def decoded(levels):
+    return np.where(levels <= 0.04045, levels / 12.92, ((levels + 0.055) / 1.055) ** 2.4)
+
+
+def encoded(linear):
+    linear = np.clip(linear, 0.0, 1.0)
+    return np.where(linear <= 0.0031308, linear * 12.92, 1.055 * linear ** (1 / 2.4) - 0.055)
+
+
+def expected_on(off):
+    """The window with the flare as the add-on's preview says it should look: the preview's display
+    levels, stretched over the camera frame (nearest pixel), added to the picture in linear light."""
+    from vellux_flare import viewport_draw
+    window, area, region = view_3d()
+    shown = viewport_draw._previews[region.as_pointer()].shown[:, :, :3]
+    x0, y0, x1, y1 = frame_in_window()
+    ys, xs = np.mgrid[int(np.ceil(y0)):int(y1), int(np.ceil(x0)):int(x1)]
+    rows = ((ys + 0.5 - y0) / (y1 - y0) * shown.shape[0]).astype(int).clip(0, shown.shape[0] - 1)
+    columns = ((xs + 0.5 - x0) / (x1 - x0) * shown.shape[1]).astype(int).clip(0, shown.shape[1] - 1)
+    expected = off.copy()
+    expected[ys, xs] = encoded(decoded(off[ys, xs]) + decoded(shown[rows, columns]))
+    return expected
+
+
 def box(image, x, y, half=6):
     x, y = int(round(x)), int(round(y))
     return image[y - half:y + half + 1, x - half:x + half + 1].mean()
@@ -109,6 +133,12 @@ def steps():
                  "brighter at the light with the flare on: %.3f against %.3f" % (box(on, x, y), box(off, x, y)))
     core = flare_core(on - off)
     checks.check(abs(core[0] - x) < 3 and abs(core[1] - y) < 3, "the flare's core at the light: (%.1f, %.1f)" % core)
+    expected = expected_on(off)
+    reached = np.abs(expected - off).max(axis=2) > 0.02
+    error = np.abs(on - expected)[reached]
+    checks.check(reached.sum() > 5000 and np.median(error) < 0.01 and error.mean() < 0.02,
+                 "the flare drawn as its preview, added in linear light: %d pixels, off by %.4f (median), "
+                 "%.4f (mean)" % (reached.sum(), np.median(error), error.mean()))
     outside = np.ones(on.shape[:2], bool)
     outside[int(y0) - 1:int(np.ceil(y1)) + 2, int(x0) - 1:int(np.ceil(x1)) + 2] = False
     checks.check(np.abs(on - off)[outside].max() < 1.5 / 255, "nothing drawn outside the camera frame")
@@ -121,7 +151,7 @@ def steps():
     core = flare_core(moved - off)
     checks.check(abs(core[0] - x) < 3 and abs(core[1] - y) < 3,
                  "after the light moved, the core at (%.1f, %.1f): (%.1f, %.1f)" % ((x, y) + core))
-    print("%d passed, %d failed" % (4 - len(checks.failures), len(checks.failures)), flush=True)
+    print("%d passed, %d failed" % (5 - len(checks.failures), len(checks.failures)), flush=True)
     os._exit(1 if checks.failures else 0)
 
 
