@@ -17,7 +17,9 @@ from bpy_extras.view3d_utils import location_3d_to_region_2d
 
 from . import frame_flares, projection, view_transform
 
-# The preview's longer side at most, in pixels: a light's flare costs about 3 ms at 640 x 360.
+# The preview's longer side at most, in pixels. At 640 x 360 on the 2-core build machine, busy with
+# other work: a light's flare painted in 9-13 ms, the sum through the view transform and made
+# ready to draw in 20-38 ms more, once for all the lights (4-9 ms in all at 320 x 180).
 PREVIEW_LIMIT = 640
 # The preview's width is a multiple of this, so zooming the view a little paints nothing again.
 PREVIEW_STEP = 32
