@@ -45,7 +45,7 @@ def viewport_view(scene, shading):
     else:
         return STANDARD._replace(display=display)
     if scene_lit:
-        return View(display, settings.view_transform, settings.look, settings.exposure, settings.gamma)
+        return render_view(scene)
     return View(display, settings.view_transform, settings.look, 0.0, 1.0)
 
 
