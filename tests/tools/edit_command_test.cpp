@@ -11,7 +11,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <fstream>
 #include <regex>
 #include <string>
 #include <vector>
@@ -186,6 +188,42 @@ TEST_F(EditCommandTest, CancelAndCtrlCLeaveTheFileAsItWas) {
     }
     EXPECT_EQ(Slurp(file), before);
     EXPECT_EQ(SavedIntensity(file), 1.5);
+}
+
+// What stops `edit` and `settings preview` before anything is served or written: a plate that
+// cannot be read, a table that cannot be found, options that do not fit. One line says why.
+TEST_F(EditCommandTest, PlatesAndTablesThatCannotBeHadStopItAndSaveNothing) {
+    const fs::path look = Path("look.json"), strange = Path("strange.json"), plate = Path("plate.png");
+    ASSERT_TRUE(Succeeded(RunTool("sample-frame --size 64x36 -o '" + plate.string() + "'")));
+    { std::ofstream(Path("damaged.png")) << "not a picture"; }
+    { std::ofstream(strange) << R"({"table": "NoSuchTable", "settings": {"flare-intensity": 0.7}})"; }
+    const std::string strangeText = Slurp(strange);
+    const std::string saveTo = " --no-browser --settings '" + look.string() + "'";
+    const struct {
+        std::string arguments;
+        int exitCode;
+        std::string says;
+    } cases[] = {
+        {"edit -i '" + Path("missing.png").string() + "'" + saveTo, 1, "missing.png: no such file"},
+        {"edit --plate '" + Path("damaged.png").string() + "'" + saveTo, 1, "damaged.png"},
+        {"edit -i '" + plate.string() + "' --colorspace Martian" + saveTo, 1, "--colorspace: 'Martian' is not a colour space"},
+        {"edit -i '" + plate.string() + "' --blend multiply" + saveTo, 1, "--blend"},
+        {"edit --blend add" + saveTo, 2, "--blend requires"},
+        {"edit --table NoSuchTable" + saveTo, 1, "NoSuchTable"},
+        {"edit --no-browser --settings '" + strange.string() + "'", 1, "NoSuchTable"},
+        {"settings preview -i '" + Path("missing.png").string() + "' -o '" + Path("p.png").string() + "'", 1,
+         "missing.png: no such file"},
+    };
+    for (const auto& c : cases) {
+        const ToolRun run = RunTool(c.arguments, 60);
+        EXPECT_EQ(run.exitCode, c.exitCode) << c.arguments << "\n" << run.err;
+        EXPECT_NE(run.err.find(c.says), std::string::npos) << c.arguments << "\n" << run.err;
+        if (c.exitCode == 1) EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+        EXPECT_EQ(run.out.find("Settings dialog:"), std::string::npos) << c.arguments;
+        EXPECT_FALSE(fs::exists(look)) << c.arguments;
+        EXPECT_FALSE(fs::exists(Path("p.png"))) << c.arguments;
+    }
+    EXPECT_EQ(Slurp(strange), strangeText);
 }
 
 TEST_F(EditCommandTest, WithADisplayTheAddressGoesToXdgOpen) {

@@ -13,6 +13,7 @@
 #include <iostream>
 #include <memory>
 
+#include "host/image_backdrop.h"
 #include "host/web_dialog_runner.h"
 #include "engine/dialog_session.h"
 #include "tools/vellux/interrupt_guard.h"
@@ -29,6 +30,7 @@ namespace {
 
 struct EditOptions {
     SettingsSource source;
+    PreviewPlateChoice plate;
     int port = 0;
     bool noBrowser = false;
 };
@@ -67,6 +69,9 @@ pid_t StartOpener(const std::string& address) {
 int Edit(const EditOptions& options) {
     const bool openBrowser = !options.noBrowser && HasDisplay();
     pid_t openerProcess = -1;
+    // The plate is read before anything is served: one that cannot be read ends the command.
+    const std::unique_ptr<host::ImageBackdrop> plate = LoadPreviewPlate(options.plate);
+    const host::ScopedImageBackdrop onPlate(plate.get());
 
     host::WebDialogOptions web;
     web.port = options.port;
@@ -108,6 +113,7 @@ void AddEditCommand(CLI::App& app, Action& action) {
     auto options = std::make_shared<EditOptions>();
     CLI::App* edit = app.add_subcommand("edit", "Edit the plug-in's settings in its dialog, in a browser");
     AddSettingsSourceOptions(*edit, options->source);
+    AddPreviewPlateOptions(*edit, options->plate);
     edit->add_option("--port", options->port, "Port on 127.0.0.1 to serve the dialog on (default: any free one)")
         ->check(CLI::Range(1, 65535));
     edit->add_flag("--no-browser", options->noBrowser, "Only print the address; do not open a browser");
