@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <chrono>
 #include <fstream>
+#include <map>
 #include <regex>
 #include <string>
 #include <vector>
@@ -23,6 +24,8 @@
 #include "kit/host_service_types.h"
 #include "tool_fixture.h"
 #include "engine/scene.h"
+#include "engine/scene_session.h"
+#include "engine/settings_record.h"
 #include "tools/vellux/scene_command.h"
 
 namespace {
@@ -125,6 +128,15 @@ struct DialogClient {
         const auto reply = client->Post((root + "api/" + name).c_str(), body.dump(), "application/json");
         return reply ? reply->status : 0;
     }
+    // The reply's body, null when there was none.
+    json Send(const std::string& name, const json& body) const {
+        const auto reply = client->Post((root + "api/" + name).c_str(), body.dump(), "application/json");
+        return reply ? json::parse(reply->body, nullptr, false) : json();
+    }
+    json Get(const std::string& path) const {
+        const auto reply = client->Get((root + path).c_str());
+        return reply ? json::parse(reply->body, nullptr, false) : json();
+    }
     int IdOf(const json& state, int type, const std::string& label) const {
         for (const json& control : state["controls"])
             if (control["type"] == type && control["label"] == label) return control["id"];
@@ -188,6 +200,43 @@ TEST_F(EditCommandTest, CancelAndCtrlCLeaveTheFileAsItWas) {
     }
     EXPECT_EQ(Slurp(file), before);
     EXPECT_EQ(SavedIntensity(file), 1.5);
+}
+
+// Another table picked on the page: the dialog comes back on it with the edits made so far, and OK
+// saves the table into the scene with the settings, its light keys kept.
+TEST_F(EditCommandTest, APickedTableCarriesTheEditsOverAndIsSavedIntoTheScene) {
+    const fs::path scene = Path("shot.json");
+    fs::copy_file(fs::path(VELLUX_SOURCE_DIR) / "docs" / "example-scene.json", scene);
+    EditProcess tool({"--scene", scene.string()});
+    const std::string address = tool.Address();
+    ASSERT_FALSE(address.empty()) << tool.output();
+    const DialogClient page(address);
+
+    const json looks = page.Get("api/looks");
+    EXPECT_EQ(looks["current"], "Vellux");
+    std::map<std::string, std::string> groups;
+    for (const json& look : looks["looks"]) groups[look["name"]] = look["group"];
+    EXPECT_EQ(groups["LongZoom"], "Flare tables");
+    EXPECT_EQ(groups["double-gauss-50mm"], "Built from lenses");
+
+    const json state = page.State();
+    const int intensity = page.IdOf(state, cKV_EditText, "Intensity");
+    ASSERT_EQ(page.Post("edit", {{"id", intensity}, {"value", "0.9"}}), 200);
+    const json picked = page.Send("look", {{"name", "LongZoom"}});
+    EXPECT_EQ(picked["look"], "LongZoom");
+    EXPECT_EQ(picked["dialog"], 2);
+    for (const json& control : picked["controls"])
+        if (control["id"] == intensity) EXPECT_EQ(control["text"], "0.9");
+    EXPECT_EQ(page.Post("close", {{"accept", true}}), 200);
+    EXPECT_EQ(tool.Wait(), 0) << tool.output();
+    EXPECT_NE(tool.output().find("Settings saved to " + scene.string() + " (table LongZoom)"), std::string::npos)
+        << tool.output();
+
+    const vellux::engine::Scene saved = vellux::engine::LoadScene(scene);
+    EXPECT_EQ(saved.table, "LongZoom");
+    ASSERT_TRUE(saved.settings);
+    EXPECT_EQ(vellux::tool::DecodeSettings(*saved.settings).flareIntensity, 0.9);
+    EXPECT_EQ(saved.light.size(), 2u);
 }
 
 // What stops `edit` and `settings preview` before anything is served or written: a plate that
