@@ -159,7 +159,8 @@ void AddSettingsSourceOptions(CLI::App& command, SettingsSource& source) {
 
 void AddPreviewPlateOptions(CLI::App& command, PreviewPlateChoice& choice) {
     CLI::Option* plate = command.add_option("-i,--plate", choice.plate, "Show the preview on this image (PNG, EXR, ...), scaled "
-                                            "to the preview, the flare blended as a render blends it");
+                                            "to the preview, the flare blended as a render blends it")
+                             ->type_name("IMAGE");
     command.add_option("--blend", choice.blend, "With --plate: how the flare goes over it, as for vellux render (display, add, screen)")
         ->type_name("MODE")
         ->capture_default_str()

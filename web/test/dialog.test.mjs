@@ -379,8 +379,8 @@ describe('settings dialog in the browser', { timeout: 240000 }, () => {
       const box = await page.locator(`#control-${preview.id}`).boundingBox();
       await page.mouse.click(box.x + box.width * 0.3, box.y + box.height * 0.35);
       const onSun = await settledCanvas(page, preview.id);
-      await page.getByRole('radio', { name: /^CleanPrime\b/ }).check();
-      await until('the dialog on CleanPrime', async () => (await hostState(page)).look === 'CleanPrime');
+      await page.getByRole('radio', { name: /^LongZoom\b/ }).check();
+      await until('the dialog on LongZoom', async () => (await hostState(page)).look === 'LongZoom');
       await settledCanvas(page, preview.id, onSun);
       await page.screenshot({ path: join(screenshots, 'on-plate.png') });
       if (process.env.VELLUX_DOCS_PLATE_SCREENSHOT) await copyFile(join(screenshots, 'on-plate.png'), process.env.VELLUX_DOCS_PLATE_SCREENSHOT);
