@@ -173,8 +173,6 @@ bool Inside(const KV_Rect& rect, int x, int y) { return x >= rect.left && x < re
 
 }  // namespace
 
-// ---- Session: one Run ----
-
 // ---- Session: from the first Run until a Run ends without a look picked ----
 
 class WebDialogRunner::Session {
@@ -214,7 +212,7 @@ private:
     json State() const;
     uint64_t CanvasVersion() const { return versionBase_ + dialog_->canvas.version; }
     Reply Canvas(int id) const;
-    json Looks() const;
+    Reply Looks() const;
     void PickLook(const RequestPtr& request);
     void ReplayLastClick();
     Reply Edit(const Request& request);
@@ -435,9 +433,7 @@ void WebDialogRunner::Session::Handle(const RequestPtr& request) {
     case RequestKind::Press: return Answer(*request, Press(*request));
     case RequestKind::Close: return Answer(*request, Close(request->accept));
     case RequestKind::Mouse: return Mouse(request);
-    case RequestKind::Looks:
-        if (options_.looks.empty()) return Answer(*request, ErrorReply(404, "this dialog offers no other looks"));
-        return Answer(*request, JsonReply(Looks()));
+    case RequestKind::Looks: return Answer(*request, Looks());
     case RequestKind::Look: return PickLook(request);
     }
 }
@@ -488,11 +484,12 @@ json WebDialogRunner::Session::State() const {
     return state;
 }
 
-json WebDialogRunner::Session::Looks() const {
+Reply WebDialogRunner::Session::Looks() const {
+    if (options_.looks.empty()) return ErrorReply(404, "this dialog offers no other looks");
     json looks = json::array();
     for (const LookChoice& look : options_.looks)
         looks.push_back({{"name", look.name}, {"description", look.description}, {"group", look.group}});
-    return {{"current", look_}, {"looks", std::move(looks)}};
+    return JsonReply({{"current", look_}, {"looks", std::move(looks)}});
 }
 
 // Another look ends this dialog as accepted, so the plug-in keeps the edits; the request waits for
