@@ -55,7 +55,7 @@ float Fbm(float x, float y, uint32_t seed, int octaves) {
 
 // Everything below works in fractions of the frame height (u across, v down) so that the picture
 // keeps its look at any size.
-struct Scene {
+struct Landscape {
     float aspect;
     uint32_t seed;
     float sunU, sunV;
@@ -63,7 +63,7 @@ struct Scene {
 
 constexpr float kHorizon = 0.66f;
 
-Rgb Sky(const Scene& s, float u, float v) {
+Rgb Sky(const Landscape& s, float u, float v) {
     const Rgb zenith{0.10f, 0.13f, 0.30f}, middle{0.42f, 0.33f, 0.50f}, low{0.98f, 0.58f, 0.32f};
     const float t = std::clamp(v / kHorizon, 0.0f, 1.0f);
     Rgb sky = t < 0.55f ? Mix(zenith, middle, Smooth(0, 0.55f, t)) : Mix(middle, low, Smooth(0.55f, 1.0f, t));
@@ -82,7 +82,7 @@ float Ridge(float u, float base, float height, float scale, uint32_t seed) {
     return base - height * Fbm(u * scale, 0.5f, seed, 6);
 }
 
-Rgb Land(const Scene& s, float u, float v, Rgb sky) {
+Rgb Land(const Landscape& s, float u, float v, Rgb sky) {
     Rgb color = sky;
     const float farRidge = Ridge(u, kHorizon, 0.11f, 2.6f, s.seed + 11u);
     if (v > farRidge) color = Mix(Rgb{0.36f, 0.27f, 0.40f}, sky, 0.35f * (1.0f - Smooth(farRidge, farRidge + 0.1f, v)));
@@ -92,7 +92,7 @@ Rgb Land(const Scene& s, float u, float v, Rgb sky) {
 }
 
 // A few buildings at the foot of the near hills, right of centre, with warm windows.
-Rgb Town(const Scene& s, float u, float v, Rgb color) {
+Rgb Town(const Landscape& s, float u, float v, Rgb color) {
     const float start = s.aspect * 0.58f, cell = 0.045f;
     if (u < start || u > start + cell * 9.0f) return color;
     const int32_t house = int32_t((u - start) / cell);
@@ -113,12 +113,12 @@ uint8_t Encode(float value, float grain) { return uint8_t(std::clamp(value * 255
 
 std::vector<uint8_t> MakeSampleFrame(FrameSize size, uint32_t seed) {
     const float h = float(size.height);
-    const Scene scene{float(size.width) / h, seed, 0.3f * float(size.width) / h, 0.35f};
+    const Landscape landscape{float(size.width) / h, seed, 0.3f * float(size.width) / h, 0.35f};
     std::vector<uint8_t> pixels(size_t(size.width) * size_t(size.height) * 3);
     for (int32_t y = 0; y < size.height; ++y) {
         for (int32_t x = 0; x < size.width; ++x) {
             const float u = (float(x) + 0.5f) / h, v = (float(y) + 0.5f) / h;
-            const Rgb color = Town(scene, u, v, Land(scene, u, v, Sky(scene, u, v)));
+            const Rgb color = Town(landscape, u, v, Land(landscape, u, v, Sky(landscape, u, v)));
             // Grain, stronger in the dark, correlated over two pixels so that it stays soft.
             const float grain = (ValueNoise(float(x) * 0.5f, float(y) * 0.5f, seed + 99u) - 0.5f) * 1.6f;
             uint8_t* out = &pixels[(size_t(y) * size_t(size.width) + size_t(x)) * 3];

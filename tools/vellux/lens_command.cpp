@@ -82,7 +82,7 @@ void AddShow(CLI::App& group, Action& action) {
     show->callback([options, &action] { action = [options] { return ShowLens(*options, std::cout); }; });
 }
 
-void AddCompile(CLI::App& group, Action& action) {
+void AddLensCompile(CLI::App& group, Action& action) {
     auto options = std::make_shared<LensOptions>();
     CLI::App* compile = group.add_subcommand("compile", "A flare table of a lens's brightest ghosts");
     compile->add_option("lens", options->lens, "Lens prescription (JSON)")->required();
@@ -135,7 +135,7 @@ void AddLensCommands(CLI::App& app, Action& action) {
     CLI::App* group = app.add_subcommand("lens", "Flare tables computed from real lens designs");
     group->require_subcommand(1);
     AddShow(*group, action);
-    AddCompile(*group, action);
+    AddLensCompile(*group, action);
     AddPreview(*group, action);
 }
 

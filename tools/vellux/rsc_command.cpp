@@ -44,7 +44,7 @@ struct DumpOptions {
     bool json = false;
 };
 
-void AddCompile(CLI::App& rsc, Action& action) {
+void AddTableCompile(CLI::App& rsc, Action& action) {
     auto options = std::make_shared<CompileOptions>();
     CLI::App* compile = rsc.add_subcommand(
         "compile", "Compile table source (JSON) into a resource file; several sources are merged in order");
@@ -72,7 +72,7 @@ void AddDump(CLI::App& rsc, Action& action) {
 void AddRscCommands(CLI::App& app, Action& action) {
     CLI::App* rsc = app.add_subcommand("rsc", "Flare table files: compile and dump");
     rsc->require_subcommand(1);
-    AddCompile(*rsc, action);
+    AddTableCompile(*rsc, action);
     AddDump(*rsc, action);
 }
 
