@@ -126,6 +126,8 @@
 // ---- Settings dialog and the plug-in's description ---------------------------------------------
 #include "engine/dialog_session.h"
 //   RunSettingsDialog(source, runner)     INTF on a scene's or settings file's record, saved on OK
+#include "engine/setting_controls.h"
+//   SettingControls, FindSettingControl   the dialog's control for each setting, by its name
 #include "engine/plugin_about.h"
 //   AskPlugin(library)                    INFO and CHEK
 
