@@ -1,7 +1,9 @@
+// The frei0r filter's parameters. See filter_params.h.
 #include "frei0r/filter_params.h"
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <string_view>
 #include <type_traits>
 

@@ -105,15 +105,16 @@ public:
     py::object Get(const std::string& name) const { return GetSetting(edits_, name); }
     void Set(const std::string& name, const py::handle& value) { SetSetting(edits_, name, value); }
     const std::string& table() const { return table_; }
+    const std::string& lens() const { return lens_; }
 
     // The look file's text of the record that reaches the plug-in, as an EXR's Vellux:Settings
     // holds it: the settings by name, and the table or lens the flare is painted with.
     std::string Look() {
+        py::gil_scoped_release unlocked;   // a render on another thread may hold the flare
         const std::lock_guard lock(mutex_);
         flare_->instance().EditSettings(edits_);
         return engine::WriteSettingsText({engine::NativeByteOrder(), flare_->host().controlData()}, source_);
     }
-    const std::string& lens() const { return lens_; }
 
     py::array Render(const py::array& image, const std::array<double, 2>& at, const std::array<int, 3>& color,
                      double intensity, double radius, double pixelAspect, const std::optional<py::array>& occlusion,
