@@ -12,11 +12,17 @@
 // on Cancel, or any other answer, nothing is written. When the plug-in asked the host to drop its
 // animation channels (it does so after a star-filter change), a scene's channel keys go too,
 // since they belong to channels that no longer exist.
+//
+// A runner that offers looks (host/dialog_runner.h) is told the one shown; when the artist picks
+// another table there, the session ends the plug-in's dialog keeping its edits and opens the
+// dialog again on the picked table, the settings carried over. Saved, the look or scene names
+// the table last picked.
 #ifndef VELLUX_ENGINE_DIALOG_SESSION_H
 #define VELLUX_ENGINE_DIALOG_SESSION_H
 
 #include <cstdint>
 #include <filesystem>
+#include <string>
 #include <vector>
 
 
@@ -39,11 +45,13 @@ struct DialogOutcome {
     int32_t result = 0;               // the plug-in's answer to INTF (4: cancelled)
     bool channelsReset = false;       // the plug-in asked the host to drop its channels
     bool saved = false;               // the source was written
+    std::string look;                 // the table picked in the dialog; empty: none was
     std::vector<uint8_t> record;      // the settings record after the command
 };
 
-// Throws std::runtime_error for a source that cannot be read or written, PluginError for a
-// plug-in that cannot be loaded or refuses INIT, and when the table file holds no settings dialog.
+// Throws std::runtime_error for a source that cannot be read or written, or a table that cannot
+// be found, PluginError for a plug-in that cannot be loaded or refuses INIT, and when the table
+// file holds no settings dialog.
 DialogOutcome RunSettingsDialog(const SettingsSource& source, host::DialogRunner& runner, bool save);
 
 }  // namespace vellux::engine

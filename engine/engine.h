@@ -125,7 +125,11 @@
 
 // ---- Settings dialog and the plug-in's description ---------------------------------------------
 #include "engine/dialog_session.h"
-//   RunSettingsDialog(source, runner)     INTF on a scene's or settings file's record, saved on OK
+//   RunSettingsDialog(source, runner)     INTF on a scene's or settings file's record, saved on OK;
+//                                         another table picked in the dialog reopens it on that table
+#include "engine/preview_plate.h"
+//   PreviewPlate(options)                 the host's backdrop for the dialog's preview: the flare on the
+//                                         artist's plate, blended as a render blends it
 #include "engine/setting_controls.h"
 //   SettingControls, FindSettingControl   the dialog's control for each setting, by its name
 #include "engine/plugin_about.h"

@@ -8,6 +8,8 @@
 #define VELLUX_HOST_DIALOG_RUNNER_H
 
 #include <exception>
+#include <optional>
+#include <string>
 
 #include "host/dialog_model.h"
 
@@ -27,11 +29,20 @@ public:
     // position where it was released. The first call after a click reports the click's own
     // position, so a click without a drag still moves what it points at.
     virtual bool TrackMouse(Control& control, int* x, int* y) = 0;
+
+    // Looks. A runner may offer the artist other looks (flare tables) beside the dialog; the web
+    // runner does. The caller names the look a dialog shows before running it. When the artist
+    // picks another, Run returns true, so that the plug-in keeps the edits made so far, and
+    // PickedLook names it until the next Run; the caller then opens the dialog again on the picked
+    // look (engine/dialog_session.h). Runners that offer no looks ignore the name and pick none.
+    virtual void ShowLook(const std::string& name) { (void)name; }
+    virtual std::optional<std::string> PickedLook() const { return std::nullopt; }
 };
 
 // A runner that fails (throws) inside KV_ExecuteDialog cannot report to the plug-in, which only
 // sees a cancelled dialog; the failure is kept for the program, which takes it after the command
-// (null when there was none) and reports it.
+// (null when there was none) and reports it. So is a failure of the image backdrop
+// (image_backdrop.h); the first failure is the one kept.
 std::exception_ptr TakeRunnerFailure();
 
 // Installs the runner for the dialogs that follow (nullptr: none). The runner must outlive its

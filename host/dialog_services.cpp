@@ -70,6 +70,10 @@ void CopyText(const std::string& text, char* out, int* ioNumChars) {
 void SetDialogRunner(DialogRunner* runner) { gRunner = runner; }
 DialogRunner* CurrentDialogRunner() { return gRunner; }
 
+void KeepRunnerFailure(std::exception_ptr failure) {
+    if (!gRunnerFailure) gRunnerFailure = std::move(failure);
+}
+
 std::exception_ptr TakeRunnerFailure() {
     std::exception_ptr failure = gRunnerFailure;
     gRunnerFailure = nullptr;
@@ -117,7 +121,7 @@ int KV_ExecuteDialog(KV_Dialog* iDialog) {
         RedrawControls(*dialog, true);
         return runner->Run(*dialog) ? 1 : 0;
     } catch (...) {
-        gRunnerFailure = std::current_exception();
+        KeepRunnerFailure(std::current_exception());
         return 0;
     }
 }
@@ -300,7 +304,7 @@ int KV_TrackMouseDown(const KV_Control* iControl, int* oMouseX, int* oMouseY) {
     try {
         down = runner->TrackMouse(*control, &x, &y);
     } catch (...) {
-        gRunnerFailure = std::current_exception();
+        KeepRunnerFailure(std::current_exception());
         down = false;
     }
     if (oMouseX != nullptr) *oMouseX = x;

@@ -9,6 +9,7 @@
 #define VELLUX_HOST_DIALOG_SERVICES_PVT_H
 
 #include <cstdint>
+#include <exception>
 
 #include "host/service_registry_pvt.h"
 #include "kit/host_service_types.h"
@@ -83,6 +84,9 @@ namespace vellux::host {
 int LiveImageBuffers();
 // Dialogs made and not yet destroyed.
 int LiveDialogs();
+// Keeps a failure of what the program installed (its dialog runner, its image backdrop) for
+// TakeRunnerFailure; the first one kept wins.
+void KeepRunnerFailure(std::exception_ptr failure);
 }  // namespace vellux::host
 
 #endif  // VELLUX_HOST_DIALOG_SERVICES_PVT_H

@@ -58,7 +58,7 @@ void Send(httplib::Response& response, const Reply& reply) {
 
 // ---- Requests, as the server's threads hand them to the dialog's thread ----
 
-enum class RequestKind { State, Canvas, Edit, Press, Mouse, Close };
+enum class RequestKind { State, Canvas, Edit, Press, Mouse, Close, Looks, Look };
 enum class MouseKind { Down, Move, Up };
 
 struct Request {
@@ -69,10 +69,13 @@ struct Request {
     MouseKind mouse = MouseKind::Down;
     int x = 0;
     int y = 0;
+    std::string look;             // look: the name picked
     std::promise<Reply> reply;
     bool answered = false;        // dialog thread only
 
-    bool ReadsOnly() const { return kind == RequestKind::State || kind == RequestKind::Canvas; }
+    bool ReadsOnly() const {
+        return kind == RequestKind::State || kind == RequestKind::Canvas || kind == RequestKind::Looks;
+    }
 };
 
 using RequestPtr = std::shared_ptr<Request>;
@@ -120,6 +123,12 @@ std::variant<RequestPtr, Reply> ParsePost(RequestKind kind, const json& body) {
         request->accept = accept->get<bool>();
         return request;
     }
+    if (kind == RequestKind::Look) {
+        const auto name = body.find("name");
+        if (name == body.end() || !name->is_string()) return ErrorReply(400, "\"name\" must be a look's name");
+        request->look = name->get<std::string>();
+        return request;
+    }
     const std::optional<int> id = ControlID(body);
     if (!id) return ErrorReply(400, "\"id\" must be a whole number");
     request->id = *id;
@@ -164,15 +173,18 @@ bool Inside(const KV_Rect& rect, int x, int y) { return x >= rect.left && x < re
 
 }  // namespace
 
-// ---- Session: one Run ----
+// ---- Session: from the first Run until a Run ends without a look picked ----
 
 class WebDialogRunner::Session {
 public:
-    Session(Dialog& dialog, const WebDialogOptions& options) : dialog_(dialog), options_(options), token_(MakeToken()) {}
+    explicit Session(const WebDialogOptions& options) : options_(options), token_(MakeToken()) {}
+    ~Session() { Stop(); }
 
-    // Listens, serves and returns once the dialog is closed or interrupted.
-    bool Run();
+    // Serves `dialog` (listening first, the first time) and returns once it is closed, a look is
+    // picked (taken with TakePicked) or the program is interrupted.
+    bool Run(Dialog& dialog, const std::string& look);
     bool TrackMouse(Control& control, int* x, int* y);
+    std::optional<std::string> TakePicked() { return std::exchange(picked_, std::nullopt); }
 
 private:
     struct Drag {
@@ -181,6 +193,11 @@ private:
         int y = 0;
         bool reportedClick = false;
         bool released = false;
+    };
+    struct Point {
+        int id = 0;   // the user control
+        int x = 0;
+        int y = 0;
     };
 
     void Listen();
@@ -193,7 +210,11 @@ private:
 
     void Handle(const RequestPtr& request);
     json State() const;
+    uint64_t CanvasVersion() const { return versionBase_ + dialog_->canvas.version; }
     Reply Canvas(int id) const;
+    Reply Looks() const;
+    void PickLook(const RequestPtr& request);
+    void ReplayLastClick();
     Reply Edit(const Request& request);
     Reply Press(const Request& request);
     void Mouse(const RequestPtr& request);
@@ -201,7 +222,7 @@ private:
     // A control the page may act on, or the reply refusing it.
     std::variant<Control*, Reply> Target(int id, const char* action);
 
-    Dialog& dialog_;
+    Dialog* dialog_ = nullptr;       // while Run serves it
     const WebDialogOptions& options_;
     const std::string token_;
     std::string host_;               // "127.0.0.1:PORT", the only Host header served
@@ -215,12 +236,17 @@ private:
     bool closed_ = false;
 
     // The dialog's thread only.
+    bool listening_ = false;
     bool done_ = false;
     bool accepted_ = false;
     std::optional<Drag> drag_;
     RequestPtr dragRequest_;         // the mouse request the drag answers at its next step
-
-    friend class WebDialogRunner;
+    std::string look_;               // the look the dialog shows
+    std::optional<std::string> picked_;
+    RequestPtr lookRequest_;         // the pick, answered once the next dialog is drawn
+    std::optional<Point> lastClick_; // where the light was last put, for the next dialog
+    int dialogs_ = 0;                // dialogs served
+    uint64_t versionBase_ = 0;       // canvas versions of earlier dialogs, so versions only grow
 };
 
 void WebDialogRunner::Session::Listen() {
@@ -292,8 +318,14 @@ void WebDialogRunner::Session::Route() {
         request->id = std::stoi(match.matches[1].str());
         Send(response, Submit(request));
     });
-    const std::pair<const char*, RequestKind> posts[] = {
-        {"edit", RequestKind::Edit}, {"press", RequestKind::Press}, {"mouse", RequestKind::Mouse}, {"close", RequestKind::Close}};
+    server_.Get(root + "/api/looks", [this](const httplib::Request&, httplib::Response& response) {
+        auto request = std::make_shared<Request>();
+        request->kind = RequestKind::Looks;
+        Send(response, Submit(request));
+    });
+    const std::pair<const char*, RequestKind> posts[] = {{"edit", RequestKind::Edit},   {"press", RequestKind::Press},
+                                                         {"mouse", RequestKind::Mouse}, {"close", RequestKind::Close},
+                                                         {"look", RequestKind::Look}};
     for (const auto& [name, kind] : posts) {
         server_.Post(root + "/api/" + name, [this, kind = kind](const httplib::Request& http, httplib::Response& response) {
             auto body = JsonBody(http);
@@ -344,23 +376,51 @@ void WebDialogRunner::Session::Stop() {
         unanswered.swap(queue_);
     }
     for (const RequestPtr& request : unanswered) Answer(*request, ErrorReply(410, "the dialog is closed"));
-    if (dragRequest_) Answer(*dragRequest_, ErrorReply(410, "the dialog is closed"));
+    for (const RequestPtr& request : {dragRequest_, lookRequest_})
+        if (request) Answer(*request, ErrorReply(410, "the dialog is closed"));
     server_.stop();
     if (listener_.joinable()) listener_.join();
 }
 
-bool WebDialogRunner::Session::Run() {
-    struct StopOnExit {
+bool WebDialogRunner::Session::Run(Dialog& dialog, const std::string& look) {
+    dialog_ = &dialog;
+    struct Serving {
         Session& session;
-        ~StopOnExit() { session.Stop(); }
-    } stopOnExit{*this};
-    Listen();
-    if (options_.ready) options_.ready("http://" + host_ + "/" + token_ + "/");
+        ~Serving() {
+            session.versionBase_ = session.CanvasVersion() + 1;
+            session.dialog_ = nullptr;
+        }
+    } serving{*this};
+    look_ = look;
+    done_ = accepted_ = false;
+    picked_.reset();
+    ++dialogs_;
+    if (!listening_) {
+        Listen();
+        listening_ = true;
+        if (options_.ready) options_.ready("http://" + host_ + "/" + token_ + "/");
+    }
+    ReplayLastClick();
+    if (RequestPtr pick = std::exchange(lookRequest_, nullptr)) Answer(*pick, JsonReply(State()));
     while (!done_) {
         if (Interrupted()) return false;
         if (RequestPtr request = Next(Clock::now() + kPollInterval)) Handle(request);
     }
     return accepted_;
+}
+
+// The plug-in keeps the light only as long as its dialog: on a new dialog the last click or drag
+// position is clicked again, and its click function puts the light back there.
+void WebDialogRunner::Session::ReplayLastClick() {
+    if (!lastClick_) return;
+    const Point at = *lastClick_;
+    Control* control = FindControl(*dialog_, at.id);
+    if (control == nullptr || control->type() != cKV_UserControl || !control->visible || !control->enabled ||
+        !Inside(control->item.bounds, at.x, at.y))
+        return;
+    drag_ = Drag{control, at.x, at.y, false, true};   // a click, released where it was pressed
+    ClickControl(*control, at.x, at.y);
+    drag_.reset();
 }
 
 // ---- Requests on the dialog's thread ----
@@ -373,18 +433,20 @@ void WebDialogRunner::Session::Handle(const RequestPtr& request) {
     case RequestKind::Press: return Answer(*request, Press(*request));
     case RequestKind::Close: return Answer(*request, Close(request->accept));
     case RequestKind::Mouse: return Mouse(request);
+    case RequestKind::Looks: return Answer(*request, Looks());
+    case RequestKind::Look: return PickLook(request);
     }
 }
 
 json WebDialogRunner::Session::State() const {
     json controls = json::array();
-    for (const Control& control : dialog_.controls) {
+    for (const Control& control : dialog_->controls) {
         const KV_Rect& bounds = control.item.bounds;
         json entry = {
             {"id", control.id()},
             {"type", int(control.type())},
             {"bounds", {{"left", bounds.left}, {"top", bounds.top}, {"right", bounds.right}, {"bottom", bounds.bottom}}},
-            {"label", ControlLabel(dialog_, control)},
+            {"label", ControlLabel(*dialog_, control)},
             {"title", control.item.title},
             {"value", control.value},
             {"enabled", control.enabled},
@@ -411,38 +473,62 @@ json WebDialogRunner::Session::State() const {
         }
         controls.push_back(std::move(entry));
     }
-    return {
-        {"title", dialog_.layout.title},
-        {"width", dialog_.layout.width},
-        {"height", dialog_.layout.height},
-        {"focus", dialog_.keyControl != nullptr ? json(dialog_.keyControl->id()) : json(nullptr)},
-        {"canvasVersion", dialog_.canvas.version},
+    json state = {
+        {"title", dialog_->layout.title},
+        {"width", dialog_->layout.width},
+        {"height", dialog_->layout.height},
+        {"focus", dialog_->keyControl != nullptr ? json(dialog_->keyControl->id()) : json(nullptr)},
+        {"canvasVersion", CanvasVersion()},
+        {"dialog", dialogs_},
         {"closed", done_},
         {"accepted", done_ && accepted_},
         {"controls", std::move(controls)},
     };
+    if (!options_.looks.empty()) state["look"] = look_;
+    return state;
+}
+
+Reply WebDialogRunner::Session::Looks() const {
+    if (options_.looks.empty()) return ErrorReply(404, "this dialog offers no other looks");
+    json looks = json::array();
+    for (const LookChoice& look : options_.looks)
+        looks.push_back({{"name", look.name}, {"description", look.description}, {"group", look.group}});
+    return JsonReply({{"current", look_}, {"looks", std::move(looks)}});
+}
+
+// Another look ends this dialog as accepted, so the plug-in keeps the edits; the request waits for
+// the next dialog, on the new look, and is answered with its state.
+void WebDialogRunner::Session::PickLook(const RequestPtr& request) {
+    if (options_.looks.empty()) return Answer(*request, ErrorReply(404, "this dialog offers no other looks"));
+    const auto offered = std::find_if(options_.looks.begin(), options_.looks.end(),
+                                      [&](const LookChoice& look) { return look.name == request->look; });
+    if (offered == options_.looks.end()) return Answer(*request, ErrorReply(400, "no look named \"" + request->look + "\" is offered"));
+    if (request->look == look_) return Answer(*request, JsonReply(State()));
+    picked_ = request->look;
+    lookRequest_ = request;
+    done_ = accepted_ = true;
 }
 
 Reply WebDialogRunner::Session::Canvas(int id) const {
-    const Control* control = FindControl(dialog_, id);
+    const Control* control = FindControl(*dialog_, id);
     if (control == nullptr || control->type() != cKV_UserControl)
         return ErrorReply(404, "no user control with ID " + std::to_string(id));
-    const host::Canvas& canvas = dialog_.canvas;
+    const host::Canvas& canvas = dialog_->canvas;
     const KV_Rect on = canvas.Clip(control->item.bounds);
     const int width = std::max(0, on.right - on.left), height = std::max(0, on.bottom - on.top);
     const std::vector<uint8_t> pixels = canvas.Copy(on);
     Reply reply{200, "application/octet-stream", std::string(pixels.begin(), pixels.end()), {}};
     reply.headers.emplace("X-Canvas-Width", std::to_string(pixels.empty() ? 0 : width));
     reply.headers.emplace("X-Canvas-Height", std::to_string(pixels.empty() ? 0 : height));
-    reply.headers.emplace("X-Canvas-Version", std::to_string(canvas.version));
+    reply.headers.emplace("X-Canvas-Version", std::to_string(CanvasVersion()));
     return reply;
 }
 
 std::variant<Control*, Reply> WebDialogRunner::Session::Target(int id, const char* action) {
-    Control* control = FindControl(dialog_, id);
+    Control* control = FindControl(*dialog_, id);
     if (control == nullptr) return ErrorReply(404, "no control with ID " + std::to_string(id));
     if (!control->visible || !control->enabled)
-        return ErrorReply(409, "\"" + ControlLabel(dialog_, *control) + "\" cannot be " + action + " now: it is " +
+        return ErrorReply(409, "\"" + ControlLabel(*dialog_, *control) + "\" cannot be " + action + " now: it is " +
                                    (control->visible ? "disabled" : "hidden"));
     return control;
 }
@@ -451,7 +537,7 @@ Reply WebDialogRunner::Session::Edit(const Request& request) {
     auto target = Target(request.id, "edited");
     if (auto* refusal = std::get_if<Reply>(&target)) return *refusal;
     Control& control = *std::get<Control*>(target);
-    const std::string name = "\"" + ControlLabel(dialog_, control) + "\"";
+    const std::string name = "\"" + ControlLabel(*dialog_, control) + "\"";
     const json& value = request.value;
     std::string text;
     switch (control.type()) {
@@ -491,7 +577,7 @@ Reply WebDialogRunner::Session::Press(const Request& request) {
     auto target = Target(request.id, "pressed");
     if (auto* refusal = std::get_if<Reply>(&target)) return *refusal;
     Control& control = *std::get<Control*>(target);
-    if (control.type() != cKV_PushButton) return ErrorReply(400, "\"" + ControlLabel(dialog_, control) + "\" is not a push button");
+    if (control.type() != cKV_PushButton) return ErrorReply(400, "\"" + ControlLabel(*dialog_, control) + "\" is not a push button");
     if (control.id() == kAcceptButtonID || control.id() == kCancelButtonID) return Close(control.id() == kAcceptButtonID);
     FireHit(control);
     return JsonReply(State());
@@ -510,10 +596,11 @@ void WebDialogRunner::Session::Mouse(const RequestPtr& request) {
     if (auto* refusal = std::get_if<Reply>(&target)) return Answer(*request, *refusal);
     Control& control = *std::get<Control*>(target);
     if (control.type() != cKV_UserControl)
-        return Answer(*request, ErrorReply(400, "\"" + ControlLabel(dialog_, control) + "\" does not take mouse events"));
+        return Answer(*request, ErrorReply(400, "\"" + ControlLabel(*dialog_, control) + "\" does not take mouse events"));
     if (!Inside(control.item.bounds, request->x, request->y))
         return Answer(*request, ErrorReply(400, "the mouse-down is outside the control"));
     drag_ = Drag{&control, request->x, request->y};
+    lastClick_ = Point{control.id(), request->x, request->y};
     dragRequest_ = request;
     ClickControl(control, request->x, request->y);
     drag_.reset();
@@ -546,6 +633,7 @@ bool WebDialogRunner::Session::TrackMouse(Control& control, int* x, int* y) {
             if (next->kind == RequestKind::Mouse && next->id == control.id() && next->mouse != MouseKind::Down) {
                 drag.x = next->x;
                 drag.y = next->y;
+                lastClick_ = Point{control.id(), drag.x, drag.y};
                 drag.released = next->mouse == MouseKind::Up;
                 dragRequest_ = std::move(next);
                 break;
@@ -567,18 +655,25 @@ WebDialogRunner::WebDialogRunner(WebDialogOptions options) : options_(std::move(
 WebDialogRunner::~WebDialogRunner() = default;
 
 bool WebDialogRunner::Run(Dialog& dialog) {
-    if (session_ != nullptr) throw std::logic_error("the web dialog runner is already running a dialog");
-    Session session(dialog, options_);
-    session_ = &session;
-    struct Clear {
-        Session*& session;
-        ~Clear() { session = nullptr; }
-    } clear{session_};
-    return session.Run();
+    if (running_) throw std::logic_error("the web dialog runner is already running a dialog");
+    picked_.reset();
+    if (!session_) session_ = std::make_unique<Session>(options_);
+    running_ = true;
+    // The server stays up for the next dialog only when a look was picked.
+    struct EndRun {
+        WebDialogRunner& runner;
+        ~EndRun() {
+            runner.running_ = false;
+            if (!runner.picked_) runner.session_.reset();
+        }
+    } endRun{*this};
+    const bool accepted = session_->Run(dialog, look_);
+    picked_ = session_->TakePicked();
+    return accepted;
 }
 
 bool WebDialogRunner::TrackMouse(Control& control, int* x, int* y) {
-    return session_ != nullptr && session_->TrackMouse(control, x, y);
+    return running_ && session_->TrackMouse(control, x, y);
 }
 
 }  // namespace vellux::host

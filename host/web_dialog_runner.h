@@ -5,8 +5,14 @@
 // The page (web/dialog.html, .css, .js) is built into the library.
 //
 // Sections:
-//   Options         port, where the address goes, interruption, drag timeout
+//   Options         port, where the address goes, interruption, drag timeout, the looks offered
 //   WebDialogRunner the runner
+//
+// Looks. With looks in the options the page lists them beside the dialog (dialog_runner.h). A
+// look picked ends the dialog's Run as accepted and PickedLook names it; the server stays up, the
+// page stays where it is, and the next Run serves the dialog on the new look, with the light
+// clicked again where the artist last clicked or dragged it (the plug-in keeps the light only as
+// long as its dialog). Without a next Run, the server stops when the runner is destroyed.
 //
 // Threading. The plug-in and the model are touched only on the thread that called Run. The HTTP
 // server's threads parse each request, queue it and wait; the Run thread takes requests from the
@@ -25,7 +31,9 @@
 // HTTP interface (under /TOKEN/; every reply JSON unless said otherwise):
 //   GET  /                       the page (dialog.html); dialog.css, dialog.js beside it
 //   GET  api/state               the dialog: title, width, height, focus (the key control's ID or
-//                                null), canvasVersion, closed, and controls: id, type (KV_ControlType
+//                                null), canvasVersion (growing across the dialogs of one page),
+//                                dialog (which dialog of the page, from 1), look (the look it shows,
+//                                when looks are offered), closed, and controls: id, type (KV_ControlType
 //                                number), bounds {left, top, right, bottom}, label, title, value,
 //                                text, selection [start, end], color "#RRGGBB", menu [{value,
 //                                text}], labelFor, enabled, visible, and setting (its name) with
@@ -40,6 +48,10 @@
 //   POST api/mouse {id, event, x, y}  event "down" (in a user control), "move" or "up", in dialog
 //                                coordinates; replies the state once the plug-in drew that step
 //   POST api/close {accept}      ends the dialog; replies the state with closed true
+//   GET  api/looks               {current, looks: [{name, description, group}]}; 404 when none are offered
+//   POST api/look {name}         shows the dialog on that look (one of api/looks); replies the state
+//                                of the dialog on it once it is drawn, or the state as it is when
+//                                that look is already shown
 // Once the dialog is closed, queued and later requests get 410.
 #ifndef VELLUX_HOST_WEB_DIALOG_RUNNER_H
 #define VELLUX_HOST_WEB_DIALOG_RUNNER_H
@@ -49,13 +61,21 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "host/dialog_runner.h"
 
 namespace vellux::host {
 
 // ---- Options ----
+
+struct LookChoice {
+    std::string name;          // as --table takes it
+    std::string description;   // one line about it
+    std::string group;         // the heading it is listed under
+};
 
 // The setting a control edits, which the page shows by its name beside the dialog's own label.
 struct ControlSetting {
@@ -68,6 +88,7 @@ struct WebDialogOptions {
     std::function<void(const std::string& address)> ready;   // the page's address, once served
     std::function<bool()> interrupted;                    // polled; true cancels the dialog
     std::chrono::milliseconds dragTimeout{30000};         // a drag without events ends
+    std::vector<LookChoice> looks;                        // offered beside the dialog; none: no choice
     std::map<int, ControlSetting> settings;               // by control ID; in the state as "setting"
 };
 
@@ -86,11 +107,16 @@ public:
     // std::logic_error when called again while running.
     bool Run(Dialog& dialog) override;
     bool TrackMouse(Control& control, int* x, int* y) override;
+    void ShowLook(const std::string& name) override { look_ = name; }
+    std::optional<std::string> PickedLook() const override { return picked_; }
 
 private:
     class Session;
     WebDialogOptions options_;
-    Session* session_ = nullptr;   // while Run runs
+    std::unique_ptr<Session> session_;   // from the first Run until one ends without a look picked
+    bool running_ = false;
+    std::string look_;
+    std::optional<std::string> picked_;
 };
 
 }  // namespace vellux::host

@@ -5,6 +5,10 @@
 // while one is out, a newer value for the same control (or a newer mouse position) replaces the
 // one still waiting, so fast typing or dragging never builds a backlog. Canvases are fetched on
 // their own, whenever the state reports a newer canvas version.
+//
+// When the host offers looks (flare tables), they are listed beside the dialog; picking one has
+// the host show the dialog again on that table, and the page rebuilds its controls from the new
+// dialog's state (its "dialog" number tells a new dialog from the old).
 'use strict';
 
 const Type = Object.freeze({
@@ -17,6 +21,7 @@ const kMostCoordinate = 32767;
 
 const page = {
   built: false,
+  dialog: 0,                // which dialog of the host the controls were built from
   closing: false,           // OK or Cancel was sent
   closed: false,
   controls: new Map(),      // id -> {info, element (the input), box (the positioned element)}
@@ -25,6 +30,8 @@ const page = {
   canvasFetch: Promise.resolve(),
   waitingEdits: new Map(),  // id -> edits queued but not sent; the page shows those, not the host's
   drag: null,               // {id, pointerId} while the mouse is down in a user control
+  look: null,               // the look the dialog shows, when looks are offered
+  looks: new Map(),         // name -> its radio button
 };
 
 // ---- Requests ----
@@ -197,6 +204,9 @@ function looksNumeric(text) {
 function build(state) {
   const surface = document.getElementById('surface');
   surface.replaceChildren();
+  // A new dialog (another look) has the same controls by ID: edits still waiting go to it.
+  page.controls.clear();
+  page.dialog = state.dialog;
   surface.style.width = `${state.width}px`;
   surface.style.height = `${state.height}px`;
   document.getElementById('dialog-title').textContent = state.title;
@@ -357,7 +367,7 @@ function makeCanvas(info, hasLabel) {
 // ---- State ----
 
 function applyState(state) {
-  if (!page.built) build(state);
+  if (!page.built || state.dialog !== page.dialog) build(state);
   for (const info of state.controls) {
     const control = page.controls.get(info.id);
     if (!control || page.waitingEdits.get(info.id) > 0) continue;
@@ -384,6 +394,7 @@ function applyState(state) {
     page.latestVersion = state.canvasVersion;
     refreshCanvases();
   }
+  if (state.look !== undefined) showLook(state.look);
   if (state.closed) showClosed(state.accepted);
 }
 
@@ -397,6 +408,55 @@ function focusKeyControl(state) {
     if (start === end) control.element.select();
     else control.element.setSelectionRange(start, end);
   }
+}
+
+// ---- Looks ----
+
+async function buildLooks() {
+  let listed;
+  try {
+    const response = await fetch('api/looks');
+    if (!response.ok) return;
+    listed = await response.json();
+  } catch {
+    return;
+  }
+  const list = document.getElementById('look-list');
+  list.replaceChildren();
+  page.looks.clear();
+  let group = null;
+  for (const look of listed.looks) {
+    if (look.group !== group) {
+      group = look.group;
+      list.append(element('p', 'look-group', { textContent: group }));
+    }
+    const label = element('label', 'look');
+    const radio = element('input', '', { type: 'radio', name: 'look', value: look.name });
+    radio.addEventListener('change', () => { if (radio.checked) pickLook(look.name); });
+    label.append(radio, element('span', 'look-name', { textContent: look.name }),
+      element('span', 'look-about', { textContent: look.description }));
+    list.append(label);
+    page.looks.set(look.name, radio);
+  }
+  document.getElementById('looks').hidden = false;
+  showLook(page.look ?? listed.current);
+}
+
+function showLook(name) {
+  page.look = name;
+  for (const [lookName, radio] of page.looks) radio.checked = lookName === name;
+}
+
+// The host ends the dialog and shows it again on the table picked; the reply is the new dialog.
+function pickLook(name) {
+  if (page.closed || page.closing) return;
+  const list = document.getElementById('look-list');
+  list.classList.add('busy');
+  send('look', { name }, 'look').then((state) => {
+    list.classList.remove('busy');
+    if (state) say(`Showing ${state.look}`);
+    else showLook(page.look);
+  });
 }
 
 // ---- Closing ----
@@ -437,6 +497,7 @@ function showClosed(accepted) {
     text.textContent = 'This settings dialog is no longer open. You can close this tab.';
   }
   document.getElementById('card').hidden = true;
+  document.getElementById('looks').hidden = true;
   document.getElementById('loading').hidden = true;
   document.getElementById('notice').hidden = false;
   document.body.classList.add('closed');
@@ -474,6 +535,7 @@ async function start() {
     const response = await fetch('api/state');
     const state = await receive(response);
     if (state) focusKeyControl(state);
+    if (state && state.look !== undefined) await buildLooks();
   } catch {
     showClosed(null);
   }

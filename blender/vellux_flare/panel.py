@@ -49,6 +49,7 @@ class VELLUX_PT_light_flare(bpy.types.Panel):
             column.prop(flare, name)
         scene = context.scene.vellux
         layout.prop(scene, "blend")
+        layout.prop(scene, "viewport_flare")
         layout.prop(scene, "write_flare_pass")
         if scene.write_flare_pass:
             layout.prop(scene, "flare_pass_path")

@@ -44,10 +44,11 @@ def disc_radius(light):
     return data.shadow_soft_size
 
 
-def on_frame(scene, camera, light):
+def on_frame(scene, camera, light, size=None):
     """(x, y, radius) in pixels from the frame's top-left, or None when the light is behind the
-    camera. A light outside the frame still has a place: the flare shows what it shows of it."""
-    width, height = frame_size(scene)
+    camera. A light outside the frame still has a place: the flare shows what it shows of it.
+    `size`: the (width, height) the frame is painted at, the render's own by default."""
+    width, height = size or frame_size(scene)
     point = centre(light, camera)
     seen = world_to_camera_view(scene, camera, point)
     if seen.z <= 0.0:

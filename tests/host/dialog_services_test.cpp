@@ -9,6 +9,7 @@
 #include "host/dialog_model.h"
 #include "host/dialog_runner.h"
 #include "host/dialog_services_pvt.h"
+#include "host/image_backdrop.h"
 #include "host/resource_services.h"
 #include "host/resource_services_pvt.h"
 #include "host_test_support.h"
@@ -207,6 +208,65 @@ TEST_F(DialogServicesTest, FramesAndImagesLandOnTheCanvasClippedAndOpaque) {
     KV_DestroyImageBuffer(image);
     KV_DrawImage(context, image, &bounds, &one);   // a destroyed image draws nothing
     EXPECT_EQ(dialog_->canvas.version, version + 3);
+}
+
+// Shows each pixel as its red inverted and its alpha in green, noting what it was handed.
+class TestBackdrop : public ImageBackdrop {
+public:
+    void Compose(uint8_t* pixels, int width, int height) override {
+        if (fail) throw std::runtime_error("the backdrop failed");
+        seen.assign(pixels, pixels + size_t(width) * size_t(height) * 4);
+        size = {width, height};
+        for (int i = 0; i < width * height; ++i) {
+            uint8_t* argb = pixels + i * 4;
+            argb[1] = uint8_t(255 - argb[1]);
+            argb[2] = argb[0];
+        }
+    }
+    bool fail = false;
+    std::vector<uint8_t> seen;
+    std::pair<int, int> size;
+};
+
+TEST_F(DialogServicesTest, ABackdropGetsTheWholeScaledImageAndSaysWhatShows) {
+    KV_DrawContext* context = &dialog_->context;
+    const KV_Rect bounds{0, 0, 2, 2};
+    KV_ImageBuffer* image = KV_MakeImageBuffer(&bounds);
+    const uint8_t argb[4][4] = {{0, 10, 20, 30}, {9, 40, 50, 60}, {7, 70, 80, 90}, {0, 1, 2, 3}};
+    std::memcpy(KV_GetBufferBaseAddress(image), argb, sizeof(argb));
+    TestBackdrop backdrop;
+    {
+        const ScopedImageBackdrop installed(&backdrop);
+        // Three times the width and twice the height, two columns past the canvas's right edge,
+        // from a source rectangle a column wider than the image (nothing there).
+        const KV_Rect source{0, 0, 3, 2}, dest{57, 44, 66, 48};
+        KV_DrawImage(context, image, &source, &dest);
+        ASSERT_EQ(backdrop.size, std::make_pair(9, 4));
+        const auto seenAt = [&](int x, int y) {
+            const uint8_t* p = &backdrop.seen[size_t(y * 9 + x) * 4];
+            return std::vector<int>{p[0], p[1], p[2], p[3]};
+        };
+        EXPECT_EQ(seenAt(0, 0), (std::vector<int>{0, 10, 20, 30}));
+        EXPECT_EQ(seenAt(3, 1), (std::vector<int>{9, 40, 50, 60}));
+        EXPECT_EQ(seenAt(1, 3), (std::vector<int>{7, 70, 80, 90}));
+        EXPECT_EQ(seenAt(8, 2), (std::vector<int>{0, 0, 0, 0}));   // past the image
+        const uint8_t* shown = dialog_->canvas.Pixel(60, 45);   // dest column 3, row 1
+        EXPECT_EQ((std::vector<int>{shown[0], shown[1], shown[2], shown[3]}), (std::vector<int>{215, 9, 60, 255}));
+        EXPECT_EQ(dialog_->canvas.Pixel(63, 47)[0], 255);   // nothing of the image, as the backdrop shows it
+
+        // A failing backdrop: the image is shown as it is, and the failure kept for the program.
+        backdrop.fail = true;
+        const uint64_t version = dialog_->canvas.version;
+        const KV_Rect small{10, 10, 12, 12};
+        KV_DrawImage(context, image, &bounds, &small);
+        EXPECT_EQ(dialog_->canvas.Pixel(11, 11)[0], 1);
+        EXPECT_EQ(dialog_->canvas.version, version + 1);
+        const std::exception_ptr failure = TakeRunnerFailure();
+        ASSERT_TRUE(failure);
+        EXPECT_THROW(std::rethrow_exception(failure), std::runtime_error);
+    }
+    EXPECT_EQ(CurrentImageBackdrop(), nullptr);
+    KV_DestroyImageBuffer(image);
 }
 
 TEST(RectangleServices, InsetMovesEverySideInwards) {

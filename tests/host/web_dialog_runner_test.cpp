@@ -9,6 +9,8 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <future>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -163,18 +165,23 @@ const json* ControlIn(const json& state, int id) {
     return nullptr;
 }
 
+// The test dialog with its callbacks, drawn, as KV_ExecuteDialog hands a dialog to the runner.
+void Prepare(Dialog& dialog) {
+    gSeen.dialog = &dialog;
+    BuildDialog(dialog, 16001, TestTemplate());
+    for (Control& control : dialog.controls) control.hit = OnHit;
+    FindControl(dialog, kPreview)->draw = OnDraw;
+    FindControl(dialog, kPreview)->click = OnClick;
+    FindControl(dialog, kDisabled)->enabled = false;
+    dialog.keyControl = FindControl(dialog, kEdit);
+    RedrawControls(dialog, true);
+}
+
 class WebDialogRunnerTest : public testing::Test {
 protected:
     void SetUp() override {
         gSeen = Seen{};
-        gSeen.dialog = &dialog_;
-        BuildDialog(dialog_, 16001, TestTemplate());
-        for (Control& control : dialog_.controls) control.hit = OnHit;
-        FindControl(dialog_, kPreview)->draw = OnDraw;
-        FindControl(dialog_, kPreview)->click = OnClick;
-        FindControl(dialog_, kDisabled)->enabled = false;
-        dialog_.keyControl = FindControl(dialog_, kEdit);
-        RedrawControls(dialog_, true);
+        Prepare(dialog_);
     }
 
     // Runs the dialog while `script` plays the page on another thread; a script that leaves the
@@ -361,12 +368,15 @@ TEST_F(WebDialogRunnerTest, BadRequestsGetAnErrorAndChangeNothing) {
             {page.root + "/api/mouse", "{\"id\": 97, \"event\": \"down\", \"x\": 20, \"y\": 20}", "application/json", 404},
             {page.root + "/api/close", "{\"accept\": \"yes\"}", "application/json", 400},
             {page.root + "/api/close", "{}", "application/json", 400},
+            {page.root + "/api/look", "{\"name\": 5}", "application/json", 400},
+            {page.root + "/api/look", "{\"name\": \"Vellux\"}", "application/json", 404},   // none offered
         };
         for (const auto& c : cases) {
             const Answer answer = page.Post(c.path, c.body, c.type);
             EXPECT_EQ(answer.status, c.status) << c.path << " " << c.body.substr(0, 80);
             EXPECT_TRUE(answer.body.is_object() && answer.body["error"].is_string()) << c.body.substr(0, 80);
         }
+        EXPECT_EQ(page.Get(page.root + "/api/looks").status, 404);
         EXPECT_EQ(page.State().body, before);
     });
     EXPECT_TRUE(gSeen.hits.empty());
@@ -418,6 +428,84 @@ TEST_F(WebDialogRunnerTest, AnEditOrSilenceEndsADragAsARelease) {
     EXPECT_EQ(gSeen.tracked, (std::vector<Step>{{20, 20, true}, {20, 20, false}, {60, 40, true}, {60, 40, false}}));
     // Each click ends with the preview's own hit; the edit came between the two.
     EXPECT_EQ(gSeen.hits, (std::vector<int>{kPreview, kCheckBox, kPreview}));
+}
+
+// ---- Looks ----
+
+class WebDialogLooksTest : public WebDialogRunnerTest {
+protected:
+    // A runner offering two looks, stopped after a minute whatever happens.
+    WebDialogOptions LookOptions(std::promise<std::string>& address) {
+        WebDialogOptions options;
+        options.looks = {{"Plain", "the first", "Tables"}, {"Other", "the second", "From lenses"}};
+        options.ready = [&address](const std::string& served) { address.set_value(served); };
+        const auto started = std::chrono::steady_clock::now();
+        options.interrupted = [started] { return std::chrono::steady_clock::now() - started > std::chrono::seconds(60); };
+        return options;
+    }
+};
+
+TEST_F(WebDialogLooksTest, APickEndsTheDialogAndTheNextOneServesThePageWithTheLightKept) {
+    std::promise<std::string> address;
+    WebDialogRunner runner(LookOptions(address));
+    ScopedDialogRunner installed(runner);
+    std::thread page([served = address.get_future().share()] {
+        const Page client(served.get());
+        const Answer looks = client.Get(client.root + "/api/looks");
+        EXPECT_EQ(looks.body["current"], "Plain");
+        EXPECT_EQ(looks.body["looks"][1], json({{"name", "Other"}, {"description", "the second"}, {"group", "From lenses"}}));
+        EXPECT_EQ(client.Api("look", {{"name", "Elsewhere"}}).status, 400);
+        const Answer same = client.Api("look", {{"name", "Plain"}});   // shown already: nothing to do
+        EXPECT_EQ(same.body["dialog"], 1);
+        EXPECT_EQ(same.body["look"], "Plain");
+        client.Mouse("down", 30, 20);
+        client.Mouse("move", 40, 30);
+        const uint64_t before = client.Mouse("up", 40, 30).body["canvasVersion"];
+
+        // Answered by the next dialog, once drawn: the light where it was left.
+        const Answer picked = client.Api("look", {{"name", "Other"}});
+        ASSERT_EQ(picked.status, 200);
+        EXPECT_EQ(picked.body["dialog"], 2);
+        EXPECT_EQ(picked.body["look"], "Other");
+        EXPECT_EQ(picked.body["closed"], false);
+        EXPECT_GT(picked.body["canvasVersion"].get<uint64_t>(), before);
+        const Answer canvas = client.Get(client.root + "/api/canvas/" + std::to_string(kPreview));
+        EXPECT_EQ(uint8_t(canvas.raw.at((size_t(30 - kPreviewBounds.top) * 100 + size_t(40 - kPreviewBounds.left)) * 4)), 255);
+        EXPECT_EQ(client.Get(client.root + "/api/looks").body["current"], "Other");
+        EXPECT_EQ(client.Api("close", {{"accept", true}}).body["accepted"], true);
+    });
+
+    runner.ShowLook("Plain");
+    EXPECT_TRUE(runner.Run(dialog_));   // accepted, so that the plug-in keeps the edits
+    EXPECT_EQ(runner.PickedLook(), "Other");
+
+    Dialog next;
+    Prepare(next);
+    gSeen.tracked.clear();
+    runner.ShowLook("Other");
+    EXPECT_TRUE(runner.Run(next));
+    EXPECT_EQ(runner.PickedLook(), std::nullopt);
+    page.join();
+    using Step = std::tuple<int, int, bool>;
+    EXPECT_EQ(gSeen.tracked, (std::vector<Step>{{40, 30, true}, {40, 30, false}}));   // a click where the drag ended
+}
+
+TEST_F(WebDialogLooksTest, APickWithoutANextDialogIsAnsweredGoneWhenTheRunnerEnds) {
+    std::promise<std::string> address;
+    int status = 0;
+    std::thread page;
+    {
+        WebDialogRunner runner(LookOptions(address));
+        ScopedDialogRunner installed(runner);
+        page = std::thread([&status, served = address.get_future().share()] {
+            status = Page(served.get()).Api("look", {{"name", "Other"}}).status;
+        });
+        runner.ShowLook("Plain");
+        EXPECT_TRUE(runner.Run(dialog_));
+        EXPECT_EQ(runner.PickedLook(), "Other");
+    }
+    page.join();
+    EXPECT_EQ(status, 410);
 }
 
 // ---- Closing ----

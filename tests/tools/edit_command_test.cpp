@@ -11,7 +11,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <fstream>
+#include <map>
 #include <regex>
 #include <string>
 #include <vector>
@@ -21,6 +24,8 @@
 #include "kit/host_service_types.h"
 #include "tool_fixture.h"
 #include "engine/scene.h"
+#include "engine/scene_session.h"
+#include "engine/settings_record.h"
 #include "tools/vellux/scene_command.h"
 
 namespace {
@@ -123,6 +128,15 @@ struct DialogClient {
         const auto reply = client->Post((root + "api/" + name).c_str(), body.dump(), "application/json");
         return reply ? reply->status : 0;
     }
+    // The reply's body, null when there was none.
+    json Send(const std::string& name, const json& body) const {
+        const auto reply = client->Post((root + "api/" + name).c_str(), body.dump(), "application/json");
+        return reply ? json::parse(reply->body, nullptr, false) : json();
+    }
+    json Get(const std::string& path) const {
+        const auto reply = client->Get((root + path).c_str());
+        return reply ? json::parse(reply->body, nullptr, false) : json();
+    }
     int IdOf(const json& state, int type, const std::string& label) const {
         for (const json& control : state["controls"])
             if (control["type"] == type && control["label"] == label) return control["id"];
@@ -186,6 +200,79 @@ TEST_F(EditCommandTest, CancelAndCtrlCLeaveTheFileAsItWas) {
     }
     EXPECT_EQ(Slurp(file), before);
     EXPECT_EQ(SavedIntensity(file), 1.5);
+}
+
+// Another table picked on the page: the dialog comes back on it with the edits made so far, and OK
+// saves the table into the scene with the settings, its light keys kept.
+TEST_F(EditCommandTest, APickedTableCarriesTheEditsOverAndIsSavedIntoTheScene) {
+    const fs::path scene = Path("shot.json");
+    fs::copy_file(fs::path(VELLUX_SOURCE_DIR) / "docs" / "example-scene.json", scene);
+    EditProcess tool({"--scene", scene.string()});
+    const std::string address = tool.Address();
+    ASSERT_FALSE(address.empty()) << tool.output();
+    const DialogClient page(address);
+
+    const json looks = page.Get("api/looks");
+    EXPECT_EQ(looks["current"], "Vellux");
+    std::map<std::string, std::string> groups;
+    for (const json& look : looks["looks"]) groups[look["name"]] = look["group"];
+    EXPECT_EQ(groups["LongZoom"], "Flare tables");
+    EXPECT_EQ(groups["double-gauss-50mm"], "Built from lenses");
+
+    const json state = page.State();
+    const int intensity = page.IdOf(state, cKV_EditText, "Intensity");
+    ASSERT_EQ(page.Post("edit", {{"id", intensity}, {"value", "0.9"}}), 200);
+    const json picked = page.Send("look", {{"name", "LongZoom"}});
+    EXPECT_EQ(picked["look"], "LongZoom");
+    EXPECT_EQ(picked["dialog"], 2);
+    for (const json& control : picked["controls"])
+        if (control["id"] == intensity) EXPECT_EQ(control["text"], "0.9");
+    EXPECT_EQ(page.Post("close", {{"accept", true}}), 200);
+    EXPECT_EQ(tool.Wait(), 0) << tool.output();
+    EXPECT_NE(tool.output().find("Settings saved to " + scene.string() + " (table LongZoom)"), std::string::npos)
+        << tool.output();
+
+    const vellux::engine::Scene saved = vellux::engine::LoadScene(scene);
+    EXPECT_EQ(saved.table, "LongZoom");
+    ASSERT_TRUE(saved.settings);
+    EXPECT_EQ(vellux::tool::DecodeSettings(*saved.settings).flareIntensity, 0.9);
+    EXPECT_EQ(saved.light.size(), 2u);
+}
+
+// What stops `edit` and `settings preview` before anything is served or written: a plate that
+// cannot be read, a table that cannot be found, options that do not fit. One line says why.
+TEST_F(EditCommandTest, PlatesAndTablesThatCannotBeHadStopItAndSaveNothing) {
+    const fs::path look = Path("look.json"), strange = Path("strange.json"), plate = Path("plate.png");
+    ASSERT_TRUE(Succeeded(RunTool("sample-frame --size 64x36 -o '" + plate.string() + "'")));
+    { std::ofstream(Path("damaged.png")) << "not a picture"; }
+    { std::ofstream(strange) << R"({"table": "NoSuchTable", "settings": {"flare-intensity": 0.7}})"; }
+    const std::string strangeText = Slurp(strange);
+    const std::string saveTo = " --no-browser --settings '" + look.string() + "'";
+    const struct {
+        std::string arguments;
+        int exitCode;
+        std::string says;
+    } cases[] = {
+        {"edit -i '" + Path("missing.png").string() + "'" + saveTo, 1, "missing.png: no such file"},
+        {"edit --plate '" + Path("damaged.png").string() + "'" + saveTo, 1, "damaged.png"},
+        {"edit -i '" + plate.string() + "' --colorspace Martian" + saveTo, 1, "--colorspace: 'Martian' is not a colour space"},
+        {"edit -i '" + plate.string() + "' --blend multiply" + saveTo, 1, "--blend"},
+        {"edit --blend add" + saveTo, 2, "--blend requires"},
+        {"edit --table NoSuchTable" + saveTo, 1, "NoSuchTable"},
+        {"edit --no-browser --settings '" + strange.string() + "'", 1, "NoSuchTable"},
+        {"settings preview -i '" + Path("missing.png").string() + "' -o '" + Path("p.png").string() + "'", 1,
+         "missing.png: no such file"},
+    };
+    for (const auto& c : cases) {
+        const ToolRun run = RunTool(c.arguments, 60);
+        EXPECT_EQ(run.exitCode, c.exitCode) << c.arguments << "\n" << run.err;
+        EXPECT_NE(run.err.find(c.says), std::string::npos) << c.arguments << "\n" << run.err;
+        if (c.exitCode == 1) EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+        EXPECT_EQ(run.out.find("Settings dialog:"), std::string::npos) << c.arguments;
+        EXPECT_FALSE(fs::exists(look)) << c.arguments;
+        EXPECT_FALSE(fs::exists(Path("p.png"))) << c.arguments;
+    }
+    EXPECT_EQ(Slurp(strange), strangeText);
 }
 
 TEST_F(EditCommandTest, WithADisplayTheAddressGoesToXdgOpen) {

@@ -4,6 +4,9 @@
 
 #include <cstring>
 #include <optional>
+#include <vector>
+
+#include <OpenImageIO/imagebuf.h>
 
 #include "host/dialog_resource.h"
 #include "host/host_session.h"
@@ -295,6 +298,41 @@ TEST_F(SettingsDialogTest, PaintedPreviewLeavesUntouchedPixelsBlack) {
 }
 
 // ---- The command line ----
+
+// On a plate of the preview's own size the preview is what `vellux render` makes of that plate,
+// pixel for pixel, with the light where the preview starts it (a quarter across and down) and the
+// same blend: the host adds the plug-in's preview to the plate as the render adds its frame.
+TEST_F(SettingsDialogTest, OnAPlateOfItsOwnSizeThePreviewIsTheRendersPicture) {
+    const fs::path plate = Path("plate.png");
+    ASSERT_TRUE(Succeeded(RunTool("sample-frame --size 400x226 -o '" + plate.string() + "'")));
+    const auto rgb = [](const fs::path& file, OIIO::ROI roi) {
+        OIIO::ImageBuf image(file.string());
+        std::vector<uint8_t> values(roi.npixels() * 3);
+        roi.chbegin = 0, roi.chend = 3;
+        EXPECT_TRUE(image.get_pixels(roi, OIIO::TypeUInt8, values.data())) << image.geterror();
+        return values;
+    };
+    const std::vector<uint8_t> bare = rgb(plate, OIIO::ROI(0, 400, 0, 226));
+    for (const char* blend : {"display", "add", "screen"}) {
+        const fs::path preview = Path(std::string("preview-") + blend + ".png"), render = Path(std::string("render-") + blend + ".png");
+        ASSERT_TRUE(Succeeded(RunTool("settings preview -i '" + plate.string() + "' --blend " + blend + " -o '" +
+                                      preview.string() + "' 'Star filter=4'")));
+        ASSERT_TRUE(Succeeded(RunTool("render -q -i '" + plate.string() + "' --light-fraction 0.25,0.25 --star-filter 4 --blend " +
+                                      blend + " -o '" + render.string() + "'")));
+        const std::vector<uint8_t> shown = rgb(preview, OIIO::ROI(1, 401, 1, 227)), rendered = rgb(render, OIIO::ROI(0, 400, 0, 226));
+        ASSERT_EQ(shown.size(), rendered.size());
+        EXPECT_TRUE(shown == rendered) << blend;
+        // The flare lightens much of the plate and leaves the rest exactly as it was.
+        size_t lighter = 0, same = 0;
+        for (size_t i = 0; i < shown.size(); ++i) {
+            ASSERT_GE(shown[i], bare[i]) << blend << " value " << i;
+            lighter += shown[i] > bare[i];
+            same += shown[i] == bare[i];
+        }
+        EXPECT_GT(lighter, shown.size() / 20) << blend;
+        EXPECT_GT(same, shown.size() / 20) << blend;
+    }
+}
 
 TEST_F(SettingsDialogTest, SetSavesAndShowReadsBackAndCancelledRunsLeaveTheFileAlone) {
     const fs::path look = Path("look.json");

@@ -38,9 +38,11 @@ protected:
     std::filesystem::path Path(const std::string& name) const { return dir_ / name; }
 
     // Runs the tool with `arguments` (quoted as they are: the test paths hold no single quotes);
-    // its output goes to the files "out" and "err" in the folder.
-    ToolRun RunTool(const std::string& arguments) const {
-        const std::string command = std::string("'") + VELLUX_TOOL_PATH + "' " + arguments + " >'" +
+    // its output goes to the files "out" and "err" in the folder. With `seconds`, a tool still
+    // running then is stopped (exit code 124): for commands that would wait for a person.
+    ToolRun RunTool(const std::string& arguments, int seconds = 0) const {
+        const std::string limit = seconds > 0 ? "timeout " + std::to_string(seconds) + " " : "";
+        const std::string command = limit + "'" + VELLUX_TOOL_PATH + "' " + arguments + " >'" +
                                     Path("out").string() + "' 2>'" + Path("err").string() + "'";
         const int status = std::system(command.c_str());
         return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Slurp(Path("out")), Slurp(Path("err"))};

@@ -6,16 +6,22 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <initializer_list>
-#include <string>
 #include <iostream>
 #include <memory>
+#include <set>
+#include <string>
+#include <vector>
 
+#include "host/image_backdrop.h"
 #include "host/web_dialog_runner.h"
 #include "engine/dialog_session.h"
+#include "engine/lens_look.h"
 #include "engine/setting_controls.h"
+#include "engine/table_search.h"
 #include "tools/vellux/interrupt_guard.h"
 #include "tools/vellux/settings_command.h"
 #include "vellux/plugin_records.h"
@@ -30,9 +36,22 @@ namespace {
 
 struct EditOptions {
     SettingsSource source;
+    PreviewPlateChoice plate;
     int port = 0;
     bool noBrowser = false;
 };
+
+// The looks the page offers: every table `vellux tables` lists, the plain tables first, then those
+// built from a lens of the lens library (they carry the lens's name).
+std::vector<host::LookChoice> OfferedLooks() {
+    std::set<std::string> lenses;
+    for (const LensEntry& lens : ListLenses()) lenses.insert(lens.name);
+    std::vector<host::LookChoice> looks;
+    for (const TableEntry& table : ListTables())
+        looks.push_back({table.name, table.description, lenses.count(table.name) != 0 ? "Built from lenses" : "Flare tables"});
+    std::stable_partition(looks.begin(), looks.end(), [](const host::LookChoice& look) { return look.group == "Flare tables"; });
+    return looks;
+}
 
 // A browser can be shown only where there is a display.
 bool HasDisplay() {
@@ -68,9 +87,13 @@ pid_t StartOpener(const std::string& address) {
 int Edit(const EditOptions& options) {
     const bool openBrowser = !options.noBrowser && HasDisplay();
     pid_t openerProcess = -1;
+    // The plate is read before anything is served: one that cannot be read ends the command.
+    const std::unique_ptr<host::ImageBackdrop> plate = LoadPreviewPlate(options.plate);
+    const host::ScopedImageBackdrop onPlate(plate.get());
 
     host::WebDialogOptions web;
     web.port = options.port;
+    web.looks = OfferedLooks();
     web.interrupted = [] { return InterruptGuard::Requested(); };
     web.ready = [&](const std::string& address) {
         std::cout << "Settings dialog: " << address << std::endl;
@@ -97,7 +120,8 @@ int Edit(const EditOptions& options) {
         std::cout << "Accepted; nothing saved (no --scene or --settings given)" << std::endl;
         return 0;
     }
-    std::cout << "Settings saved to " << file.string() << std::endl;
+    std::cout << "Settings saved to " << file.string()
+              << (outcome.look.empty() ? std::string() : " (table " + outcome.look + ")") << std::endl;
     if (outcome.channelsReset && !options.source.scene.empty())
         std::cout << "The star filter changed: the plug-in dropped its animation channels, so the scene's channel "
                      "keys were removed"
@@ -111,6 +135,7 @@ void AddEditCommand(CLI::App& app, Action& action) {
     auto options = std::make_shared<EditOptions>();
     CLI::App* edit = app.add_subcommand("edit", "Edit the plug-in's settings in its dialog, in a browser");
     AddSettingsSourceOptions(*edit, options->source);
+    AddPreviewPlateOptions(*edit, options->plate);
     edit->add_option("--port", options->port, "Port on 127.0.0.1 to serve the dialog on (default: any free one)")
         ->check(CLI::Range(1, 65535));
     edit->add_flag("--no-browser", options->noBrowser, "Only print the address; do not open a browser");

@@ -14,13 +14,16 @@
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "engine/lens_sheet.h"
 #include "engine/look_sheet.h"
 #include "engine/option_values.h"
+#include "engine/preview_plate.h"
 #include "engine/render_request.h"
+#include "host/image_backdrop.h"
 
 namespace vellux::tool {
 
@@ -38,6 +41,9 @@ struct ImageActions {
     void (*writeLensSheet)(const engine::LensSheetRequest& request);
     // `vellux tables --sheet` (engine/look_sheet.h): a contact sheet of every table and lens.
     void (*writeLookSheet)(const engine::LookSheetRequest& request);
+    // The settings dialog's preview on the artist's plate (engine/preview_plate.h): the backdrop
+    // the host draws the preview over. Reads the plate; throws naming the file.
+    std::unique_ptr<host::ImageBackdrop> (*previewPlate)(const engine::PreviewPlateOptions& options);
 };
 
 inline constexpr const char* kImageActionsModule = "libvellux_tool_images.so";

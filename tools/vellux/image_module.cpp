@@ -11,6 +11,7 @@
 #include "engine/frame_render.h"
 #include "engine/lens_sheet.h"
 #include "engine/pending_output.h"
+#include "engine/preview_plate.h"
 #include "engine/sample_frame.h"
 #include "engine/scene_render.h"
 #include "host/progress_bar.h"
@@ -49,7 +50,12 @@ void WriteRgba(const fs::path& file, int32_t width, int32_t height, const std::v
     pending.Commit();
 }
 
-constexpr ImageActions kActions{Render, WriteSampleFrame, ParseFrameList, WriteRgba, WriteLensSheet, WriteLookSheet};
+std::unique_ptr<host::ImageBackdrop> MakePreviewPlate(const PreviewPlateOptions& options) {
+    return std::make_unique<PreviewPlate>(options);
+}
+
+constexpr ImageActions kActions{Render,         WriteSampleFrame, ParseFrameList,  WriteRgba,
+                                WriteLensSheet, WriteLookSheet,   MakePreviewPlate};
 
 }  // namespace
 

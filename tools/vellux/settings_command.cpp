@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "host/scripted_dialog_runner.h"
+#include "engine/blend.h"
 #include "engine/dialog_session.h"
 #include "engine/option_values.h"
 #include "engine/setting_controls.h"
@@ -26,6 +27,7 @@ struct SettingsOptions {
     std::vector<std::string> assignments;
     fs::path output;
     std::string light;   // "X,Y", fractions of the preview
+    PreviewPlateChoice plate;
 };
 
 // NAME=VALUE under a setting's name ("flare-intensity=0.8", "halo=off"): the value is read and
@@ -103,6 +105,8 @@ int Set(const SettingsOptions& options) {
 }
 
 int Preview(const SettingsOptions& options) {
+    const std::unique_ptr<host::ImageBackdrop> plate = LoadPreviewPlate(options.plate);
+    const host::ScopedImageBackdrop onPlate(plate.get());
     host::ScriptedDialogRunner runner(EditSteps(options.assignments), false);
     // The click is played once the dialog is in hand, so that it can be placed from the
     // preview's own bounds; it goes through the runner, which reports it to the plug-in's drag.
@@ -138,6 +142,28 @@ void AddSettingsSourceOptions(CLI::App& command, SettingsSource& source) {
     command.add_option("--table", source.table, "Flare table: a name (vellux tables lists them) or a .rsc file (default: Vellux)")->type_name("NAME");
 }
 
+void AddPreviewPlateOptions(CLI::App& command, PreviewPlateChoice& choice) {
+    CLI::Option* plate = command.add_option("-i,--plate", choice.plate, "Show the preview on this image (PNG, EXR, ...), scaled "
+                                            "to the preview, the flare blended as a render blends it")
+                             ->type_name("IMAGE");
+    command.add_option("--blend", choice.blend, "With --plate: how the flare goes over it, as for vellux render (display, add, screen)")
+        ->type_name("MODE")
+        ->capture_default_str()
+        ->needs(plate);
+    command.add_option("--colorspace", choice.colorspace,
+                       "With --plate: its colour space (default: linear for float images, sRGB for others)")
+        ->type_name("NAME")
+        ->needs(plate);
+}
+
+std::unique_ptr<host::ImageBackdrop> LoadPreviewPlate(const PreviewPlateChoice& choice) {
+    if (choice.plate.empty()) return nullptr;
+    PreviewPlateOptions options;
+    options.file = choice.plate;
+    options.colorspace = choice.colorspace;
+    options.blend = ParseBlend("--blend", choice.blend);
+    return LoadImageActions().previewPlate(options);
+}
 
 std::string DialogListing(host::Dialog& dialog) {
     std::ostringstream out;
@@ -166,6 +192,7 @@ void AddSettingsCommands(CLI::App& app, Action& action) {
                [](CLI::App& command, SettingsOptions& options) {
                    command.add_option("-o,--output", options.output, "The image to write (PNG, TIFF, ...)")->required();
                    command.add_option("--light", options.light, "Click the preview at X,Y, fractions of its size");
+                   AddPreviewPlateOptions(command, options.plate);
                    command.add_option("assignments", options.assignments, "NAME=VALUE edits before the preview");
                });
 }

@@ -6,7 +6,8 @@
 // Builds nothing. Needs node, /usr/bin/chromium and `npm ci` in web/. Exits 77 (skipped) when
 // one of those is missing. Screenshots go to VELLUX_SCREENSHOTS (default: web-screenshots beside
 // the tool's folder, i.e. build/<preset>/web-screenshots); with VELLUX_DOCS_SCREENSHOT set, the
-// screenshot after the drag is also copied there (the README's docs/settings-dialog.png).
+// screenshot after the drag is also copied there (the README's docs/settings-dialog.png), and with
+// VELLUX_DOCS_PLATE_SCREENSHOT the dialog on the sample plate (docs/settings-dialog-plate.png).
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
 import { existsSync } from 'node:fs';
@@ -64,6 +65,16 @@ function startEdit(args) {
   return run;
 }
 
+// Runs the tool to its end; rejects unless it exits 0.
+function runTool(args) {
+  return new Promise((done, fail) => {
+    const child = spawn(tool, args, { stdio: ['ignore', 'ignore', 'pipe'] });
+    let err = '';
+    child.stderr.setEncoding('utf8').on('data', (text) => { err += text; });
+    child.on('exit', (code) => (code === 0 ? done() : fail(new Error(`vellux ${args.join(' ')} answered ${code}: ${err}`))));
+  });
+}
+
 async function waitForExit(run, seconds = 30) {
   const timer = new Promise((_, reject) => setTimeout(() => reject(new Error('vellux edit did not end')), seconds * 1000).unref());
   return Promise.race([run.exited, timer]);
@@ -85,7 +96,7 @@ async function openBrowser() {
     executablePath: kChromium,
     headless: true,
     args: kChromiumFlags,
-    viewport: { width: 860, height: 640 },
+    viewport: { width: 1100, height: 740 },
     deviceScaleFactor: 1,
     colorScheme: 'light',
   });
@@ -116,6 +127,34 @@ function canvasPixels(page, id) {
     }
     return { hash, lit };
   }, `control-${id}`);
+}
+
+// The canvas's pixels as drawn on the page: {width, height, data (RGBA)}.
+function canvasData(page, id) {
+  return page.evaluate((canvasId) => {
+    const canvas = document.getElementById(canvasId);
+    const { data } = canvas.getContext('2d').getImageData(0, 0, canvas.width, canvas.height);
+    return { width: canvas.width, height: canvas.height, data: Array.from(data) };
+  }, `control-${id}`);
+}
+
+// The canvas once it stopped changing, different from `previous` (a digest) when one is given.
+async function settledCanvas(page, id, previous = null) {
+  return until('the preview to settle', async () => {
+    const a = await canvasPixels(page, id);
+    if (previous && a.hash === previous.hash) return false;
+    await new Promise((wake) => setTimeout(wake, 300));
+    const b = await canvasPixels(page, id);
+    return a.hash === b.hash && b;
+  });
+}
+
+async function typeInto(page, control, text) {
+  await page.locator(`#control-${control.id}`).fill(text);
+  await until(`"${control.label}" to read ${text}`, async () => {
+    const now = await hostState(page);
+    return now.controls.find((c) => c.id === control.id).text === text;
+  });
 }
 
 async function until(what, check, seconds = 20) {
@@ -245,6 +284,120 @@ describe('settings dialog in the browser', { timeout: 240000 }, () => {
       const saved = await readSettings(file);
       assert.equal(saved['flare-intensity'], 0.8);
       assert.equal(saved['anamorphic-streak'], true, 'the anamorphic streak is saved');
+    } finally {
+      if (run.exit === null) run.child.kill('SIGINT');
+    }
+  });
+
+  test('picking another table repaints the preview, keeps the edits, and OK saves its name', async () => {
+    const file = join(scratch, 'picked.json');
+    const run = startEdit(['--settings', file]);
+    try {
+      const { page, state, preview, problems } = await openDialog(browser.context, await run.address);
+      await page.locator('#looks').waitFor({ state: 'visible' });
+      assert.equal(await page.getByRole('radio', { name: /^Vellux\b/ }).isChecked(), true, 'the dialog opens on the default table');
+      assert.equal(await page.getByRole('radio').count(), (await (await page.request.get(`${await run.address}api/looks`)).json()).looks.length);
+
+      const intensity = findControl(state, 10, /^intensity$/i);
+      await typeInto(page, intensity, '0.8');
+      const before = await settledCanvas(page, preview.id);
+      await page.getByRole('radio', { name: /^LongZoom\b/ }).check();
+      await until('the dialog on LongZoom', async () => (await hostState(page)).look === 'LongZoom');
+      const after = await settledCanvas(page, preview.id, before);
+      assert.notEqual(after.hash, before.hash, 'the preview shows the other table');
+      assert.equal(await page.locator(`#control-${intensity.id}`).inputValue(), '0.8', 'the edit carried over');
+      await page.screenshot({ path: join(screenshots, 'picked-table.png') });
+
+      await page.locator('#control-1').click();
+      await page.locator('#notice').waitFor({ state: 'visible' });
+      assert.equal(await waitForExit(run), 0, run.out + run.err);
+      assert.match(run.out, /Settings saved to .* \(table LongZoom\)/);
+      assert.deepEqual(problems, []);
+      await page.close();
+    } finally {
+      if (run.exit === null) run.child.kill('SIGINT');
+    }
+    const saved = JSON.parse(await readFile(file, 'utf8'));
+    assert.equal(saved.table, 'LongZoom');
+    assert.equal(saved.settings['flare-intensity'], 0.8);
+  });
+
+  test('on a plate the preview is the plate where the flare adds nothing and lighter where it adds light', async () => {
+    const plate = join(scratch, 'sample-plate.png');
+    await runTool(['sample-frame', '-o', plate]);
+
+    // The flare alone: the preview on black.
+    let flare;
+    {
+      const run = startEdit([]);
+      try {
+        const { page, preview } = await openDialog(browser.context, await run.address);
+        await settledCanvas(page, preview.id);
+        flare = await canvasData(page, preview.id);
+        await page.locator('#control-2').click();
+        await page.locator('#notice').waitFor({ state: 'visible' });
+        assert.equal(await waitForExit(run), 0, run.out + run.err);
+        await page.close();
+      } finally {
+        if (run.exit === null) run.child.kill('SIGINT');
+      }
+    }
+
+    const run = startEdit(['-i', plate]);
+    try {
+      const { page, state, preview, problems } = await openDialog(browser.context, await run.address);
+      const opened = await settledCanvas(page, preview.id);
+      // Dissolved all the way the flare adds nothing: the plate as the preview shows it.
+      const dissolve = findControl(state, 10, /^dissolve$/i);
+      await typeInto(page, dissolve, '1');
+      const bareDigest = await settledCanvas(page, preview.id, opened);
+      const bare = await canvasData(page, preview.id);
+      await typeInto(page, dissolve, '0');
+      const onPlateDigest = await settledCanvas(page, preview.id, bareDigest);
+      assert.equal(onPlateDigest.hash, opened.hash);
+      const onPlate = await canvasData(page, preview.id);
+
+      // Inside the preview's 1-pixel frame: the plate plus the flare, channel by channel, as the
+      // plug-in adds a flare into an 8-bit frame.
+      const { width, height } = onPlate;
+      let lighter = 0;
+      let same = 0;
+      let wrong = 0;
+      for (let y = 1; y < height - 1; y += 1) {
+        for (let x = 1; x < width - 1; x += 1) {
+          for (let c = 0; c < 3; c += 1) {
+            const i = (y * width + x) * 4 + c;
+            if (onPlate.data[i] !== Math.min(255, bare.data[i] + flare.data[i])) wrong += 1;
+            if (onPlate.data[i] > bare.data[i]) lighter += 1;
+            else if (onPlate.data[i] === bare.data[i]) same += 1;
+          }
+        }
+      }
+      assert.equal(wrong, 0, 'every pixel is the plate plus the flare');
+      const values = (width - 2) * (height - 2) * 3;
+      assert.ok(lighter > values / 20 && same > values / 20, `lighter ${lighter}, unchanged ${same} of ${values}`);
+
+      // Edits still reach the preview at once, on the plate too.
+      const intensity = findControl(state, 10, /^intensity$/i);
+      await typeInto(page, intensity, '0.9');
+      await settledCanvas(page, preview.id, onPlateDigest);
+
+      // The light onto the sun (a third across, a third down), another look, for the README.
+      const box = await page.locator(`#control-${preview.id}`).boundingBox();
+      await page.mouse.click(box.x + box.width * 0.3, box.y + box.height * 0.35);
+      const onSun = await settledCanvas(page, preview.id);
+      await page.getByRole('radio', { name: /^LongZoom\b/ }).check();
+      await until('the dialog on LongZoom', async () => (await hostState(page)).look === 'LongZoom');
+      await settledCanvas(page, preview.id, onSun);
+      await page.screenshot({ path: join(screenshots, 'on-plate.png') });
+      if (process.env.VELLUX_DOCS_PLATE_SCREENSHOT) await copyFile(join(screenshots, 'on-plate.png'), process.env.VELLUX_DOCS_PLATE_SCREENSHOT);
+
+      await page.locator('#control-2').click();
+      await page.locator('#notice').waitFor({ state: 'visible' });
+      assert.equal(await waitForExit(run), 0, run.out + run.err);
+      assert.match(run.out, /Cancelled, nothing saved/);
+      assert.deepEqual(problems, []);
+      await page.close();
     } finally {
       if (run.exit === null) run.child.kill('SIGINT');
     }
