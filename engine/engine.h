@@ -130,6 +130,8 @@
 #include "engine/preview_plate.h"
 //   PreviewPlate(options)                 the host's backdrop for the dialog's preview: the flare on the
 //                                         artist's plate, blended as a render blends it
+#include "engine/setting_controls.h"
+//   SettingControls, FindSettingControl   the dialog's control for each setting, by its name
 #include "engine/plugin_about.h"
 //   AskPlugin(library)                    INFO and CHEK
 

@@ -27,15 +27,15 @@ using Json = nlohmann::ordered_json;
 constexpr double kUnbounded = std::numeric_limits<double>::infinity();
 
 constexpr SceneChannel kChannels[] = {
-    {"Intensity", 2, kChannelReal, 0.0, kUnbounded},
-    {"Dissolve", 3, kChannelReal, 0.0, 1.0},
-    {"Anamorphic Factor", 4, kChannelReal, 0.0, kUnbounded},
-    {"Ring Size", 5, kChannelReal, 0.0, kUnbounded},
-    {"Ring Color", 6, kChannelColor, -32768.0, 32767.0},
-    {"Star Rotation", 7, kChannelReal, -kUnbounded, kUnbounded},
-    {"Streak Density", 8, kChannelReal, 0.0, kUnbounded},
-    {"Streak Intensity", 9, kChannelReal, 0.0, kUnbounded},
-    {"Streak Sharpness", 10, kChannelReal, 0.0, kUnbounded},
+    {"Intensity", 2, kChannelReal, 0.0, kUnbounded, "flare-intensity"},
+    {"Dissolve", 3, kChannelReal, 0.0, 1.0, "dissolve"},
+    {"Anamorphic Factor", 4, kChannelReal, 0.0, kUnbounded, "anamorphic-factor"},
+    {"Ring Size", 5, kChannelReal, 0.0, kUnbounded, "ring-size"},
+    {"Ring Color", 6, kChannelColor, -32768.0, 32767.0, "ring-color"},
+    {"Star Rotation", 7, kChannelReal, -kUnbounded, kUnbounded, "star-rotation"},
+    {"Streak Density", 8, kChannelReal, 0.0, kUnbounded, "streak-density"},
+    {"Streak Intensity", 9, kChannelReal, 0.0, kUnbounded, "streak-intensity"},
+    {"Streak Sharpness", 10, kChannelReal, 0.0, kUnbounded, "streak-sharpness"},
 };
 
 constexpr double kLowestFNumber = 0.5, kHighestFNumber = 100.0;

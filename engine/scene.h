@@ -119,6 +119,7 @@ struct SceneChannel {
     int32_t id;
     IFFType type;
     double low, high;   // the setting's range (a REAL one's)
+    std::string_view setting;   // the setting it animates, by its name (setting_names.h)
 };
 std::span<const SceneChannel> SceneChannels();
 

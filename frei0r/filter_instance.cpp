@@ -57,7 +57,7 @@ engine::Flare& FilterInstance::FlareFor(const FilterSettings& s) {
         } catch (const std::exception& error) {
             std::string problem = error.what();
             if (problem.starts_with("--lens: ")) problem.erase(0, 8);   // the engine speaks as the tool
-            Report("Lens: " + problem + "; the table's look is used");
+            Report("lens: " + problem + "; the table's look is used");
             setup.lens.reset();
         }
     }
@@ -66,14 +66,14 @@ engine::Flare& FilterInstance::FlareFor(const FilterSettings& s) {
         flare_ = std::make_unique<engine::Flare>(setup);
     } catch (const std::exception& error) {
         if (s.table.empty()) throw;
-        Report("Flare table: " + std::string(error.what()) + "; the default table is used");
+        Report("table: " + std::string(error.what()) + "; the default table is used");
         setup.table.clear();
         flare_ = std::make_unique<engine::Flare>(setup);
     }
     return *flare_;
 }
 
-// The lens look the settings ask for. The F-number slider reaches wider than most lenses open:
+// The lens look the settings ask for. The f-number slider reaches wider than most lenses open:
 // there the lens's widest is taken (and said once).
 engine::LensLookOptions FilterInstance::LensLookFor(const FilterSettings& s) {
     const lens::Prescription prescription = lens::ReadPrescription(engine::FindLens(s.lens));
@@ -84,7 +84,7 @@ engine::LensLookOptions FilterInstance::LensLookFor(const FilterSettings& s) {
     look.blades = s.blades;
     if (s.fNumber < widest) {
         char text[200];
-        std::snprintf(text, sizeof(text), "F-number: f/%g is wider than %s opens; its widest, f/%.2f, is used", s.fNumber,
+        std::snprintf(text, sizeof(text), "f-number: f/%g is wider than %s opens; its widest, f/%.2f, is used", s.fNumber,
                       prescription.name.c_str(), widest);
         Report(text);
     }

@@ -1,40 +1,20 @@
 // The frei0r filter's parameters: what an editor's effect panel shows, and how each value maps
 // onto the flare's settings.
 //
-// frei0r hosts show doubles as 0..1 sliders. Each double maps linearly onto its setting's range,
-// setting = min + slider x (max - min), so a host's saved slider values give the same settings
-// again; the star filter is rounded to a whole number, slider x 10.
+// Names. A parameter that carries one of the flare's settings has the setting's own name
+// (engine/setting_names.h: "flare-intensity", "ring-color") and the setting's meaning as its
+// explanation; the light's parameters are named after the vellux tool's options ("light-fraction",
+// "color", "intensity", "radius", "table", "lens", "f-number", "blades", "blend"). The name is the
+// dashed one, not words: MLT sets a frei0r parameter by its name, so it is what an artist types
+// after a melt filter (flare-intensity=0.4, with nothing to quote) and what an editor's project
+// keeps, and it is the name the tool, look files, scenes and (with underscores) Python and Blender
+// use. An editor shows it in words ("Flare intensity": the Kdenlive description).
 //
-//   #   name                  type       setting                            range (slider 0..1)
-//   0   Light position        position   the light, fractions of the frame  any (off the frame too)
-//   1   Light colour          colour     the light's colour                 0..255 each
-//   2   Light intensity       double     the light's intensity              0..4
-//   3   Light radius          double     the light's radius, of the frame's smaller side  0..0.25
-//   4   Flare intensity       double     overall strength                   0..2
-//   5   Dissolve              double     fades the flare out                0..1
-//   6   Ring size             double     the halo, flare units              0..1 (at least 0.001)
-//   7   Ring colour           colour     the halo's colour                  0..255 each
-//   8   Star filter           double     the star's points                  0..10, whole
-//   9   Star rotation         double     degrees                            0..360
-//   10  Streak density        double     streaks in the star                0..200
-//   11  Streak intensity      double     their brightness                   0..0.3
-//   12  Streak sharpness      double     their falloff                      0..30
-//   13  Anamorphic factor     double     the anamorphic stretch             1..4
-//   14..21 switches           bool       Glow, Glow in light colour, Halo, Reflections, Anamorphic,
-//                                        Anamorphic streak, Random streaks, Follow light size
-//   22  Flare only            bool       the flare alone on transparent black, for an overlay track
-//   23  Flare table           string     a table's name or .rsc path; empty: the default
-//   24  Light X               double     the light's x again, for hosts that   -1..2
-//   25  Light Y               double     key only numbers (MLT): the last set wins  -1..2
-//   26  Blend                 string     how the flare goes over the frame: display (the
-//                                        plug-in's own add, the default), add (linear light), screen
-//   27  Lens                  string     paint this lens's own flare (engine/lens_look.h) instead of
-//                                        the table's: a lens's name or .json file; empty: the table's
-//   28  F-number              double     the lens's aperture; below the lens's widest, the widest  1..22
-//   29  Blades                double     the iris's blades, 0 round, whole (1 and 2 make 3)  0..16
-//
-// Hosts that set parameters by position (ffmpeg) need not give 24 and 25; the light's position
-// comes first.
+// Values. Hosts show numbers as 0..1 sliders; each maps onto its setting's unit in a straight line,
+// unit = min + slider x (max - min), so a host's saved slider values give the same settings again.
+// The ranges are kept in filter_params.cpp's tables; the README describes them once, for artists.
+// Hosts that set parameters by position (ffmpeg) see them in a fixed order: a new parameter only
+// ever goes at the end.
 //
 // A value out of range is clamped, and one that is not a number ignored; either way the problem
 // is reported once (the caller prints it), and rendering goes on.
@@ -68,7 +48,7 @@ struct FilterSettings {
     static engine::SettingEdits DefaultEdits();   // the plug-in's own defaults, every field given
 };
 
-inline constexpr int kParamCount = 30;
+inline constexpr int kParamCount = 31;
 
 // frei0r's description of parameter `index` (0..kParamCount-1); the texts live as long as the program.
 f0r_param_info_t ParamInfo(int index);

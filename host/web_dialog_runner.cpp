@@ -453,6 +453,10 @@ json WebDialogRunner::Session::State() const {
             {"visible", control.visible},
         };
         if (control.item.labelFor != 0) entry["labelFor"] = control.item.labelFor;
+        if (const auto setting = options_.settings.find(control.id()); setting != options_.settings.end()) {
+            entry["setting"] = setting->second.name;
+            if (setting->second.inverted) entry["settingInverted"] = true;
+        }
         switch (control.type()) {
         case cKV_EditText:
             entry["text"] = control.text;

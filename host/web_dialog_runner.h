@@ -36,7 +36,8 @@
 //                                when looks are offered), closed, and controls: id, type (KV_ControlType
 //                                number), bounds {left, top, right, bottom}, label, title, value,
 //                                text, selection [start, end], color "#RRGGBB", menu [{value,
-//                                text}], labelFor, enabled, visible
+//                                text}], labelFor, enabled, visible, and setting (its name) with
+//                                settingInverted for a control of WebDialogOptions::settings
 //   GET  api/canvas/ID           a user control's pixels: raw RGBA rows of its bounds
 //                                (application/octet-stream), headers X-Canvas-Width, -Height, -Version
 //   POST api/edit {id, value}    sets a control as the artist would, then fires its hit function:
@@ -58,6 +59,7 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -75,12 +77,19 @@ struct LookChoice {
     std::string group;         // the heading it is listed under
 };
 
+// The setting a control edits, which the page shows by its name beside the dialog's own label.
+struct ControlSetting {
+    std::string name;        // the setting's name in every front end ("flare-intensity")
+    bool inverted = false;   // a check box that is on when the setting is off
+};
+
 struct WebDialogOptions {
     int port = 0;                                         // 0: one the system chooses
     std::function<void(const std::string& address)> ready;   // the page's address, once served
     std::function<bool()> interrupted;                    // polled; true cancels the dialog
     std::chrono::milliseconds dragTimeout{30000};         // a drag without events ends
     std::vector<LookChoice> looks;                        // offered beside the dialog; none: no choice
+    std::map<int, ControlSetting> settings;               // by control ID; in the state as "setting"
 };
 
 // ---- WebDialogRunner ----

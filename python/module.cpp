@@ -19,6 +19,7 @@
 #include "engine/colour.h"
 #include "engine/flare.h"
 #include "engine/frame_image.h"
+#include "engine/frame_render.h"
 #include "engine/occlusion.h"
 #include "engine/plate.h"
 #include "engine/plugin_about.h"
@@ -95,12 +96,25 @@ public:
         flare_ = std::make_unique<engine::Flare>(setup);
         table_ = table.value_or("");
         lens_ = lens.lens.value_or("");
+        engine::RenderRequest made;   // what the tool would be asked for, to name it in a look
+        made.table = table_;
+        made.lens = setup.lens;
+        source_ = engine::RequestLookSource(made);
     }
 
     py::object Get(const std::string& name) const { return GetSetting(edits_, name); }
     void Set(const std::string& name, const py::handle& value) { SetSetting(edits_, name, value); }
     const std::string& table() const { return table_; }
     const std::string& lens() const { return lens_; }
+
+    // The look file's text of the record that reaches the plug-in, as an EXR's Vellux:Settings
+    // holds it: the settings by name, and the table or lens the flare is painted with.
+    std::string Look() {
+        py::gil_scoped_release unlocked;   // a render on another thread may hold the flare
+        const std::lock_guard lock(mutex_);
+        flare_->instance().EditSettings(edits_);
+        return engine::WriteSettingsText({engine::NativeByteOrder(), flare_->host().controlData()}, source_);
+    }
 
     py::array Render(const py::array& image, const std::array<double, 2>& at, const std::array<int, 3>& color,
                      double intensity, double radius, double pixelAspect, const std::optional<py::array>& occlusion,
@@ -158,6 +172,7 @@ private:
     std::unique_ptr<engine::Flare> flare_;
     engine::SettingEdits edits_;
     std::string table_, lens_;
+    engine::LookSource source_;
     std::mutex mutex_;
 };
 
@@ -237,6 +252,7 @@ PYBIND11_MODULE(_vellux, m) {
              py::arg("aperture_rotation") = py::none())
         .def("get", &PyFlare::Get)
         .def("set", &PyFlare::Set)
+        .def("look", &PyFlare::Look)
         .def_property_readonly("table", &PyFlare::table)
         .def_property_readonly("lens", &PyFlare::lens)
         .def("render", &PyFlare::Render, py::arg("image"), py::arg("light"), py::arg("color"), py::arg("intensity"),
@@ -275,10 +291,12 @@ PYBIND11_MODULE(_vellux, m) {
         py::gil_scoped_release unlocked;
         engine::WriteSceneFile(path, scene);
     });
+    // Each channel a scene may key, with the setting it animates as Flare names it.
     m.def("scene_channels", [] {
-        std::vector<std::string> names;
-        for (const engine::SceneChannel& channel : engine::SceneChannels()) names.emplace_back(channel.name);
-        return names;
+        std::vector<std::pair<std::string, std::string>> channels;
+        for (const engine::SceneChannel& channel : engine::SceneChannels())
+            channels.emplace_back(channel.name, PythonName(channel.setting));
+        return channels;
     });
     m.def("render_scene", &RenderScene, py::arg("scene"), py::arg("output"), py::arg("frames"), py::arg("jobs"),
           py::arg("plugin") = py::none(), py::arg("table") = py::none(), py::arg("compression") = "");

@@ -216,6 +216,8 @@ function build(state) {
   for (const info of state.controls) {
     const built = makeControl(info, named.has(info.id));
     if (!built) continue;
+    built.box.dataset.setting = settingHint(info);
+    built.box.title = built.box.dataset.setting;
     built.box.classList.add('control');
     place(built.box, info.bounds);
     surface.append(built.box);
@@ -228,8 +230,16 @@ function build(state) {
   document.fonts.ready.then(fitTexts);
 }
 
+// The setting a control edits, by the name the tool, look files, Python, Blender and the video
+// editors give it ("flare-intensity"), shown as the control's tooltip beside the dialog's own label.
+function settingHint(info) {
+  if (!info.setting) return '';
+  return info.settingInverted ? `${info.setting} (on when this is off)` : info.setting;
+}
+
 // Texts were laid out for the dialog's own font; where this browser's is wider, a text shrinks a
-// little to stay inside its bounds rather than run into the next control.
+// little to stay inside its bounds rather than run into the next control (the whole text then in
+// its tooltip).
 function fitTexts() {
   const kSmallest = 10;
   for (const { box } of page.controls.values()) {
@@ -240,7 +250,8 @@ function fitTexts() {
       size -= 0.5;
       box.style.fontSize = `${size}px`;
     }
-    if (box.scrollWidth > box.clientWidth) box.title = box.textContent;
+    const cut = box.scrollWidth > box.clientWidth;
+    box.title = [cut ? box.textContent : '', box.dataset.setting].filter(Boolean).join(' · ');
   }
 }
 

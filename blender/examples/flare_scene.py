@@ -1,5 +1,5 @@
 """Makes the example scene: a camera, a point light drifting across the sky behind a pillar, and
-the light's Vellux flare (star filter, keyed intensity), rendered with Cycles on the CPU.
+the light's Vellux flare (star filter, keyed flare intensity), rendered with Cycles on the CPU.
 
     blender -b --factory-startup --python blender/examples/flare_scene.py -- OUT.blend [WIDTH HEIGHT SAMPLES]
 
@@ -65,10 +65,10 @@ def give_flare(lamp):
     flare = lamp.data.vellux_flare
     flare.enabled = True
     flare.star_filter = 4
-    flare.intensity = 0.6
-    flare.keyframe_insert("intensity", frame=1)
-    flare.intensity = 0.9
-    flare.keyframe_insert("intensity", frame=FRAMES)
+    flare.flare_intensity = 0.6
+    flare.keyframe_insert("flare_intensity", frame=1)
+    flare.flare_intensity = 0.9
+    flare.keyframe_insert("flare_intensity", frame=FRAMES)
 
 
 if __name__ == "__main__":

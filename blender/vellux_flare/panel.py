@@ -2,6 +2,8 @@
 
 import bpy
 
+from . import properties
+
 
 class VELLUX_PT_light_flare(bpy.types.Panel):
     bl_label = "Vellux flare"
@@ -40,12 +42,10 @@ class VELLUX_PT_light_flare(bpy.types.Panel):
         row.prop(flare, "light_intensity")
         column.prop(flare, "occlusion")
         column = layout.column(heading="Flare")
-        for name in ("intensity", "dissolve", "ring_size", "ring_color", "star_filter", "star_rotation",
-                     "streak_density", "streak_intensity", "streak_sharpness", "anamorphic_factor"):
+        for name in properties.NUMBERS + ("ring_color",):
             column.prop(flare, name)
         column = layout.column(heading="Show")
-        for name in ("glow", "glow_in_light_color", "halo", "reflections", "anamorphic", "anamorphic_streak",
-                     "random_streaks", "follow_light_size"):
+        for name in properties.SWITCHES:
             column.prop(flare, name)
         scene = context.scene.vellux
         layout.prop(scene, "blend")

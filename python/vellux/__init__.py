@@ -15,6 +15,8 @@ the vellux tool would use), TypeError (a value of the wrong kind) or RuntimeErro
 cannot be read or written, or the plug-in's own refusal); the arrays given are never changed.
 """
 
+import warnings as _warnings
+
 import numpy as _numpy
 
 from . import _vellux
@@ -24,8 +26,24 @@ __version__ = _vellux.version()
 
 
 def setting_names():
-    """The names of the flare's settings, as Flare takes them (keyword arguments, attributes)."""
+    """The names of the flare's settings, as Flare takes them (keyword arguments, attributes): the
+    vellux tool's (`vellux render --ring-color`, look files) with underscores for dashes."""
     return list(_vellux.setting_names())
+
+
+# Names the module once gave settings, and the ones they have now.
+_RENAMED = {"intensity": "flare_intensity"}
+
+
+def _setting_name(name, stacklevel):
+    """The setting's name now: an old one still works, with a DeprecationWarning at the caller's
+    line (`stacklevel` frames up from here)."""
+    if name not in _RENAMED:
+        return name
+    _warnings.warn("vellux: the setting %r is now %r (the flare's, as the tool's --%s; render's and pass_'s "
+                   "intensity= is the light's)" % (name, _RENAMED[name], _RENAMED[name].replace("_", "-")),
+                   DeprecationWarning, stacklevel=stacklevel + 1)
+    return _RENAMED[name]
 
 
 def read_image(path):
@@ -70,19 +88,24 @@ class Flare:
       aperture_rotation  the iris turned, degrees (0)
     A bad value raises ValueError, a lens that cannot be read RuntimeError, each naming it.
 
-    Settings (attributes, keyword arguments, and the dict `settings`):
-      intensity            overall strength of the flare, 0 or more (0.5)
+    Settings (attributes, keyword arguments, and the dict `settings`), by the tool's names with
+    underscores for dashes (`vellux render --flare-intensity` is flare_intensity), in its units:
+      flare_intensity      overall strength of the flare, 0 or more (0.5)
       dissolve             fades the flare out, 0 to 1 (0)
+      anamorphic_factor    how far `anamorphic` stretches the flare, more than 0 (1.77)
       ring_size            size of the halo in flare units, more than 0 (0.22)
-      ring_color           the halo's colour, (red, green, blue) 0..255 ((80, 20, 10))
-      star_filter          the star's points: 0 none, 1 to 9, 10 five major and five minor (0)
+      ring_color           the halo's colour, (red, green, blue) 0..255 or "#RRGGBB" ((80, 20, 10))
       star_rotation        turns the star, degrees (0)
+      star_filter          the star's points: 0 none, 1 to 9, 10 five major and five minor (0)
       streak_density       how many streaks make the star, 0 or more (50)
       streak_intensity     how bright they are, 0 or more (0.03)
       streak_sharpness     how quickly they fade, 0 or more (6)
-      anamorphic_factor    how far `anamorphic` stretches the flare, more than 0 (1.77)
-      glow, glow_in_light_color, halo, reflections, random_streaks      switches, on by default
-      anamorphic, anamorphic_streak, follow_light_size                  switches, off by default
+      glow, glow_in_light_color, halo, reflections, random_streaks, streaks_off_frame
+                           switches, on by default
+      anamorphic, anamorphic_streak, follow_light_size, wireframe_preview
+                           switches, off by default
+    The name `intensity` still sets flare_intensity, with a DeprecationWarning. look() gives the
+    settings as a look file's text, which `vellux render --settings` reads.
 
     A Flare renders on one thread at a time; Flares on different threads render at once (each
     has its own copy of the plug-in), and the GIL is released while the plug-in paints.
@@ -93,13 +116,13 @@ class Flare:
         object.__setattr__(self, "_flare", _vellux.Flare(table, plugin, lens, f_number, blades, blade_curvature,
                                                          aperture_rotation))
         for name, value in settings.items():
-            self._flare.set(name, value)
+            self._flare.set(_setting_name(name, 2), value)
 
     def __getattr__(self, name):
         if name.startswith("_"):
             raise AttributeError(name)
         try:
-            return self._flare.get(name)
+            return self._flare.get(_setting_name(name, 2))
         except ValueError as error:
             raise AttributeError(str(error)) from None
 
@@ -107,7 +130,7 @@ class Flare:
         if isinstance(getattr(type(self), name, None), property):
             object.__setattr__(self, name, value)
         else:
-            self._flare.set(name, value)
+            self._flare.set(_setting_name(name, 2), value)
 
     def __dir__(self):
         return sorted(set(super().__dir__()) | set(setting_names()))
@@ -120,7 +143,13 @@ class Flare:
     @settings.setter
     def settings(self, values):
         for name, value in dict(values).items():
-            self._flare.set(name, value)
+            self._flare.set(_setting_name(name, 3), value)   # set through __setattr__
+
+    def look(self):
+        """The settings as a look file's text (JSON), as `vellux render --settings` reads it and
+        an EXR the tool writes holds it in Vellux:Settings: every setting by its name, and the
+        table or lens the flare is painted with."""
+        return self._flare.look()
 
     @property
     def table(self):

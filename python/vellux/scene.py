@@ -6,7 +6,7 @@ import json
 import math
 import os
 
-from . import _vellux
+from . import _setting_name, _vellux
 
 
 class Scene:
@@ -75,10 +75,11 @@ class Scene:
 
     def key(self, channel, frame, value, interpolation=None):
         """Key a setting at a frame: a channel by the file's name ("Intensity", "Ring Color", ...)
-        or the Flare setting's ("intensity", "ring_color"; colours as (r, g, b) -32768..32767, as
-        the settings record holds them), or "f_number" for the lens's aperture.
+        or by the setting's name as Flare takes it ("flare_intensity", "ring_color"; colours as
+        (r, g, b) -32768..32767, as the settings record holds them), or "f_number" for the lens's
+        aperture.
         interpolation: this key's own, for the way to the next key; None for the channel's."""
-        path = self._keyed(channel)
+        path = self._keyed(_setting_name(channel, 2))
         value = list(value) if isinstance(value, (tuple, list)) else value
         if interpolation is not None:
             value = {"value": value, "interpolation": interpolation}
@@ -96,7 +97,7 @@ class Scene:
             self._change(lambda document: document["light"].__setitem__("interpolation", interpolation),
                          "light.interpolation")
             return self
-        path = self._keyed(channel)
+        path = self._keyed(_setting_name(channel, 2))
         self._change(lambda document: _long_form(_lookup(document, path)).__setitem__("interpolation", interpolation),
                      path)
         return self
@@ -160,7 +161,7 @@ class Scene:
         """Where a channel's keys live in the document."""
         if channel == "f_number":
             return ("lens", "fNumber")
-        names = {name.lower().replace(" ", "_"): name for name in _vellux.scene_channels()}
+        names = {setting: name for name, setting in _vellux.scene_channels()}
         return ("channels", names.get(channel, channel))
 
     def _change(self, change, path):

@@ -73,7 +73,7 @@ class AddOn(unittest.TestCase):
         self.settings.follow_camera_f_stop = False
         if self.lamp.data.animation_data:
             self.lamp.data.animation_data_clear()
-        self.settings.intensity = 0.5
+        self.settings.flare_intensity = 0.5
 
     def test_the_flare_sits_on_the_light_and_follows_it(self):
         centres = {}
@@ -105,10 +105,10 @@ class AddOn(unittest.TestCase):
         self.assertGreaterEqual(sum(0.0 < f < 1.0 for f in fractions), 3, fractions)
 
     def test_a_keyed_intensity_renders_as_keyed(self):
-        self.settings.intensity = 0.5
-        self.settings.keyframe_insert("intensity", frame=1)
-        self.settings.intensity = 2.0
-        self.settings.keyframe_insert("intensity", frame=FRAMES)
+        self.settings.flare_intensity = 0.5
+        self.settings.keyframe_insert("flare_intensity", frame=1)
+        self.settings.flare_intensity = 2.0
+        self.settings.keyframe_insert("flare_intensity", frame=FRAMES)
         keyed = render("keyed", frames=(FRAMES, FRAMES))
         flat = (self.lit[FRAMES] - self.plain[FRAMES]).sum()
         self.assertGreater((keyed[FRAMES] - self.plain[FRAMES]).sum(), 2.0 * flat)
@@ -178,16 +178,30 @@ class AddOn(unittest.TestCase):
         np.testing.assert_array_equal(both[:, :, :3], lamp[:, :, :3] + alone[:, :, :3])
         np.testing.assert_array_equal(both[:, :, 3], np.minimum(lamp[:, :, 3] + alone[:, :, 3], 1.0))
 
-    def test_the_panel_offers_the_modules_settings_with_its_defaults(self):
+    def test_the_panel_offers_the_modules_settings_by_name_with_its_defaults(self):
         import vellux
+        from vellux_flare import properties
         defaults = vellux.Flare().settings
         light = bpy.data.lights.new("Fresh", "POINT")
-        self.assertEqual(light.vellux_flare.flare_settings().keys(), defaults.keys())
+        self.assertEqual(set(light.vellux_flare.flare_settings()), set(defaults) - set(properties.LEFT_OUT))
         for name, value in light.vellux_flare.flare_settings().items():
+            self.assertEqual(light.vellux_flare.bl_rna.properties[name].name, name.replace("_", " ").capitalize())
             if isinstance(value, float):
                 self.assertAlmostEqual(value, defaults[name], places=5, msg=name)
             else:
                 self.assertEqual(value, defaults[name], msg=name)
+
+    def test_a_light_saved_with_the_old_setting_names_keeps_its_values_and_keys(self):
+        from vellux_flare import properties
+        light = bpy.data.lights.new("Saved earlier", "POINT")
+        light.vellux_flare["intensity"] = 1.25
+        light.animation_data_create().action = bpy.data.actions.new("Saved earlier")
+        curve = light.animation_data.action.fcurves.new("vellux_flare.intensity")
+        curve.keyframe_points.insert(1, 0.75)
+        properties.settings_by_their_names()
+        self.assertAlmostEqual(light.vellux_flare.flare_intensity, 1.25, places=6)
+        self.assertNotIn("intensity", light.vellux_flare.keys())
+        self.assertEqual(curve.data_path, "vellux_flare.flare_intensity")
 
 
 def srgb(linear):
@@ -239,7 +253,7 @@ class Blends(unittest.TestCase):
         # Upright, 5 units behind the light and around it.
         bpy.ops.mesh.primitive_plane_add(size=2.5, location=(2.25, 5.0, 1.0), rotation=(math.pi / 2, 0.0, 0.0))
         bpy.context.object.data.materials.append(glow)
-        cls.lamp.data.vellux_flare.intensity = 1.0
+        cls.lamp.data.vellux_flare.flare_intensity = 1.0
         cls.scene.vellux.blend = "ADD"
         cls.plain = render("blend-plain", frames=(1, 1))[1]
         cls.lamp.data.vellux_flare.enabled = True

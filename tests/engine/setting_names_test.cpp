@@ -75,6 +75,25 @@ TEST(SettingNames, EverySettingRoundTripsThroughTheRecordAndJson) {
     EXPECT_EQ(flags, 0xFFC00000u);
 }
 
+// A scene's channel animates one setting, of its kind and over its range, which front ends key it
+// by (Python's scene.key("flare_intensity", ...) is the "Intensity" channel).
+TEST(SettingNames, EachSceneChannelAnimatesANamedSettingOverItsRange) {
+    std::set<std::string_view> animated;
+    for (const SceneChannel& channel : SceneChannels()) {
+        SCOPED_TRACE(channel.name);
+        const SettingName* setting = FindSetting(channel.setting);
+        ASSERT_NE(setting, nullptr) << channel.setting;
+        EXPECT_TRUE(animated.insert(channel.setting).second);
+        if (channel.type == kChannelColor) {
+            EXPECT_EQ(setting->kind, SettingKind::color);
+            continue;
+        }
+        EXPECT_EQ(setting->kind, SettingKind::number);
+        EXPECT_EQ(channel.low, setting->min);
+        EXPECT_EQ(channel.high, setting->max);
+    }
+}
+
 TEST(SettingNames, WhatTheNamesCannotSayStaysInTheRecord) {
     const auto control = [](auto change) {
         std::vector<uint8_t> bytes = DefaultSettingsRecord();

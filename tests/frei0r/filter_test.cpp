@@ -1,87 +1,212 @@
-// The frei0r filter loaded as a host loads it (dlopen, RTLD_LOCAL): its description, the slider
-// mapping, its pixels against the engine's, instances on several threads, and bad values.
+// The frei0r filter loaded as a host loads it (dlopen, RTLD_LOCAL): its description and the
+// editor's, the slider mapping, its pixels against the engine's, instances on several threads,
+// and bad values.
 #include <gtest/gtest.h>
 
-#include <dlfcn.h>
-
 #include <cmath>
+#include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iterator>
+#include <map>
+#include <memory>
 #include <regex>
 #include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include <OpenImageIO/imagebuf.h>
-
-#include "engine/flare.h"
 #include "engine/lens_look.h"
+#include "engine/setting_names.h"
 #include "frei0r/filter_params.h"
+#include "tests/frei0r/filter_support.h"
 
 namespace {
 
 using namespace vellux;
+using test::EnginesComposite;
+using test::Frame;
+using test::Render;
+using test::SetDouble;
+using test::TheFilter;
 
-// The filter's entry points, looked up as a host does.
-struct Filter {
-    void* library = dlopen(VELLUX_FREI0R_PATH, RTLD_NOW | RTLD_LOCAL);
-    template <typename F>
-    F Get(const char* name) const { return reinterpret_cast<F>(dlsym(library, name)); }
-    decltype(&f0r_get_plugin_info) info = Get<decltype(&f0r_get_plugin_info)>("f0r_get_plugin_info");
-    decltype(&f0r_get_param_info) paramInfo = Get<decltype(&f0r_get_param_info)>("f0r_get_param_info");
-    decltype(&f0r_construct) construct = Get<decltype(&f0r_construct)>("f0r_construct");
-    decltype(&f0r_destruct) destruct = Get<decltype(&f0r_destruct)>("f0r_destruct");
-    decltype(&f0r_set_param_value) set = Get<decltype(&f0r_set_param_value)>("f0r_set_param_value");
-    decltype(&f0r_get_param_value) get = Get<decltype(&f0r_get_param_value)>("f0r_get_param_value");
-    decltype(&f0r_update) update = Get<decltype(&f0r_update)>("f0r_update");
-};
-
-const Filter& TheFilter() {
-    static const Filter filter;
-    return filter;
+// A name in words, as an editor shows it: "flare-intensity" is "Flare intensity".
+std::string Words(std::string name) {
+    for (char& c : name)
+        if (c == '-') c = ' ';
+    name[0] = char(std::toupper(static_cast<unsigned char>(name[0])));
+    return name;
 }
 
-// A busy RGBA frame with an alpha that varies.
-std::vector<uint32_t> Frame(int width, int height) {
-    std::vector<uint32_t> frame(size_t(width) * size_t(height));
-    auto* bytes = reinterpret_cast<uint8_t*>(frame.data());
-    for (size_t i = 0; i < frame.size() * 4; ++i) bytes[i] = uint8_t((i * 2654435761u >> 7) % 120 + (i % 4 == 3 ? 130 : 0));
-    return frame;
+std::string ToolOutput(const std::string& arguments) {
+    std::string output;
+    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(("'" VELLUX_TOOL_PATH "' " + arguments + " 2>&1").c_str(), "r"), pclose);
+    for (int c; pipe && (c = std::fgetc(pipe.get())) != EOF;) output += char(c);
+    return output;
 }
 
-std::vector<uint32_t> Render(f0r_instance_t instance, const std::vector<uint32_t>& in) {
-    std::vector<uint32_t> out(in.size());
-    TheFilter().update(instance, 0.0, in.data(), out.data());
-    return out;
-}
-
-void SetDouble(f0r_instance_t instance, int index, double value) { TheFilter().set(instance, &value, index); }
-
-TEST(Frei0rFilter, DescribesAFilterWithNamedParametersAndKdenliveKnowsThemAll) {
-    const Filter& filter = TheFilter();
+// The flare's settings are parameters under their own names, with their meanings as
+// explanations; the light's parameters are the tool's options; every name is its own.
+TEST(Frei0rFilter, ParametersAreTheSettingsAndTheToolsOptionsByName) {
+    const test::Filter& filter = TheFilter();
     ASSERT_NE(filter.library, nullptr) << dlerror();
     f0r_plugin_info_t info{};
     filter.info(&info);
     EXPECT_EQ(info.plugin_type, F0R_PLUGIN_TYPE_FILTER);
     EXPECT_EQ(info.color_model, F0R_COLOR_MODEL_RGBA8888);
     ASSERT_EQ(info.num_params, frei0r::kParamCount);
+    const std::string toolHelp = ToolOutput("render --help");
+    // Not options of the tool: its --light-fraction X,Y split for hosts that pass numbers only, and
+    // the flare on transparent black (the tool writes a pass, a file of its own).
+    const std::set<std::string> notOptions = {"light-fraction-x", "light-fraction-y", "flare-only"};
     std::set<std::string> names;
     for (int i = 0; i < info.num_params; ++i) {
-        f0r_param_info_t param{};
-        filter.paramInfo(&param, i);
-        EXPECT_GT(std::string(param.explanation).size(), 10u) << param.name;
-        names.insert(param.name);
+        const f0r_param_info_t param = filter.Param(i);
+        SCOPED_TRACE(param.name);
+        EXPECT_TRUE(names.insert(param.name).second);
+        EXPECT_GT(std::string(param.explanation).size(), 10u);
+        if (const engine::SettingName* setting = engine::FindSetting(param.name)) {
+            EXPECT_EQ(param.explanation, setting->meaning);
+            const int type = setting->kind == engine::SettingKind::onOff   ? F0R_PARAM_BOOL
+                             : setting->kind == engine::SettingKind::color ? F0R_PARAM_COLOR
+                                                                           : F0R_PARAM_DOUBLE;
+            EXPECT_EQ(param.type, type);
+        } else if (!notOptions.contains(param.name)) {
+            EXPECT_NE(toolHelp.find("--" + std::string(param.name) + " "), std::string::npos) << toolHelp;
+        }
     }
-    EXPECT_EQ(names.size(), size_t(info.num_params));   // every name its own
+}
 
-    // The editor's description names every parameter MLT can set: all but the position.
+// ---- The Kdenlive description ----
+
+struct Described {
+    std::map<std::string, std::string> attributes;
+    std::string label, comment;
+    std::string Attribute(const std::string& key, const std::string& otherwise = "") const {
+        const auto found = attributes.find(key);
+        return found == attributes.end() ? otherwise : found->second;
+    }
+};
+
+std::string Unescaped(std::string text) {
+    for (const auto& [entity, character] : {std::pair{"&lt;", "<"}, {"&gt;", ">"}, {"&quot;", "\""}, {"&apos;", "'"}, {"&amp;", "&"}})
+        for (size_t at = 0; (at = text.find(entity, at)) != std::string::npos; ++at) text.replace(at, std::strlen(entity), character);
+    return text;
+}
+
+std::vector<Described> KdenliveParameters() {
     std::ifstream file(VELLUX_KDENLIVE_XML);
     const std::string xml((std::istreambuf_iterator<char>(file)), {});
-    std::set<std::string> described;
-    const std::regex parameter(R"re(<parameter [^>]*name="([^"]+)")re");
-    for (std::sregex_iterator it(xml.begin(), xml.end(), parameter), end; it != end; ++it) described.insert((*it)[1]);
-    names.erase("Light position");
+    const std::regex parameter(R"re(<parameter ([^>]*)>([\s\S]*?)</parameter>)re"), attribute(R"re((\w+)="([^"]*)")re"),
+        label(R"re(<name>([^<]*)</name>)re"), comment(R"re(<comment>([^<]*)</comment>)re");
+    std::vector<Described> described;
+    for (std::sregex_iterator it(xml.begin(), xml.end(), parameter), end; it != end; ++it) {
+        Described d;
+        const std::string attributes = (*it)[1], body = (*it)[2];
+        for (std::sregex_iterator a(attributes.begin(), attributes.end(), attribute); a != end; ++a)
+            d.attributes[(*a)[1]] = Unescaped((*a)[2]);
+        std::smatch found;
+        if (std::regex_search(body, found, label)) d.label = Unescaped(found[1]);
+        if (std::regex_search(body, found, comment)) d.comment = Unescaped(found[1]);
+        described.push_back(std::move(d));
+    }
+    return described;
+}
+
+// A number parameter's value in its own unit, as the flare gets it.
+double UnitOf(const frei0r::FilterSettings& s, const std::string& name) {
+    if (const engine::SettingName* setting = engine::FindSetting(name)) {
+        const engine::SettingValue value = *engine::EditOf(*setting, s.edits);
+        if (const double* number = std::get_if<double>(&value)) return *number;
+        return std::get<int32_t>(value);
+    }
+    static const std::map<std::string, double (*)(const frei0r::FilterSettings&)> light = {
+        {"light-fraction-x", [](const frei0r::FilterSettings& s) { return s.lightX; }},
+        {"light-fraction-y", [](const frei0r::FilterSettings& s) { return s.lightY; }},
+        {"intensity", [](const frei0r::FilterSettings& s) { return s.lightIntensity; }},
+        {"radius", [](const frei0r::FilterSettings& s) { return s.lightRadius; }},
+        {"f-number", [](const frei0r::FilterSettings& s) { return s.fNumber; }},
+        {"blades", [](const frei0r::FilterSettings& s) { return double(s.blades); }},
+    };
+    return light.at(name)(s);
+}
+
+double UnitAt(int index, const std::string& name, double slider) {
+    frei0r::FilterSettings settings;
+    frei0r::SetParam(settings, index, &slider);
+    return UnitOf(settings, name);
+}
+
+// Kdenlive lists every parameter MLT can pass (all but the position) under the filter's own name,
+// labelled with it in words and explained as the filter explains it; a number shows in its own
+// unit (Kdenlive's factor and offset are the filter's slider mapping, its range the slider's ends),
+// and every default is the filter's.
+TEST(Frei0rFilter, TheKdenliveDescriptionShowsEachParameterByItsNameInItsUnit) {
+    const test::Filter& filter = TheFilter();
+    std::set<std::string> names, described;
+    for (int i = 0; i < filter.ParamCount(); ++i) names.insert(filter.Param(i).name);
+    names.erase("light-fraction");
+    const frei0r::FilterSettings defaults;
+    for (const Described& d : KdenliveParameters()) {
+        const std::string name = d.Attribute("name");
+        SCOPED_TRACE(name);
+        described.insert(name);
+        const int index = filter.Index(name);
+        ASSERT_GE(index, 0);
+        const f0r_param_info_t param = filter.Param(index);
+        EXPECT_EQ(d.label, Words(name));
+        EXPECT_EQ(d.comment, param.explanation);
+        const std::string type = d.Attribute("type"), value = d.Attribute("default");
+        switch (param.type) {
+        case F0R_PARAM_DOUBLE: {
+            ASSERT_EQ(type, "animated");
+            double slider = -1.0;
+            frei0r::GetParam(defaults, index, &slider);
+            EXPECT_NEAR(std::stod(value), slider, 1e-6);
+            const double factor = std::stod(d.Attribute("factor", "1")), offset = std::stod(d.Attribute("offset", "0"));
+            const bool place = !d.attributes.contains("factor");   // a place on the frame: no slider
+            EXPECT_DOUBLE_EQ(UnitAt(index, name, 0.5), 0.5 * factor + offset);
+            EXPECT_DOUBLE_EQ(UnitAt(index, name, place ? -1.0 : 0.0), std::stod(d.Attribute("min")));
+            EXPECT_DOUBLE_EQ(UnitAt(index, name, place ? 2.0 : 1.0), std::stod(d.Attribute("max")));
+            break;
+        }
+        case F0R_PARAM_BOOL: {
+            ASSERT_EQ(type, "bool");
+            double on = -1.0;
+            frei0r::GetParam(defaults, index, &on);
+            EXPECT_EQ(std::stod(value), on);
+            break;
+        }
+        case F0R_PARAM_COLOR: {
+            ASSERT_EQ(type, "color");
+            f0r_param_color_t colour{};
+            frei0r::GetParam(defaults, index, &colour);
+            char expected[16];
+            std::snprintf(expected, sizeof(expected), "0x%02x%02x%02xff", int(std::lround(colour.r * 255)),
+                          int(std::lround(colour.g * 255)), int(std::lround(colour.b * 255)));
+            EXPECT_EQ(value, expected);
+            break;
+        }
+        case F0R_PARAM_STRING: {
+            ASSERT_TRUE(type == "list" || type == "url") << type;
+            const char* text = nullptr;
+            frei0r::GetParam(defaults, index, &text);
+            EXPECT_EQ(value, text);
+            const std::string list = d.Attribute("paramlist");
+            for (size_t from = 0; type == "list" && from <= list.size();) {
+                const size_t to = std::min(list.find(';', from), list.size());
+                const std::string choice = list.substr(from, to - from);
+                from = to + 1;
+                if (name == "lens" && !choice.empty()) EXPECT_NO_THROW(engine::FindLens(choice)) << choice;
+                frei0r::FilterSettings settings;
+                const char* chosen = choice.c_str();
+                EXPECT_EQ(frei0r::SetParam(settings, index, &chosen), "") << choice;
+            }
+            break;
+        }
+        default: ADD_FAILURE() << "a parameter of type " << param.type;
+        }
+    }
     EXPECT_EQ(described, names);
 }
 
@@ -131,20 +256,12 @@ TEST(Frei0rFilter, SlidersMapOntoTheSettingsAndBack) {
 
 void SetBlend(f0r_instance_t instance, const char* name) { TheFilter().set(instance, &name, 26); }
 
-// The engine's composite of an 8-bit RGBA frame with the flare `setup` makes (the test's plug-in),
-// the light at (0.4, 0.3) of the frame.
-std::vector<uint32_t> EnginesComposite(engine::FlareSetup setup, int w, int h, const std::vector<uint32_t>& in,
+// The engine's composite with the light at (0.4, 0.3) of the frame, as the filter's tests place it.
+std::vector<uint32_t> EnginesComposite(const engine::FlareSetup& setup, int w, int h, const std::vector<uint32_t>& in,
                                        engine::Blend blend) {
-    OIIO::ImageBuf plate(OIIO::ImageSpec(w, h, 4, OIIO::TypeUInt8));
-    plate.set_pixels(plate.roi(), OIIO::TypeUInt8, in.data());
-    setup.plugin = VELLUX_PLUGIN_PATH;
-    engine::Flare flare(setup);
     engine::FlareLight light;
     light.x = 0.4 * w, light.y = 0.3 * h;
-    const OIIO::ImageBuf painted = flare.Composite(plate, light, {0, "", blend});
-    std::vector<uint32_t> expected(in.size());
-    painted.get_pixels(painted.roi(), OIIO::TypeUInt8, expected.data());
-    return expected;
+    return test::EnginesComposite(setup, w, h, in, light, blend);
 }
 
 // An 8-bit frame gets exactly the engine's flare (the plug-in's 32-bit path, blended as asked),
@@ -162,7 +279,7 @@ TEST(Frei0rFilter, PixelsAreTheEnginesAndAlphaIsKept) {
                          Case{160, 90, false, engine::Blend::add, 0.25}, Case{161, 91, true, engine::Blend::screen, 0.0}}) {
         SCOPED_TRACE(testing::Message() << c.w << "x" << c.h << (c.inPlace ? " in place " : " ")
                                         << engine::BlendName(c.blend) << ", dissolve " << c.dissolve);
-        const Filter& filter = TheFilter();
+        const test::Filter& filter = TheFilter();
         f0r_instance_t instance = filter.construct(c.w, c.h);
         const f0r_param_position_t at{0.4, 0.3};
         filter.set(instance, const_cast<f0r_param_position_t*>(&at), 0);
@@ -197,7 +314,7 @@ engine::LensLookOptions LensLook(double fNumber, int blades) {
 }
 
 // With a lens, an 8-bit frame gets exactly the engine's composite of the lens's own flare, every
-// alpha kept: each blend, in place and not; an F-number wider than the lens opens takes its
+// alpha kept: each blend, in place and not; an f-number wider than the lens opens takes its
 // widest, and a blade count the iris cannot have takes 3, each said once.
 TEST(Frei0rFilter, TheLensLookIsTheEnginesAndBadAperturesAreMended) {
     const double widest = engine::WidestFNumber(lens::ReadPrescription(engine::FindLens(kLens)));
@@ -209,13 +326,13 @@ TEST(Frei0rFilter, TheLensLookIsTheEnginesAndBadAperturesAreMended) {
         engine::LensLookOptions expected;
         const char* message;   // what the filter says, once
     };
-    const std::string wider = "F-number: f/1 is wider than";
+    const std::string wider = "f-number: f/1 is wider than";
     for (const Case& c : {Case{160, 90, false, engine::Blend::display, 1.0 / 3.0, 0.375, LensLook(8.0, 6), ""},
                           Case{161, 91, true, engine::Blend::screen, 1.0 / 3.0, 0.0, LensLook(8.0, 0), ""},
-                          Case{120, 80, false, engine::Blend::add, 0.0, 0.0625, LensLook(widest, 3), "Blades: 1 is not a blade count"}}) {
+                          Case{120, 80, false, engine::Blend::add, 0.0, 0.0625, LensLook(widest, 3), "blades: 1 is not a blade count"}}) {
         SCOPED_TRACE(testing::Message() << c.w << "x" << c.h << (c.inPlace ? " in place " : " ") << engine::BlendName(c.blend)
                                         << ", f/" << *c.expected.fNumber << ", " << *c.expected.blades << " blades");
-        const Filter& filter = TheFilter();
+        const test::Filter& filter = TheFilter();
         f0r_instance_t instance = filter.construct(c.w, c.h);
         const f0r_param_position_t at{0.4, 0.3};
         filter.set(instance, const_cast<f0r_param_position_t*>(&at), 0);
@@ -246,13 +363,13 @@ TEST(Frei0rFilter, TheLensLookIsTheEnginesAndBadAperturesAreMended) {
 // A lens that cannot be loaded is said once, and the table's look painted in its place.
 TEST(Frei0rFilter, ALensThatCannotBeLoadedLeavesTheTablesLook) {
     constexpr int w = 96, h = 64;
-    const Filter& filter = TheFilter();
+    const test::Filter& filter = TheFilter();
     const std::vector<uint32_t> in = Frame(w, h);
     f0r_instance_t plain = filter.construct(w, h);
     const std::vector<uint32_t> tableLook = Render(plain, in);
     filter.destruct(plain);
-    for (const auto& [lens, message] : {std::pair{"double-gauss-5mm", "Lens: no lens named 'double-gauss-5mm'; did you mean 'double-gauss-50mm'?"},
-                                        std::pair{"/nonexistent/lens.json", "Lens: /nonexistent/lens.json: no such lens file"}}) {
+    for (const auto& [lens, message] : {std::pair{"double-gauss-5mm", "lens: no lens named 'double-gauss-5mm'; did you mean 'double-gauss-50mm'?"},
+                                        std::pair{"/nonexistent/lens.json", "lens: /nonexistent/lens.json: no such lens file"}}) {
         f0r_instance_t instance = filter.construct(w, h);
         testing::internal::CaptureStderr();
         SetText(instance, 27, lens);
@@ -264,7 +381,7 @@ TEST(Frei0rFilter, ALensThatCannotBeLoadedLeavesTheTablesLook) {
         filter.destruct(instance);
         EXPECT_NE(messages.find(message), std::string::npos) << messages;
         EXPECT_NE(messages.find("the table's look is used"), std::string::npos) << messages;
-        EXPECT_EQ(messages.find("Lens:"), messages.rfind("Lens:")) << messages;   // once
+        EXPECT_EQ(messages.find("lens:"), messages.rfind("lens:")) << messages;   // once
         EXPECT_EQ(first, tableLook);
         EXPECT_EQ(second, tableLook);
     }
@@ -274,7 +391,7 @@ TEST(Frei0rFilter, ALensThatCannotBeLoadedLeavesTheTablesLook) {
 // smaller dissolve, the frame itself at 1.
 TEST(Frei0rFilter, DissolveFadesTheFlareAndNeverDarkensTheFrame) {
     constexpr int w = 200, h = 120;
-    const Filter& filter = TheFilter();
+    const test::Filter& filter = TheFilter();
     std::vector<uint32_t> in = Frame(w, h);
     for (size_t i = 0; i < in.size(); i += 3) in[i] |= 0x00f0f0f0u;   // bright pixels, where a ceiling would show
     std::vector<uint32_t> previous;
@@ -300,7 +417,7 @@ TEST(Frei0rFilter, DissolveFadesTheFlareAndNeverDarkensTheFrame) {
 // Instances on threads at once give what they give one after the other.
 TEST(Frei0rFilter, InstancesOnSeveralThreadsRenderAsAlone) {
     constexpr int w = 120, h = 68, kFrames = 3;
-    const Filter& filter = TheFilter();
+    const test::Filter& filter = TheFilter();
     const std::vector<uint32_t> in = Frame(w, h);
     const auto run = [&](int which, std::vector<std::vector<uint32_t>>& frames) {
         f0r_instance_t instance = filter.construct(w, h);
@@ -325,7 +442,7 @@ TEST(Frei0rFilter, InstancesOnSeveralThreadsRenderAsAlone) {
 // Bad values: one message each, a defined fallback, and frames keep coming.
 TEST(Frei0rFilter, BadValuesAreReportedOnceAndRenderingGoesOn) {
     constexpr int w = 64, h = 40;
-    const Filter& filter = TheFilter();
+    const test::Filter& filter = TheFilter();
     f0r_instance_t instance = filter.construct(w, h);
     const std::vector<uint32_t> in = Frame(w, h), good = Render(instance, in);
     testing::internal::CaptureStderr();
@@ -338,9 +455,9 @@ TEST(Frei0rFilter, BadValuesAreReportedOnceAndRenderingGoesOn) {
     const std::vector<uint32_t> first = Render(instance, in), second = Render(instance, in);
     const std::string messages = testing::internal::GetCapturedStderr();
     filter.destruct(instance);
-    for (const char* message : {"Flare intensity: nan is not a number; ignored", "Dissolve: -3 is outside 0..1; clamped",
-                                "Flare table: /nonexistent/table.rsc: no such flare table file; the default table is used",
-                                "Blend: 'multiply' is not a blend mode (display, add, screen); display is used"})
+    for (const char* message : {"flare-intensity: nan is not a number; ignored", "dissolve: -3 is outside 0..1; clamped",
+                                "table: /nonexistent/table.rsc: no such flare table file; the default table is used",
+                                "blend: 'multiply' is not a blend mode (display, add, screen); display is used"})
         EXPECT_NE(messages.find(message), std::string::npos) << messages;
     EXPECT_EQ(messages.find("nan is not a number"), messages.rfind("nan is not a number"));   // once
     EXPECT_EQ(first, second);
@@ -353,7 +470,7 @@ TEST(Frei0rFilter, FlareOnlyGivesTheFlareOnTransparentBlack) {
     for (const char* lens : {"", kLens}) {
         SCOPED_TRACE(std::string("lens ") + lens);
         constexpr int w = 96, h = 54;
-        const Filter& filter = TheFilter();
+        const test::Filter& filter = TheFilter();
         f0r_instance_t instance = filter.construct(w, h);
         const double on = 1.0;
         filter.set(instance, const_cast<double*>(&on), 22);

@@ -90,13 +90,13 @@ TEST_F(Frei0rHosts, FfmpegFramesNotAMultipleOf16WideArePaddedAndSaidSo) {
     EXPECT_EQ(Pixels("padded.png"), tool);
 }
 
-// MLT sets parameters by name, the blend among them. On a grey frame: screen never goes above the
+// MLT sets parameters by their names, the blend among them. On a grey frame: screen never goes above the
 // plug-in's own add, and takes less where the flare is bright; neither darkens the grey.
 TEST_F(Frei0rHosts, MeltBlendsAsAsked) {
     for (const char* blend : {"display", "screen"})
         // Two frames, numbered as image sequences are: a one-frame clip could end the consumer
         // before its frame was written on a busy machine.
-        ASSERT_EQ(Run("melt -silent -profile atsc_720p_25 color:0x808080ff out=1 -filter frei0r.vellux Blend=" +
+        ASSERT_EQ(Run("melt -silent -profile atsc_720p_25 color:0x808080ff out=1 -filter frei0r.vellux blend=" +
                       std::string(blend) + " -consumer avformat:" + blend + "%02d.png vcodec=png"), 0) << blend;
     const std::vector<float> display = Pixels("display01.png"), screen = Pixels("screen01.png");
     ASSERT_EQ(display.size(), 1280u * 720u * 3u);
@@ -116,9 +116,9 @@ TEST_F(Frei0rHosts, MeltBlendsAsAsked) {
 // table's look.
 TEST_F(Frei0rHosts, MeltPaintsALensByName) {
     // Two frames each, as in MeltBlendsAsAsked.
-    const std::string melt = "melt -silent -profile atsc_720p_25 color:black out=1 -filter frei0r.vellux 'Light X=0.5' ";
+    const std::string melt = "melt -silent -profile atsc_720p_25 color:black out=1 -filter frei0r.vellux light-fraction-x=0.5 ";
     ASSERT_EQ(Run(melt + "-consumer avformat:table%02d.png vcodec=png"), 0);
-    ASSERT_EQ(Run(melt + "Lens=double-gauss-50mm F-number=0.3333 Blades=0.375 -consumer avformat:lens%02d.png vcodec=png"), 0);
+    ASSERT_EQ(Run(melt + "lens=double-gauss-50mm f-number=0.3333 blades=0.375 -consumer avformat:lens%02d.png vcodec=png"), 0);
     const std::vector<float> table = Pixels("table01.png"), lens = Pixels("lens01.png");
     ASSERT_EQ(lens.size(), 1280u * 720u * 3u);
     ASSERT_EQ(table.size(), lens.size());
@@ -141,7 +141,7 @@ TEST_F(Frei0rHosts, FfmpegRendersA1080pClip) {
 // A light keyed from left to right on black: the brightest column moves with it.
 TEST_F(Frei0rHosts, MeltMovesAKeyframedLight) {
     ASSERT_EQ(Run("melt -silent -profile atsc_720p_25 color:black out=9 -filter frei0r.vellux "
-                  "'Light X=0=0.15;9=0.8' 'Light Y=0.45' -consumer avformat:melt%02d.png vcodec=png"), 0);
+                  "'light-fraction-x=0=0.15;9=0.8' light-fraction-y=0.45 -consumer avformat:melt%02d.png vcodec=png"), 0);
     const auto brightestColumn = [&](const std::string& name) {
         const std::vector<float> v = Pixels(name);
         size_t best = 0;
@@ -150,7 +150,7 @@ TEST_F(Frei0rHosts, MeltMovesAKeyframedLight) {
         return int(best / 3 % 1280);
     };
     const int first = brightestColumn("melt01.png"), last = brightestColumn("melt10.png");
-    EXPECT_NEAR(first, 1280 * 0.15, 40);   // Light X is the fraction of the frame's width
+    EXPECT_NEAR(first, 1280 * 0.15, 40);   // light-fraction-x is the fraction of the frame's width
     EXPECT_NEAR(last, 1280 * 0.8, 40);
 }
 

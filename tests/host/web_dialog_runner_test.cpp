@@ -267,6 +267,8 @@ TEST_F(WebDialogRunnerTest, ServesThePageOnlyUnderItsTokenAndHost) {
 }
 
 TEST_F(WebDialogRunnerTest, StateDescribesEveryControl) {
+    WebDialogOptions options;
+    options.settings = {{kEdit, {"flare-intensity"}}, {kCheckBox, {"wireframe-preview", true}}};
     RunPage([](const Page& page) {
         const json state = page.State().body;
         EXPECT_EQ(state["title"], "Test settings");
@@ -283,6 +285,11 @@ TEST_F(WebDialogRunnerTest, StateDescribesEveryControl) {
         EXPECT_EQ((*ControlIn(state, kPopup))["menu"][2], json({{"value", 4}, {"text", "Four"}}));
         EXPECT_EQ((*ControlIn(state, kColor))["color"], "#000000");
         EXPECT_EQ((*ControlIn(state, kDisabled))["enabled"], false);
+        EXPECT_EQ(edit["setting"], "flare-intensity");   // the setting it edits, by its name
+        EXPECT_FALSE(edit.contains("settingInverted"));
+        EXPECT_EQ((*ControlIn(state, kCheckBox))["setting"], "wireframe-preview");
+        EXPECT_EQ((*ControlIn(state, kCheckBox))["settingInverted"], true);
+        EXPECT_FALSE(ControlIn(state, kPopup)->contains("setting"));
 
         const Answer canvas = page.Get(page.root + "/api/canvas/" + std::to_string(kPreview));
         EXPECT_EQ(canvas.status, 200);
@@ -294,7 +301,7 @@ TEST_F(WebDialogRunnerTest, StateDescribesEveryControl) {
         EXPECT_EQ(uint8_t(canvas.raw[0]), 20);   // what the draw function painted
         EXPECT_EQ(page.Get(page.root + "/api/canvas/" + std::to_string(kCheckBox)).status, 404);
         EXPECT_EQ(page.Get(page.root + "/api/canvas/999").status, 404);
-    });
+    }, options);
 }
 
 // ---- Edits ----

@@ -144,13 +144,30 @@ def test_strided_and_read_only_arrays(view):
                                   flare.render(np.ascontiguousarray(image), light=(40, 20)))
 
 
-def test_settings_by_name_as_attributes_and_as_a_dict():
-    flare = vellux.Flare(table="LongZoom", intensity=0.8, ring_color=(255, 128, 0), halo=False)
-    assert flare.intensity == 0.8 and flare.ring_color == (255, 128, 0) and flare.halo is False
-    flare.settings = {"star_filter": 4, "dissolve": 0.25}
-    assert flare.settings["star_filter"] == 4 and flare.dissolve == 0.25
+def test_settings_by_the_tools_names_as_attributes_and_as_a_dict():
+    help_text = subprocess.run([TOOL, "render", "--help"], check=True, capture_output=True, text=True).stdout
+    for name in vellux.setting_names():
+        assert "--%s " % name.replace("_", "-") in help_text, name
+    flare = vellux.Flare(table="LongZoom", flare_intensity=0.8, ring_color="#FF8000", halo=False)
+    assert flare.flare_intensity == 0.8 and flare.ring_color == (255, 128, 0) and flare.halo is False
+    flare.settings = {"star_filter": 4, "dissolve": 0.25, "streaks_off_frame": False}
+    assert flare.settings["star_filter"] == 4 and flare.dissolve == 0.25 and flare.streaks_off_frame is False
     assert set(flare.settings) == set(vellux.setting_names())
+    assert '"streaks-off-frame": false' in flare.look() and '"table": "LongZoom"' in flare.look()
     assert flare.pass_(32, 16, light=(8, 8)).shape == (16, 32, 4)
+
+
+def test_the_old_name_intensity_still_sets_the_flares_intensity_with_a_warning():
+    flare = vellux.Flare()
+    for use in (lambda: vellux.Flare(intensity=0.8), lambda: setattr(flare, "intensity", 0.8) or flare,
+                lambda: setattr(flare, "settings", {"intensity": 0.8}) or flare):
+        flare.flare_intensity = 0.5
+        with pytest.warns(DeprecationWarning, match="'intensity' is now 'flare_intensity'") as warned:
+            changed = use()
+        assert warned[0].filename == __file__          # said at the caller's line
+        assert changed.flare_intensity == 0.8
+    with pytest.warns(DeprecationWarning):
+        assert flare.intensity == 0.8
 
 
 @pytest.mark.parametrize("make, error, message", [
@@ -161,9 +178,14 @@ def test_settings_by_name_as_attributes_and_as_a_dict():
     (lambda f: f.render(np.zeros((8, 8, 3), np.uint8), intensity=float("inf")), ValueError, "intensity: inf is not a finite"),
     (lambda f: f.render(np.zeros((8, 8, 3), np.uint8), color=(256, 0, 0)), ValueError, "color: 256 is outside 0..255"),
     (lambda f: f.render(np.zeros((8, 8, 3), np.uint8), occlusion=np.zeros((4, 4), np.float32)), ValueError, "occlusion: wants"),
-    (lambda f: setattr(f, "dissolve", 1.5), ValueError, "--dissolve: 1.5 is out of range (from 0 to 1)"),
+    (lambda f: setattr(f, "dissolve", 1.5), ValueError, "dissolve: 1.5 is out of range (from 0 to 1)"),
+    (lambda f: setattr(f, "anamorphic_factor", 0), ValueError, "anamorphic_factor: 0 is out of range (more than 0)"),
     (lambda f: setattr(f, "dissolv", 1.0), ValueError, "did you mean 'dissolve'?"),
+    (lambda f: setattr(f, "flare_intensty", 1.0), ValueError, "did you mean 'flare_intensity'?"),
     (lambda f: setattr(f, "halo", 1), TypeError, "halo: wants True or False"),
+    (lambda f: setattr(f, "star_filter", 2 ** 40), ValueError, "star_filter: 1099511627776 is not a 32-bit whole number"),
+    (lambda f: setattr(f, "ring_color", "#GG0000"), ValueError, "ring_color: '#GG0000'"),
+    (lambda f: setattr(f, "ring_color", (1, 2)), TypeError, "ring_color: wants (red, green, blue)"),
     (lambda f: vellux.Flare(table="NoSuchTable"), RuntimeError, "no flare table named 'NoSuchTable'"),
     (lambda f: vellux.Scene.load(os.path.join(SOURCE, "README.md")), RuntimeError, "README.md"),
 ])
@@ -278,7 +300,7 @@ def built_scene(interpolation="smooth"):
     scene = vellux.Scene(width=96, height=54, frames=range(1, 9), interpolation=interpolation)
     scene.key_light(1, (10, 10), color=(255, 200, 150)).key_light(4, (60, 20), intensity=1.5)
     scene.key_light(8, (80, 50), radius=2.0)
-    scene.key("intensity", 1, 0.3).key("Intensity", 8, 0.9).set_interpolation("intensity", interpolation)
+    scene.key("flare_intensity", 1, 0.3).key("Intensity", 8, 0.9).set_interpolation("flare_intensity", interpolation)
     scene.key("dissolve", 1, 0.0).key("dissolve", 3, 0.4, interpolation="constant").key("Dissolve", 8, 0.1)
     return scene
 

@@ -20,6 +20,7 @@
 #include "host/web_dialog_runner.h"
 #include "engine/dialog_session.h"
 #include "engine/lens_look.h"
+#include "engine/setting_controls.h"
 #include "engine/table_search.h"
 #include "tools/vellux/interrupt_guard.h"
 #include "tools/vellux/settings_command.h"
@@ -100,6 +101,8 @@ int Edit(const EditOptions& options) {
         std::cerr << (openerProcess > 0 ? "Opened in the browser. " : "Open it in a browser on this machine. ")
                   << "OK or Cancel there ends the command; Ctrl-C cancels." << std::endl;
     };
+    for (const engine::SettingControl& control : engine::SettingControls())
+        web.settings[control.item] = {std::string(control.setting), control.inverted};
     host::WebDialogRunner runner(web);
     const DialogOutcome outcome = RunSettingsDialog(options.source, runner, true);
     if (openerProcess > 0) waitpid(openerProcess, nullptr, WNOHANG);   // reaped if done; else left to init

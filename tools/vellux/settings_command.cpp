@@ -12,6 +12,7 @@
 #include "engine/blend.h"
 #include "engine/dialog_session.h"
 #include "engine/option_values.h"
+#include "engine/setting_controls.h"
 #include "engine/setting_names.h"
 #include "tools/vellux/image_actions.h"
 
@@ -29,29 +30,13 @@ struct SettingsOptions {
     PreviewPlateChoice plate;
 };
 
-// The settings dialog's control for each setting of setting_names.h, by the plug-in's item
-// number; the painted-preview box is on when the wireframe preview is off.
-struct SettingControl {
-    std::string_view setting;
-    int item;
-    bool inverted = false;
-};
-constexpr SettingControl kSettingControls[] = {
-    {"flare-intensity", 17},  {"dissolve", 16},          {"anamorphic-factor", 25},   {"ring-size", 14},
-    {"ring-color", 21},       {"star-rotation", 15},     {"star-filter", 22},         {"streak-density", 18},
-    {"streak-intensity", 19}, {"streak-sharpness", 20},  {"glow", 7},                 {"glow-in-light-color", 8},
-    {"halo", 9},              {"reflections", 10},       {"anamorphic", 6},           {"anamorphic-streak", 11},
-    {"random-streaks", 13},   {"streaks-off-frame", 12}, {"follow-light-size", 5},    {"wireframe-preview", 26, true},
-};
-
 // NAME=VALUE under a setting's name ("flare-intensity=0.8", "halo=off"): the value is read and
 // range-checked as the render option reads it, then typed into the setting's control.
 std::optional<host::ScriptStep> SettingStep(const std::string& name, const std::string& text) {
     const SettingName* setting = FindSetting(name);
     if (setting == nullptr) return std::nullopt;
-    const auto control = std::find_if(std::begin(kSettingControls), std::end(kSettingControls),
-                                      [&](const SettingControl& c) { return c.setting == name; });
-    if (control == std::end(kSettingControls)) return std::nullopt;
+    const SettingControl* control = FindSettingControl(name);
+    if (control == nullptr) return std::nullopt;
     const SettingValue value = ParseSettingText(*setting, text, name);
     std::string typed;
     if (const auto* number = std::get_if<double>(&value)) {

@@ -224,6 +224,13 @@ describe('settings dialog in the browser', { timeout: 240000 }, () => {
       const streak = findControl(state, 2, /anamorphic streak/i);
       assert.equal(streak.value, 0, 'the anamorphic streak starts off');
 
+      // Each setting's control shows the setting's name as the other front ends spell it.
+      assert.equal(await page.locator(`#control-${intensity.id}`).getAttribute('title'), 'flare-intensity');
+      assert.equal(await page.locator(`#control-${streak.id}`).locator('..').getAttribute('title'), 'anamorphic-streak');
+      const painted = findControl(state, 2, /painted preview/i);
+      assert.match(await page.locator(`#control-${painted.id}`).locator('..').getAttribute('title'),
+        /^wireframe-preview \(on when this is off\)$/);
+
       // Typed key by key: every keystroke is an edit, the last one wins.
       const field = page.locator(`#control-${intensity.id}`);
       await field.click();
