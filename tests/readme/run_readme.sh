@@ -29,6 +29,17 @@ ran=0
 skipped=0
 script="$work/all.sh"
 echo 'set -euo pipefail' > "$script"
+# Now and then melt stops short of starting its consumer and waits for it for ever: a melt that
+# has not ended in two minutes is stopped and run once more, saying so.
+cat >> "$script" <<'EOF'
+melt() {
+  local status=0
+  timeout 120 melt "$@" || status=$?
+  [ "$status" -eq 124 ] || return "$status"
+  echo "melt timed out; running it again" >&2
+  timeout 120 melt "$@"
+}
+EOF
 for block in "$work"/[0-9][0-9][0-9].sh; do
     [ -e "$block" ] || continue
     where=$(head -n 1 "$block")
@@ -43,5 +54,5 @@ for block in "$work"/[0-9][0-9][0-9].sh; do
     ran=$((ran + 1))
 done
 [ "$ran" -gt 0 ] || { echo "no shell blocks found in $readme" >&2; exit 1; }
-bash "$script"
+bash "$script" </dev/null   # no command may wait for a key (melt reads the terminal)
 echo "README: $ran blocks ran, $skipped skipped"
