@@ -27,7 +27,7 @@ Point Predicted(const FollowedLight& light, size_t step) {
 }
 
 double Reach(const FollowedLight& light, size_t step) {
-    const size_t unsure = step - light.sureStep - 1;   // steps since the last sure one
+    const size_t unsure = step > light.sureStep ? step - light.sureStep - 1 : 0;   // steps since the last sure one
     return kReachRadii * light.start.radius + kReachMargin + 0.5 * std::hypot(light.vx, light.vy) * double(unsure);
 }
 
@@ -48,8 +48,10 @@ void Remember(FollowedLight& light, size_t step, const TrackStep& seen) {
     light.peakEnergy = std::max(light.peakEnergy, seen.energy);
     if (seen.energy < kSureFraction * light.peakEnergy) return;
     const double steps = double(step - light.sureStep);
-    light.vx += kVelocityGain * ((seen.x - light.sureX) / steps - light.vx);
-    light.vy += kVelocityGain * ((seen.y - light.sureY) / steps - light.vy);
+    if (steps > 0.0) {
+        light.vx += kVelocityGain * ((seen.x - light.sureX) / steps - light.vx);
+        light.vy += kVelocityGain * ((seen.y - light.sureY) / steps - light.vy);
+    }
     light.sureX = seen.x;
     light.sureY = seen.y;
     light.sureStep = step;
@@ -93,15 +95,13 @@ Line FitLine(const std::vector<double>& values, int first, int count) {
 
 }  // namespace
 
-std::vector<FollowedLight> StartFollowing(const std::vector<FoundLight>& lights, int32_t frame) {
+std::vector<FollowedLight> StartFollowing(const std::vector<FoundLight>& lights) {
     std::vector<FollowedLight> followed;
     for (const FoundLight& light : lights) {
         FollowedLight f;
         f.start = light;
         f.sureX = light.x;
         f.sureY = light.y;
-        f.peakEnergy = light.energy;
-        f.steps.push_back({frame, Sighting::seen, light.x, light.y, light.energy});
         followed.push_back(std::move(f));
     }
     return followed;

@@ -46,8 +46,9 @@ struct FollowedLight {
     std::vector<TrackStep> steps;
 };
 
-// The lights to follow, as found on the first frame tracked.
-std::vector<FollowedLight> StartFollowing(const std::vector<FoundLight>& lights, int32_t frame);
+// The lights to follow, as found on the first frame tracked (which is then their first step, as
+// any other: FollowStep).
+std::vector<FollowedLight> StartFollowing(const std::vector<FoundLight>& lights);
 
 // Adds the step of `frame` to every followed light from the lights found on it.
 void FollowStep(std::vector<FollowedLight>& followed, int32_t frame, const std::vector<FoundLight>& found);

@@ -37,8 +37,8 @@ TEST_P(LightPlates, FollowsALightBehindASlidingBar) {
         truthFraction.push_back(footage::VisibleFraction(discs[0], bar, shot.width, shot.height, plate.eightBit));
         const std::vector<FoundLight> found =
             FindLights(footage::MakeFrame(shot.width, shot.height, discs, bar, uint32_t(100 + t), plate.eightBit), plate.threshold);
-        if (t == 0) followed = StartFollowing(BrightestLights(found, 1), t);
-        else FollowStep(followed, t, found);
+        if (t == 0) followed = StartFollowing(BrightestLights(found, 1));
+        FollowStep(followed, t, found);
     }
     const LightTrack track = FinishTrack(followed[0], 0.0);
     ASSERT_EQ(track.keys.size(), size_t(shot.frames));
@@ -75,8 +75,8 @@ TEST_P(LightPlates, CrossingLightsKeepTheirIdentities) {
     for (int t = 0; t < frames; ++t) {
         const std::vector<FoundLight> found =
             FindLights(footage::MakeFrame(160, 96, discsAt(t), std::nullopt, uint32_t(300 + t), plate.eightBit), plate.threshold);
-        if (t == 0) followed = StartFollowing(BrightestLights(found, 2), t);
-        else FollowStep(followed, t, found);
+        if (t == 0) followed = StartFollowing(BrightestLights(found, 2));
+        FollowStep(followed, t, found);
     }
     ASSERT_EQ(followed.size(), 2u);
     const LightTrack a = FinishTrack(followed[0], 0.0), b = FinishTrack(followed[1], 0.0);

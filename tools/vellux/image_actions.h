@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/footage_tracking.h"
 #include "engine/lens_sheet.h"
 #include "engine/look_sheet.h"
 #include "engine/option_values.h"
@@ -44,6 +45,9 @@ struct ImageActions {
     // The settings dialog's preview on the artist's plate (engine/preview_plate.h): the backdrop
     // the host draws the preview over. Reads the plate; throws naming the file.
     std::unique_ptr<host::ImageBackdrop> (*previewPlate)(const engine::PreviewPlateOptions& options);
+    // `vellux track` (engine/footage_tracking.h): the lights' scenes written, with the progress bar
+    // unless quiet; `cancel` is the tool's Ctrl-C flag.
+    void (*track)(const engine::TrackRequest& request, bool quiet, const std::atomic<bool>* cancel);
 };
 
 inline constexpr const char* kImageActionsModule = "libvellux_tool_images.so";
