@@ -13,6 +13,7 @@
 #include <OpenImageIO/imagebuf.h>
 
 #include "engine/frame_sequence.h"
+#include "engine/sample_shot.h"
 #include "engine/scene.h"
 #include "tests/support/light_footage.h"
 #include "tools/vellux/track_command.h"
@@ -105,6 +106,29 @@ TEST_F(Track, MoreLightsAndALightByPoint) {
     for (const auto& [frame, key] : byPoint.scene->light) EXPECT_NEAR(key.y, lamp.y, 0.1) << "frame " << frame;
 }
 
+// The sample shot (sample-frame --frames): the lamp picked by --at is followed along its path,
+// behind the post too, though the landscape's sun is brighter.
+TEST_F(Track, FollowsTheSampleShotsLamp) {
+    const FrameSize size{480, 270};
+    const int frames = 24;
+    ASSERT_TRUE(Succeeded(RunTool("sample-frame --size 480x270 --frames 1-24 -o '" + Path("plate.####.png").string() + "'")));
+    const std::array<double, 2> start = SampleShotLamp(size, 0, frames);
+    ASSERT_TRUE(Succeeded(RunTool("track -q -i '" + Path("plate.####.png").string() + "' -o '" + Path("lamp.json").string() +
+                                  "' --at " + std::to_string(int(start[0])) + "," + std::to_string(int(start[1])))));
+    const SceneReadResult read = ReadSceneFile(Path("lamp.json"));
+    ASSERT_TRUE(read.scene);
+    double squared = 0.0;
+    int hidden = 0;
+    for (int i = 0; i < frames; ++i) {
+        const LightKey& key = read.scene->light.at(i + 1);
+        const std::array<double, 2> truth = SampleShotLamp(size, i, frames);
+        squared += std::pow(key.x - truth[0], 2) + std::pow(key.y - truth[1], 2);
+        hidden += key.intensity == 0.0;
+    }
+    EXPECT_LE(std::sqrt(squared / frames), 0.5);
+    EXPECT_GE(hidden, 1);
+}
+
 struct BadInput {
     std::string name;
     std::string arguments;       // after -i PATTERN -o lights.json
@@ -150,7 +174,8 @@ TEST(TrackPoint, ReadsXYAndFrame) {
     EXPECT_EQ(plain.y, 40.0);
     EXPECT_FALSE(plain.frame);
     EXPECT_EQ(vellux::tool::ParseTrackPoint("3, 4 @ 17").frame, 17);
-    for (const char* bad : {"12", "a,b", "1,2@", "1,2@-3", "1,2,3"})
+    EXPECT_EQ(vellux::tool::ParseTrackPoint("-2.5,1e1").y, 10.0);
+    for (const char* bad : {"12", "a,b", "1,2@", "1,2@-3", "1,2@1.5", "1,2,3", "1@2,3", ",2"})
         EXPECT_THROW(vellux::tool::ParseTrackPoint(bad), std::invalid_argument) << bad;
 }
 

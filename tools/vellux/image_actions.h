@@ -34,6 +34,9 @@ struct ImageActions {
     void (*render)(const engine::RenderRequest& request, bool quiet, const std::atomic<bool>* cancel);
     // `vellux sample-frame` (engine/sample_frame.h).
     void (*writeSampleFrame)(const std::filesystem::path& output, engine::FrameSize size, uint32_t seed);
+    // `vellux sample-frame --frames` (engine/sample_shot.h): the sample shot, a frame pattern's frames.
+    void (*writeSampleShot)(const std::filesystem::path& output, const std::vector<int32_t>& frames, engine::FrameSize size,
+                            uint32_t seed);
     // A --frames list read (engine/frame_list.h), by the image library as the other tools read it.
     std::vector<int32_t> (*parseFrameList)(const std::string& option, const std::string& text);
     // 8-bit RGBA pixels written atomically to an image file, its format by extension.

@@ -14,6 +14,7 @@
 #include "engine/pending_output.h"
 #include "engine/preview_plate.h"
 #include "engine/sample_frame.h"
+#include "engine/sample_shot.h"
 #include "engine/scene_render.h"
 #include "host/progress_bar.h"
 #include "tools/vellux/image_actions.h"
@@ -66,7 +67,7 @@ std::unique_ptr<host::ImageBackdrop> MakePreviewPlate(const PreviewPlateOptions&
     return std::make_unique<PreviewPlate>(options);
 }
 
-constexpr ImageActions kActions{Render,         WriteSampleFrame, ParseFrameList,  WriteRgba,
+constexpr ImageActions kActions{Render,         WriteSampleFrame, WriteSampleShot, ParseFrameList,  WriteRgba,
                                 WriteLensSheet, WriteLookSheet,   MakePreviewPlate, Track};
 
 }  // namespace

@@ -1,10 +1,11 @@
 #include "tools/vellux/track_command.h"
 
+#include <charconv>
 #include <cmath>
 #include <iostream>
 #include <memory>
-#include <regex>
 
+#include "engine/frame_sequence.h"
 #include "tools/vellux/image_actions.h"
 #include "tools/vellux/interrupt_guard.h"
 
@@ -41,16 +42,29 @@ TrackRequest CheckTrackOptions(const TrackOptions& options) {
 }  // namespace
 
 TrackPoint ParseTrackPoint(const std::string& text) {
-    static const std::regex kPoint(R"(\s*([-+]?[0-9]*\.?[0-9]+)\s*,\s*([-+]?[0-9]*\.?[0-9]+)\s*(@\s*([0-9]+))?\s*)");
-    std::smatch match;
-    if (!std::regex_match(text, match, kPoint))
-        throw std::invalid_argument("--at: \"" + text + "\" is not X,Y or X,Y@FRAME (pixels from the top-left)");
+    const auto bad = [&text] {
+        return std::invalid_argument("--at: \"" + text + "\" is not X,Y or X,Y@FRAME (pixels from the top-left)");
+    };
+    // A whole decimal number, spaces around it allowed.
+    const auto number = [&bad](const std::string& part) {
+        const size_t first = part.find_first_not_of(' '), last = part.find_last_not_of(' ');
+        if (first == std::string::npos) throw bad();
+        const std::string digits = part.substr(first, last - first + 1);
+        double value = 0.0;
+        const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+        if (error != std::errc() || end != digits.data() + digits.size() || !std::isfinite(value)) throw bad();
+        return value;
+    };
+    const size_t at = text.find('@'), comma = text.find(',');
+    if (comma == std::string::npos || comma > at) throw bad();
     TrackPoint point;
-    point.x = std::stod(match[1].str());
-    point.y = std::stod(match[2].str());
-    if (match[4].matched) {
-        if (match[4].length() > 7) throw std::invalid_argument("--at: frame " + match[4].str() + " is too large");
-        point.frame = std::stoi(match[4].str());
+    point.x = number(text.substr(0, comma));
+    point.y = number(text.substr(comma + 1, at == std::string::npos ? std::string::npos : at - comma - 1));
+    if (at != std::string::npos) {
+        const double frame = number(text.substr(at + 1));
+        if (frame < 0.0 || frame > kMaxFrameNumber || frame != std::floor(frame))
+            throw std::invalid_argument("--at: frame " + text.substr(at + 1) + " is not a frame number");
+        point.frame = int32_t(frame);
     }
     return point;
 }
