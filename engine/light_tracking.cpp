@@ -57,20 +57,20 @@ void Remember(FollowedLight& light, size_t step, const TrackStep& seen) {
     light.sureStep = step;
 }
 
-// Values at the steps `known` says nothing of, linear between the known steps around them and
-// held past the first and last known ones; all unknown: unchanged.
-void FillBetween(std::vector<double>& values, const std::vector<bool>& known) {
+// Values at the steps `known` says nothing of, linear between the known steps around them; past
+// the first and last known ones held when `holdEnds`, else left as they are; all unknown: unchanged.
+void FillBetween(std::vector<double>& values, const std::vector<bool>& known, bool holdEnds) {
     std::optional<size_t> before;
     for (size_t i = 0; i < values.size(); ++i) {
         if (!known[i]) continue;
         if (before && i > *before + 1)
             for (size_t j = *before + 1; j < i; ++j)
                 values[j] = values[*before] + (values[i] - values[*before]) * double(j - *before) / double(i - *before);
-        if (!before)
+        if (!before && holdEnds)
             for (size_t j = 0; j < i; ++j) values[j] = values[i];
         before = i;
     }
-    if (before)
+    if (before && holdEnds)
         for (size_t j = *before + 1; j < values.size(); ++j) values[j] = values[*before];
 }
 
@@ -116,7 +116,7 @@ void FollowStep(std::vector<FollowedLight>& followed, int32_t frame, const std::
         for (const size_t f : r) ++claims[f];
     for (size_t i = 0; i < followed.size(); ++i) {
         const Point p = Predicted(followed[i], step);
-        TrackStep s{frame, Sighting::hidden, p.x, p.y, 0.0};
+        TrackStep s{frame, Sighting::hidden, p.x, p.y, 0.0, p.x, p.y};
         const bool shared = std::any_of(reach[i].begin(), reach[i].end(), [&](size_t f) { return claims[f] > 1; });
         if (shared) {
             s.sighting = Sighting::merged;
@@ -127,7 +127,7 @@ void FollowStep(std::vector<FollowedLight>& followed, int32_t frame, const std::
                 x += found[f].x * found[f].energy;
                 y += found[f].y * found[f].energy;
             }
-            s = {frame, Sighting::seen, x / energy, y / energy, energy};
+            s = {frame, Sighting::seen, x / energy, y / energy, energy, p.x, p.y};
             Remember(followed[i], step, s);
         }
         followed[i].steps.push_back(s);
@@ -142,15 +142,15 @@ LightTrack FinishTrack(const FollowedLight& light, double smooth) {
     std::vector<bool> sure(n), measured(n);
     for (size_t i = 0; i < n; ++i) {
         const TrackStep& s = light.steps[i];
-        x[i] = s.x;
-        y[i] = s.y;
         intensity[i] = s.sighting == Sighting::seen && peak > 0.0 ? std::min(s.energy / peak, 1.0) : 0.0;
         sure[i] = s.sighting == Sighting::seen && intensity[i] >= kSureFraction;
+        x[i] = sure[i] ? s.x : s.predictedX;   // unsure: the prediction, unless sure steps lie on both sides
+        y[i] = sure[i] ? s.y : s.predictedY;
         measured[i] = s.sighting != Sighting::merged;   // a merged light is neither seen alone nor hidden
     }
-    FillBetween(x, sure);
-    FillBetween(y, sure);
-    FillBetween(intensity, measured);
+    FillBetween(x, sure, false);
+    FillBetween(y, sure, false);
+    FillBetween(intensity, measured, true);
     x = SmoothPath(x, smooth);
     y = SmoothPath(y, smooth);
     LightTrack track;

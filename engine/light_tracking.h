@@ -10,7 +10,8 @@
 //   at the end  the visible fraction of each step is its energy against the light's unhidden peak
 //               energy; positions measured while less than kSureFraction of the light showed
 //               (biased toward the visible part), merged ones and hidden ones are interpolated
-//               between the sure steps around them, and the path is smoothed if asked
+//               between the sure steps around them (past the last sure step: the prediction),
+//               and the path is smoothed if asked
 //
 // A step is one frame of the list tracked, so velocities are per listed frame.
 #ifndef VELLUX_ENGINE_LIGHT_TRACKING_H
@@ -34,6 +35,7 @@ struct TrackStep {
     Sighting sighting = Sighting::hidden;
     double x = 0.0, y = 0.0;     // measured (seen) or predicted
     double energy = 0.0;         // the visible energy measured; 0 unless seen
+    double predictedX = 0.0, predictedY = 0.0;   // where the light was expected
 };
 
 // One light followed: what it was when first found, its velocity and its steps so far.

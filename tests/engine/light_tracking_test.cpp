@@ -25,32 +25,44 @@ const Plate kPlates[] = {{"LinearFloat", false, kDefaultLightThreshold}, {"Clipp
 
 class LightPlates : public testing::TestWithParam<Plate> {};
 
-// The shot: a light on a curved path, a bar sliding across it.
-TEST_P(LightPlates, FollowsALightBehindASlidingBar) {
-    const Plate& plate = GetParam();
-    const footage::Shot shot;
-    std::vector<FollowedLight> followed;
+struct FollowedShot {
+    LightTrack track;
     std::vector<double> truthFraction;
-    for (int t = 0; t < shot.frames; ++t) {
+};
+
+// The shot's first `frames` frames: a light on a curved path, a bar sliding across it.
+FollowedShot FollowShot(const footage::Shot& shot, const Plate& plate, int frames) {
+    std::vector<FollowedLight> followed;
+    FollowedShot result;
+    for (int t = 0; t < frames; ++t) {
         const std::vector<Disc> discs{shot.DiscAt(t)};
         const footage::Bar bar = shot.BarAt(t);
-        truthFraction.push_back(footage::VisibleFraction(discs[0], bar, shot.width, shot.height, plate.eightBit));
+        result.truthFraction.push_back(footage::VisibleFraction(discs[0], bar, shot.width, shot.height, plate.eightBit));
         const std::vector<FoundLight> found =
             FindLights(footage::MakeFrame(shot.width, shot.height, discs, bar, uint32_t(100 + t), plate.eightBit), plate.threshold);
         if (t == 0) followed = StartFollowing(BrightestLights(found, 1));
         FollowStep(followed, t, found);
     }
-    const LightTrack track = FinishTrack(followed[0], 0.0);
+    result.track = FinishTrack(followed[0], 0.0);
+    return result;
+}
+
+TEST_P(LightPlates, FollowsALightBehindASlidingBar) {
+    const Plate& plate = GetParam();
+    const footage::Shot shot;
+    const FollowedShot followed = FollowShot(shot, plate, shot.frames);
+    const LightTrack& track = followed.track;
     ASSERT_EQ(track.keys.size(), size_t(shot.frames));
     double squared = 0.0;
     int hidden = 0;
     for (int t = 0; t < shot.frames; ++t) {
         const TrackKey& key = track.keys[size_t(t)];
         const Disc truth = shot.DiscAt(t);
+        const double visible = followed.truthFraction[size_t(t)];
         EXPECT_EQ(key.frame, t);
         squared += std::pow(key.x - truth.x, 2) + std::pow(key.y - truth.y, 2);
-        EXPECT_NEAR(key.intensity, truthFraction[size_t(t)], 0.05) << "frame " << t;
-        if (truthFraction[size_t(t)] < 1e-3) {
+        EXPECT_NEAR(key.intensity, visible, 0.05) << "frame " << t;
+        if (visible < 1e-3) {
             ++hidden;
             EXPECT_EQ(key.sighting, Sighting::hidden) << "frame " << t;
             EXPECT_EQ(key.intensity, 0.0) << "frame " << t;
@@ -59,6 +71,19 @@ TEST_P(LightPlates, FollowsALightBehindASlidingBar) {
     EXPECT_GE(hidden, 3);   // the shot does hide the light
     EXPECT_EQ(track.keys.back().sighting, Sighting::seen);   // and it is picked up again
     EXPECT_LE(std::sqrt(squared / shot.frames), 0.25);
+}
+
+// A shot that ends while the light is hidden: its last keys go on along its path.
+TEST_P(LightPlates, ALightThatEndsHiddenGoesOnAlongItsPath) {
+    const footage::Shot shot;
+    const int frames = 27;
+    const FollowedShot followed = FollowShot(shot, GetParam(), frames);
+    ASSERT_LT(followed.truthFraction.back(), 1e-3);
+    for (int t = frames - 3; t < frames; ++t) {
+        const Disc truth = shot.DiscAt(t);
+        const TrackKey& key = followed.track.keys[size_t(t)];
+        EXPECT_LE(std::hypot(key.x - truth.x, key.y - truth.y), 1.0) << "frame " << t;
+    }
 }
 
 // Two lights crossing, merged into one blob for a few frames, keep who they are.
