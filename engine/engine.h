@@ -123,6 +123,19 @@
 //   RenderSceneSequence(request, rep.)    a scene's (or a plate sequence's) frames on request.jobs workers
 //   IsSequence(request)                   whether a request renders a sequence
 
+// ---- Lights in footage -------------------------------------------------------------------------
+#include "engine/linear_frame.h"
+//   ReadLinearFrame(file, space)          a plate's frame as scene-linear float RGB, plain data
+#include "engine/light_finding.h"
+//   FindLights(frame, threshold)          every light: sub-pixel centre, visible energy, peak, colour
+//   BrightestLights, NearestLight         the ones to follow
+#include "engine/light_tracking.h"
+//   StartFollowing, FollowStep            lights followed step by step: predicted, found in reach, merged or hidden
+//   FinishTrack(light, smooth)            keys: interpolated where unsure, intensity the visible fraction
+//   SmoothPath(values, sigma)             the zero-phase path filter
+#include "engine/footage_tracking.h"
+//   TrackFootage, WriteTrackScenes        `vellux track`: a sequence's lights as scenes to render
+
 // ---- Settings dialog and the plug-in's description ---------------------------------------------
 #include "engine/dialog_session.h"
 //   RunSettingsDialog(source, runner)     INTF on a scene's or settings file's record, saved on OK;

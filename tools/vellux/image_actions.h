@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/footage_tracking.h"
 #include "engine/lens_sheet.h"
 #include "engine/look_sheet.h"
 #include "engine/option_values.h"
@@ -33,6 +34,9 @@ struct ImageActions {
     void (*render)(const engine::RenderRequest& request, bool quiet, const std::atomic<bool>* cancel);
     // `vellux sample-frame` (engine/sample_frame.h).
     void (*writeSampleFrame)(const std::filesystem::path& output, engine::FrameSize size, uint32_t seed);
+    // `vellux sample-frame --frames` (engine/sample_shot.h): the sample shot, a frame pattern's frames.
+    void (*writeSampleShot)(const std::filesystem::path& output, const std::vector<int32_t>& frames, engine::FrameSize size,
+                            uint32_t seed);
     // A --frames list read (engine/frame_list.h), by the image library as the other tools read it.
     std::vector<int32_t> (*parseFrameList)(const std::string& option, const std::string& text);
     // 8-bit RGBA pixels written atomically to an image file, its format by extension.
@@ -44,6 +48,9 @@ struct ImageActions {
     // The settings dialog's preview on the artist's plate (engine/preview_plate.h): the backdrop
     // the host draws the preview over. Reads the plate; throws naming the file.
     std::unique_ptr<host::ImageBackdrop> (*previewPlate)(const engine::PreviewPlateOptions& options);
+    // `vellux track` (engine/footage_tracking.h): the lights' scenes written, with the progress bar
+    // unless quiet; `cancel` is the tool's Ctrl-C flag.
+    void (*track)(const engine::TrackRequest& request, bool quiet, const std::atomic<bool>* cancel);
 };
 
 inline constexpr const char* kImageActionsModule = "libvellux_tool_images.so";

@@ -5,6 +5,7 @@
 
 #include <OpenImageIO/imagebuf.h>
 
+#include "engine/footage_tracking.h"
 #include "engine/frame_image.h"
 #include "engine/frame_list.h"
 #include "engine/frame_memory.h"
@@ -13,6 +14,7 @@
 #include "engine/pending_output.h"
 #include "engine/preview_plate.h"
 #include "engine/sample_frame.h"
+#include "engine/sample_shot.h"
 #include "engine/scene_render.h"
 #include "host/progress_bar.h"
 #include "tools/vellux/image_actions.h"
@@ -50,12 +52,23 @@ void WriteRgba(const fs::path& file, int32_t width, int32_t height, const std::v
     pending.Commit();
 }
 
+void Track(const TrackRequest& request, bool quiet, const std::atomic<bool>* cancel) {
+    host::ProgressBar bar(std::cerr, !quiet && host::StderrIsTerminal());
+    TrackReporting reporting;
+    reporting.progress = bar.Sink();
+    reporting.cancel = cancel;
+    const std::vector<fs::path> written = WriteTrackScenes(request, reporting);
+    bar.Finish();
+    if (!quiet)
+        for (const fs::path& file : written) std::cerr << "wrote " << file.string() << "\n";
+}
+
 std::unique_ptr<host::ImageBackdrop> MakePreviewPlate(const PreviewPlateOptions& options) {
     return std::make_unique<PreviewPlate>(options);
 }
 
-constexpr ImageActions kActions{Render,         WriteSampleFrame, ParseFrameList,  WriteRgba,
-                                WriteLensSheet, WriteLookSheet,   MakePreviewPlate};
+constexpr ImageActions kActions{Render,         WriteSampleFrame, WriteSampleShot, ParseFrameList,  WriteRgba,
+                                WriteLensSheet, WriteLookSheet,   MakePreviewPlate, Track};
 
 }  // namespace
 

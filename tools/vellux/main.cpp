@@ -21,6 +21,7 @@
 #include "tools/vellux/settings_command.h"
 #include "tools/vellux/tables_command.h"
 #include "tools/vellux/lens_command.h"
+#include "tools/vellux/track_command.h"
 
 namespace {
 
@@ -76,6 +77,7 @@ int main(int argc, char** argv) {
     vellux::tool::AddSampleFrameCommand(app, action);
     vellux::tool::AddTablesCommand(app, action);
     vellux::tool::AddLensCommands(app, action);
+    vellux::tool::AddTrackCommand(app, action);
     app.set_version_flag("--version", vellux::tool::VersionText);
     if (argc > 1 && argv[1][0] != '-' && !IsCommand(app, argv[1])) return UnknownCommand(app, argv[1]);
     try {
