@@ -392,12 +392,7 @@ describe('settings dialog in the browser', { timeout: 240000 }, () => {
       await page.screenshot({ path: join(screenshots, 'on-plate.png') });
       if (process.env.VELLUX_DOCS_PLATE_SCREENSHOT) await copyFile(join(screenshots, 'on-plate.png'), process.env.VELLUX_DOCS_PLATE_SCREENSHOT);
 
-      await page.locator('#control-2').click();
-      await page.locator('#notice').waitFor({ state: 'visible' });
-      assert.equal(await waitForExit(run), 0, run.out + run.err);
-      assert.match(run.out, /Cancelled, nothing saved/);
-      assert.deepEqual(problems, []);
-      await page.close();
+      await cancelDialog(page, run, problems);
     } finally {
       if (run.exit === null) run.child.kill('SIGINT');
     }
@@ -417,12 +412,7 @@ describe('settings dialog in the browser', { timeout: 240000 }, () => {
         const now = await hostState(page);
         return now.controls.find((control) => control.id === intensity.id).text === '2.5';
       });
-      await page.locator('#control-2').click();
-      await page.locator('#notice').waitFor({ state: 'visible' });
-      assert.equal(await waitForExit(run), 0, run.out + run.err);
-      assert.match(run.out, /Cancelled, nothing saved/);
-      assert.deepEqual(problems, []);
-      await page.close();
+      await cancelDialog(page, run, problems);
     } finally {
       if (run.exit === null) run.child.kill('SIGINT');
     }
@@ -454,6 +444,16 @@ describe('settings dialog in the browser', { timeout: 240000 }, () => {
 
 // A look file the tool makes (the plug-in's defaults, intensity 0.5), as text: OK on an untouched
 // dialog through the headless runner.
+// Cancel (the dialog's item 2): the tool ends saying nothing was saved, and the page saw no problem.
+async function cancelDialog(page, run, problems) {
+  await page.locator('#control-2').click();
+  await page.locator('#notice').waitFor({ state: 'visible' });
+  assert.equal(await waitForExit(run), 0, run.out + run.err);
+  assert.match(run.out, /Cancelled, nothing saved/);
+  assert.deepEqual(problems, []);
+  await page.close();
+}
+
 async function defaultsLook(folder) {
   const file = join(folder, 'defaults.json');
   await new Promise((done, fail) => {
