@@ -90,10 +90,6 @@ struct LevelBlender::Processors {
 
 namespace {
 
-OIIO::ColorProcessorHandle UnlessNoOp(OIIO::ColorProcessorHandle processor) {
-    return processor && processor->isNoOp() ? nullptr : processor;
-}
-
 void Apply(const OIIO::ColorProcessorHandle& processor, float* values, size_t count) {
     if (processor == nullptr || count == 0) return;
     processor->apply(values, int(count), 1, 3, sizeof(float), 3 * sizeof(float), OIIO::AutoStride);

@@ -84,6 +84,10 @@ OIIO::ColorProcessorHandle ColourProcessor(const std::string& from, const std::s
     return processor;
 }
 
+OIIO::ColorProcessorHandle UnlessNoOp(OIIO::ColorProcessorHandle processor) {
+    return processor && processor->isNoOp() ? nullptr : processor;
+}
+
 bool IsDisplaySpace(const std::string& name) { return strcasecmp(name.c_str(), kDisplaySpace) == 0; }
 
 void ConvertPass(OIIO::ImageBuf& pass, const std::string& name) {

@@ -31,6 +31,9 @@ std::string ChooseColorspace(const std::string& option, const std::string& reque
 // conversion.
 OIIO::ColorProcessorHandle ColourProcessor(const std::string& from, const std::string& to);
 
+// The processor, or null when it would change nothing.
+OIIO::ColorProcessorHandle UnlessNoOp(OIIO::ColorProcessorHandle processor);
+
 // Whether a space is the plug-in's own display space, so that its levels need no conversion.
 bool IsDisplaySpace(const std::string& name);
 

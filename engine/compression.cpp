@@ -4,14 +4,11 @@
 #include <array>
 #include <stdexcept>
 
+#include "engine/option_values.h"
+
 namespace vellux::engine {
 
 namespace {
-
-std::string Lower(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return char(std::tolower(c)); });
-    return text;
-}
 
 // A whole number from `low` to `high`, or -1.
 int Level(const std::string& text, int low, int high) {
@@ -46,7 +43,7 @@ bool ValidExrMethod(const std::string& method) {
 }  // namespace
 
 std::string ImageFormatOf(const std::filesystem::path& file) {
-    const std::string extension = Lower(file.extension().string());
+    const std::string extension = LowerCase(file.extension().string());
     if (extension == ".tiff") return "tif";
     return extension.empty() ? "(none)" : extension.substr(1);
 }
@@ -54,7 +51,7 @@ std::string ImageFormatOf(const std::filesystem::path& file) {
 Compression ParseCompression(const std::string& option, const std::string& text) {
     Compression compression;
     if (text.empty()) return compression;
-    const std::string lower = Lower(text);
+    const std::string lower = LowerCase(text);
     const size_t colon = lower.find(':');
     const std::string format = lower.substr(0, colon);
     const std::string rest = colon == std::string::npos ? "" : lower.substr(colon + 1);

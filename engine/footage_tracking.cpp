@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string SizeText(const LinearFrame& frame) { return std::to_string(frame.width) + "x" + std::to_string(frame.height); }
+std::string FrameSizeText(const LinearFrame& frame) { return std::to_string(frame.width) + "x" + std::to_string(frame.height); }
 
 // Reads the frames of a run, checking each against the first frame's size.
 class FrameReader {
@@ -28,7 +28,7 @@ public:
         LinearFrame linear = ReadLinearFrame(file, request_.colorspace);
         if (!first_) first_ = {frame, linear.width, linear.height};
         else if (linear.width != first_->width || linear.height != first_->height)
-            throw std::runtime_error(file + ": frame " + std::to_string(frame) + " is " + SizeText(linear) + ", frame " +
+            throw std::runtime_error(file + ": frame " + std::to_string(frame) + " is " + FrameSizeText(linear) + ", frame " +
                                      std::to_string(first_->frame) + " is " + std::to_string(first_->width) + "x" +
                                      std::to_string(first_->height) + "; every frame of a sequence must have one size");
         Report();
@@ -76,7 +76,7 @@ StartFrame StartLights(const TrackRequest& request, const LinearFrame& frame, in
     if (request.at) {
         const TrackPoint& at = *request.at;
         if (at.x < 0.0 || at.y < 0.0 || at.x > frame.width - 1 || at.y > frame.height - 1)
-            throw std::invalid_argument("--at: " + PointText(at) + " is outside frame " + std::to_string(number) + " (" + SizeText(frame) + ")");
+            throw std::invalid_argument("--at: " + PointText(at) + " is outside frame " + std::to_string(number) + " (" + FrameSizeText(frame) + ")");
         if (const std::optional<FoundLight> nearest = NearestLight(found, at.x, at.y)) start.push_back(*nearest);
     } else {
         start = BrightestLights(found, request.lights);

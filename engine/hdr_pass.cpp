@@ -22,7 +22,7 @@ namespace {
 constexpr uint32_t kStreakFlags = kFlagAnamorphicStreak | kFlagRandomStreaks;
 constexpr uint32_t kRingFlags = kFlagGlow | kFlagHalo | kFlagReflections;
 
-ControlDataRec ReadRecord(const std::vector<uint8_t>& control) {
+ControlDataRec ControlRecord(const std::vector<uint8_t>& control) {
     ControlDataRec record;
     if (control.size() < sizeof(record))
         throw std::invalid_argument("the settings record has " + std::to_string(control.size()) +
@@ -114,7 +114,7 @@ ExposureBrackets::~ExposureBrackets() {
 uint16_t ExposureBrackets::ClipLevel(const std::vector<uint8_t>& control) {
     // The plug-in's ceilings: rings 16320 (1 - dissolve) truncated in double, streaks the same
     // product rounded to float first; each held within 0..65535.
-    const double ceiling = double(kFullChannel) * (1.0 - ReadRecord(control).flareDissolve);
+    const double ceiling = double(kFullChannel) * (1.0 - ControlRecord(control).flareDissolve);
     const auto held = [](double v) { return !(v > 0.0) ? 0.0 : std::min(v, 65535.0); };
     return uint16_t(std::min(held(ceiling), held(double(float(ceiling)))));
 }
@@ -162,7 +162,7 @@ const PluginPixels& ExposureBrackets::PaintStreaks(const std::vector<uint8_t>& c
 const PluginPixels& ExposureBrackets::PaintRingRows(size_t bracket, const std::vector<uint8_t>& control,
                                                     const FlareLight& light, FrameSize size, Band band) {
     Exposure& exposure = Bracket(bracket);
-    ControlDataRec record = ReadRecord(control);
+    ControlDataRec record = ControlRecord(control);
     record.flareFlags &= ~kStreakFlags;
     record.flareStarFilter = 0;
     ARGB_Color& halo = record.flareRingColor;
@@ -178,7 +178,7 @@ const PluginPixels& ExposureBrackets::PaintRingRows(size_t bracket, const std::v
 // copy of the plug-in (the table does not matter without rings).
 const PluginPixels& ExposureBrackets::PaintStreakRows(const std::vector<uint8_t>& control, const FlareLight& light,
                                                       FrameSize size, Band band) {
-    ControlDataRec record = ReadRecord(control);
+    ControlDataRec record = ControlRecord(control);
     record.flareFlags &= ~kRingFlags;
     WriteRecord(record, control, record_);
     Paint(Bracket(0), streaks_, record_, light, size, band);
@@ -246,7 +246,7 @@ void ExposureBrackets::Levels(const std::vector<uint8_t>& control, const FlareLi
     // Pixel by pixel, each source (the painted frame, then each exposure) is checked against the
     // next darker exposure: it is taken unless it clipped, or the darker one shows it darker than
     // that one's quantisation allows (a table entry the plug-in clamped at the full level).
-    const bool streaks = HasStreaks(ReadRecord(control));
+    const bool streaks = HasStreaks(ControlRecord(control));
     if (streaks) PaintStreakRows(control, light, size, rows);
     const PluginPixels* finer = &painted;
     uint32_t finerFactor = 1;

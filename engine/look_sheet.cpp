@@ -51,7 +51,10 @@ OIIO::ImageBuf LookSheet(const LookSheetRequest& request) {
         FlareSetup setup;
         setup.plugin = plugin;
         setup.table = looks[k].table;
-        if (!looks[k].lens.empty()) setup.lens = LensLookOptions{looks[k].lens};
+        if (!looks[k].lens.empty()) {
+            setup.lens.emplace();
+            setup.lens->lens = looks[k].lens;
+        }
         Flare flare(setup);
         const int x = int(k % size_t(columns)) * cell.width, y = int(k / size_t(columns)) * cell.height;
         PasteCell(sheet, x, y, PaintCell(flare, plate, cell, light));

@@ -70,6 +70,11 @@ LightColor ParseColor(const std::string& option, const std::string& text) {
     return {uint8_t(rgb[0]), uint8_t(rgb[1]), uint8_t(rgb[2])};
 }
 
+std::string LowerCase(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return char(std::tolower(c)); });
+    return text;
+}
+
 std::string NumberText(double value) {
     std::ostringstream text;
     text << value;

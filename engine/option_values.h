@@ -32,6 +32,7 @@ FrameSize ParseFrameSize(const std::string& option, const std::string& text);
 LightColor ParseColor(const std::string& option, const std::string& text);
 
 std::string NumberText(double value);   // as a person writes it: 0.5, 255, 1e+300, nan
+std::string LowerCase(std::string text);   // ASCII letters only
 
 }  // namespace vellux::engine
 

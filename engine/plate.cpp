@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-int ChannelNamed(const OIIO::ImageSpec& spec, const char* name) {
+int ChannelIndex(const OIIO::ImageSpec& spec, const char* name) {
     for (int c = 0; c < spec.nchannels; ++c)
         if (spec.channel_name(c) == name) return c;
     return -1;
@@ -238,7 +238,7 @@ bool HoldsSeveralImages(const fs::path& output) {
 PlateLayout LayoutOf(const OIIO::ImageSpec& spec) {
     PlateLayout layout;
     layout.alpha = spec.alpha_channel;
-    const std::array<int, 3> named{ChannelNamed(spec, "R"), ChannelNamed(spec, "G"), ChannelNamed(spec, "B")};
+    const std::array<int, 3> named{ChannelIndex(spec, "R"), ChannelIndex(spec, "G"), ChannelIndex(spec, "B")};
     if (named[0] >= 0 && named[1] >= 0 && named[2] >= 0) {
         layout.colour = named;
     } else {
@@ -296,7 +296,7 @@ PlateFile ReadPlateFile(const fs::path& file) {
         if (part + 1 >= plate.parts.back().nsubimages()) break;
     }
     for (size_t part = 0; part < plate.parts.size(); ++part) {
-        if (ChannelNamed(plate.parts[part].spec(), "R") >= 0) {
+        if (ChannelIndex(plate.parts[part].spec(), "R") >= 0) {
             plate.flarePart = part;
             break;
         }

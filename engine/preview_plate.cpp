@@ -16,10 +16,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-OIIO::ColorProcessorHandle UnlessNoOp(OIIO::ColorProcessorHandle processor) {
-    return processor && processor->isNoOp() ? nullptr : processor;
-}
-
 void Convert(OIIO::ImageBuf& image, const std::string& from, const std::string& to) {
     const OIIO::ColorProcessorHandle processor = UnlessNoOp(ColourProcessor(from, to));
     if (processor && !OIIO::ImageBufAlgo::colorconvert(image, image, processor.get(), false))

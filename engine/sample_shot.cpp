@@ -26,7 +26,7 @@ double Decode(uint8_t level) {
     return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
 }
 
-uint8_t Encode(double linear) {
+uint8_t EncodeSrgb(double linear) {
     const double c = std::clamp(linear, 0.0, 1.0);
     return uint8_t(std::lround((c <= 0.0031308 ? 12.92 * c : 1.055 * std::pow(c, 1.0 / 2.4) - 0.055) * 255.0));
 }
@@ -41,7 +41,7 @@ void AddLamp(std::vector<uint8_t>& pixels, FrameSize size, const std::array<doub
             const double d = std::hypot(x - centre[0], y - centre[1]);
             const double light = kLampLevel * 0.5 * std::erfc((d - radius) / (std::sqrt(2.0) * edge));
             uint8_t* out = &pixels[(size_t(y) * size_t(size.width) + size_t(x)) * 3];
-            for (size_t c = 0; c < 3; ++c) out[c] = Encode(Decode(out[c]) + light * kLampColour[c]);
+            for (size_t c = 0; c < 3; ++c) out[c] = EncodeSrgb(Decode(out[c]) + light * kLampColour[c]);
         }
 }
 

@@ -731,9 +731,9 @@ std::string WriteScene(const Scene& scene) {
         top.emplace_back("channels", Lines(channels, "  "));
     }
     if (!scene.fNumber.empty()) {
-        Json keys = Json::object();
-        for (const auto& [frame, n] : scene.fNumber) keys[std::to_string(frame)] = n;
-        top.emplace_back("lens", Inline(Json{{"fNumber", Keyed(keys, scene.fNumberModes)}}));
+        Json fNumbers = Json::object();
+        for (const auto& [frame, n] : scene.fNumber) fNumbers[std::to_string(frame)] = n;
+        top.emplace_back("lens", Inline(Json{{"fNumber", Keyed(fNumbers, scene.fNumberModes)}}));
     }
     return Lines(top, "") + "\n";
 }

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "engine/closest_match.h"
+#include "engine/option_values.h"
 #include "engine/plugin_location.h"
 #include "host/resource_file.h"
 
@@ -16,11 +17,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr int16_t kFlareListId = 1001;
-
-std::string Lower(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return char(std::tolower(c)); });
-    return text;
-}
 
 fs::path UserTableFolder() {
     const char* data = std::getenv("XDG_DATA_HOME");
@@ -45,7 +41,7 @@ fs::path Lookup(const std::string& name) {
         for (const fs::path& folder : TableFolders()) {
             for (const fs::path& table : FilesIn(folder, ".rsc")) {
                 const std::string stem = table.stem().string();
-                if (exact ? stem == name : Lower(stem) == Lower(name)) return table;
+                if (exact ? stem == name : LowerCase(stem) == LowerCase(name)) return table;
             }
         }
     }

@@ -20,7 +20,7 @@ struct DialogState {
     std::unordered_map<const KV_DrawContext*, Dialog*> contexts;
 };
 
-DialogState& State() {
+DialogState& Dialogs() {
     static DialogState state;
     return state;
 }
@@ -145,7 +145,7 @@ Dialog* MakeDialog(int dialogID, const DialogTemplate& layout) {
     auto made = std::make_unique<Dialog>();
     BuildDialog(*made, dialogID, layout);
     Dialog* dialog = made.get();
-    DialogState& state = State();
+    DialogState& state = Dialogs();
     state.dialogs.Add(std::move(made));
     for (Control& control : dialog->controls) state.controls[&control.handle] = &control;
     state.contexts[&dialog->context] = dialog;
@@ -154,22 +154,22 @@ Dialog* MakeDialog(int dialogID, const DialogTemplate& layout) {
 
 void DestroyDialog(Dialog* dialog) {
     if (dialog == nullptr || DialogOf(&dialog->handle) != dialog) return;
-    DialogState& state = State();
+    DialogState& state = Dialogs();
     for (const Control& control : dialog->controls) state.controls.erase(&control.handle);
     state.contexts.erase(&dialog->context);
     state.dialogs.Remove(&dialog->handle);
 }
 
-Dialog* DialogOf(const KV_Dialog* handle) { return handle == nullptr ? nullptr : State().dialogs.Find(handle); }
+Dialog* DialogOf(const KV_Dialog* handle) { return handle == nullptr ? nullptr : Dialogs().dialogs.Find(handle); }
 
 Control* ControlOf(const KV_Control* handle) {
-    const auto& controls = State().controls;
+    const auto& controls = Dialogs().controls;
     const auto found = controls.find(handle);
     return found == controls.end() ? nullptr : found->second;
 }
 
 Dialog* DialogOfContext(const KV_DrawContext* handle) {
-    const auto& contexts = State().contexts;
+    const auto& contexts = Dialogs().contexts;
     const auto found = contexts.find(handle);
     return found == contexts.end() ? nullptr : found->second;
 }

@@ -31,7 +31,7 @@ constexpr size_t kMaxNameLength = 255;
 
 [[noreturn]] void Fail(const std::string& message) { throw ResourceFileError(message); }
 
-std::string Hex(uint64_t value) {
+std::string HexNumber(uint64_t value) {
     static const char digits[] = "0123456789ABCDEF";
     std::string text;
     do {
@@ -43,7 +43,7 @@ std::string Hex(uint64_t value) {
 
 // A type for messages: printable characters as they are, others escaped, so a corrupt type
 // cannot garble the message.
-std::string Quoted(uint32_t type) {
+std::string QuotedType(uint32_t type) {
     std::string text = "'";
     for (int shift = 24; shift >= 0; shift -= 8) {
         const auto c = uint8_t(type >> shift);
@@ -59,12 +59,12 @@ std::string Quoted(uint32_t type) {
     return text + "'";
 }
 
-std::string Describe(uint32_t type, int16_t id) { return "resource " + Quoted(type) + " " + std::to_string(id); }
+std::string Describe(uint32_t type, int16_t id) { return "resource " + QuotedType(type) + " " + std::to_string(id); }
 
 // Big-endian reads from a span. Every caller has checked its range first; the check here is a
 // second line of defence so that a mistake in those checks cannot read out of bounds.
 uint64_t ReadBig(std::span<const uint8_t> bytes, uint64_t at, unsigned width) {
-    if (at > bytes.size() || width > bytes.size() - at) Fail("read past the end of the file at " + Hex(at));
+    if (at > bytes.size() || width > bytes.size() - at) Fail("read past the end of the file at " + HexNumber(at));
     uint64_t value = 0;
     for (unsigned i = 0; i < width; ++i) value = (value << 8) | bytes[at + i];
     return value;
@@ -78,9 +78,9 @@ uint16_t U16(std::span<const uint8_t> b, uint64_t at) { return uint16_t(ReadBig(
 std::span<const uint8_t> Area(std::span<const uint8_t> file, const char* what, uint32_t offset, uint32_t length) {
     const uint64_t end = uint64_t(offset) + length;
     if (end > 0xFFFFFFFFu)
-        Fail(std::string(what) + " offset " + Hex(offset) + " + length " + Hex(length) + " overflows");
+        Fail(std::string(what) + " offset " + HexNumber(offset) + " + length " + HexNumber(length) + " overflows");
     if (end > file.size())
-        Fail(std::string(what) + " (offset " + Hex(offset) + ", length " + std::to_string(length) +
+        Fail(std::string(what) + " (offset " + HexNumber(offset) + ", length " + std::to_string(length) +
              ") runs past the end of the file (" + std::to_string(file.size()) + " bytes)");
     return file.subspan(offset, length);
 }
@@ -181,16 +181,16 @@ ResourceFile ParseResourceFile(std::span<const uint8_t> bytes) {
     const uint16_t typeListOffset = U16(map, 24);
     const uint16_t nameListOffset = U16(map, 26);
     if (uint64_t(typeListOffset) + 2 > map.size())
-        Fail("type list offset " + Hex(typeListOffset) + " is outside the map (" + std::to_string(map.size()) + " bytes)");
+        Fail("type list offset " + HexNumber(typeListOffset) + " is outside the map (" + std::to_string(map.size()) + " bytes)");
     if (nameListOffset > map.size())
-        Fail("name list offset " + Hex(nameListOffset) + " is outside the map (" + std::to_string(map.size()) + " bytes)");
+        Fail("name list offset " + HexNumber(nameListOffset) + " is outside the map (" + std::to_string(map.size()) + " bytes)");
     const auto names = map.subspan(nameListOffset);
 
     // Counts are stored minus one; 0xFFFF types means none.
     const uint64_t typeCount = (uint64_t(U16(map, typeListOffset)) + 1) & 0xFFFF;
     const uint64_t typeListEnd = typeListOffset + 2 + typeCount * kTypeEntrySize;
     if (typeListEnd > map.size())
-        Fail("type list of " + std::to_string(typeCount) + " types at offset " + Hex(typeListOffset) +
+        Fail("type list of " + std::to_string(typeCount) + " types at offset " + HexNumber(typeListOffset) +
              " does not fit in the map (" + std::to_string(map.size()) + " bytes)");
 
     ResourceFile file;
@@ -206,12 +206,12 @@ ResourceFile ParseResourceFile(std::span<const uint8_t> bytes) {
         const uint64_t count = uint64_t(U16(map, entry + 4)) + 1;
         const uint64_t listStart = typeListOffset + uint64_t(U16(map, entry + 6));
         const uint64_t listEnd = listStart + count * kReferenceSize;
-        if (!types.insert(type).second) Fail("type " + Quoted(type) + " appears twice in the type list");
+        if (!types.insert(type).second) Fail("type " + QuotedType(type) + " appears twice in the type list");
         if (listEnd > map.size())
-            Fail("reference list of type " + Quoted(type) + " (" + std::to_string(count) + " resources at map offset " +
-                 Hex(listStart) + ") runs past the end of the map (" + std::to_string(map.size()) + " bytes)");
+            Fail("reference list of type " + QuotedType(type) + " (" + std::to_string(count) + " resources at map offset " +
+                 HexNumber(listStart) + ") runs past the end of the map (" + std::to_string(map.size()) + " bytes)");
         if (listStart < typeListEnd && listEnd > typeListOffset)
-            Fail("reference list of type " + Quoted(type) + " at map offset " + Hex(listStart) + " overlaps the type list");
+            Fail("reference list of type " + QuotedType(type) + " at map offset " + HexNumber(listStart) + " overlaps the type list");
 
         for (uint64_t r = 0; r < count; ++r) {
             const uint64_t at = listStart + r * kReferenceSize;
@@ -226,25 +226,25 @@ ResourceFile ParseResourceFile(std::span<const uint8_t> bytes) {
             if (!pairs.insert({type, resource.id}).second) Fail("duplicate " + what);
 
             if (dataAt + kDataLengthSize > data.size())
-                Fail(what + ": data offset " + Hex(dataAt) + " plus its 4-byte length runs past the data area (" +
+                Fail(what + ": data offset " + HexNumber(dataAt) + " plus its 4-byte length runs past the data area (" +
                      std::to_string(data.size()) + " bytes)");
             const uint64_t length = U32(data, dataAt);
             const uint64_t dataEnd = dataAt + kDataLengthSize + length;
             if (dataEnd > data.size())
-                Fail(what + ": " + std::to_string(length) + " bytes of data at offset " + Hex(dataAt) +
+                Fail(what + ": " + std::to_string(length) + " bytes of data at offset " + HexNumber(dataAt) +
                      " run past the data area (" + std::to_string(data.size()) + " bytes)");
             const auto [slot, fresh] = dataRanges.emplace(dataAt, std::pair{dataEnd, file.resources.size()});
-            if (!fresh) Fail(what + ": data at offset " + Hex(dataAt) + " is shared with another resource");
+            if (!fresh) Fail(what + ": data at offset " + HexNumber(dataAt) + " is shared with another resource");
             const auto bytesAt = data.begin() + std::ptrdiff_t(dataAt + kDataLengthSize);
             resource.data.assign(bytesAt, bytesAt + std::ptrdiff_t(length));
 
             if (nameOffset != kNoName) {
                 if (nameOffset >= names.size())
-                    Fail(what + ": name offset " + Hex(nameOffset) + " is past the name list (" +
+                    Fail(what + ": name offset " + HexNumber(nameOffset) + " is past the name list (" +
                          std::to_string(names.size()) + " bytes)");
                 const size_t nameLength = names[nameOffset];
                 if (nameOffset + 1 + nameLength > names.size())
-                    Fail(what + ": name of " + std::to_string(nameLength) + " bytes at offset " + Hex(nameOffset) +
+                    Fail(what + ": name of " + std::to_string(nameLength) + " bytes at offset " + HexNumber(nameOffset) +
                          " runs past the name list (" + std::to_string(names.size()) + " bytes)");
                 const auto nameAt = names.begin() + nameOffset + 1;
                 resource.name.emplace(nameAt, nameAt + std::ptrdiff_t(nameLength));
@@ -258,7 +258,7 @@ ResourceFile ParseResourceFile(std::span<const uint8_t> bytes) {
     for (const auto& [start, range] : dataRanges) {
         if (previous != nullptr && start < previous->first) {
             const Resource& r = file.resources[range.second];
-            Fail(Describe(r.type, r.id) + ": data at offset " + Hex(start) + " overlaps that of " +
+            Fail(Describe(r.type, r.id) + ": data at offset " + HexNumber(start) + " overlaps that of " +
                  Describe(file.resources[previous->second].type, file.resources[previous->second].id));
         }
         previous = &range;
@@ -336,9 +336,9 @@ std::vector<uint8_t> SerializeResourceFile(const ResourceFile& file) {
     for (const uint32_t type : typeOrder) {
         const auto& list = byType[type];
         if (list.size() > kMax16 + 1)
-            Fail("cannot write " + std::to_string(list.size()) + " resources of type " + Quoted(type) + ", at most 65536 fit");
+            Fail("cannot write " + std::to_string(list.size()) + " resources of type " + QuotedType(type) + ", at most 65536 fit");
         if (referenceListOffset > kMax16)
-            Fail("cannot write the reference list of type " + Quoted(type) + ": too many resources for 16-bit map offsets");
+            Fail("cannot write the reference list of type " + QuotedType(type) + ": too many resources for 16-bit map offsets");
         PutBig(typeList, type, 4);
         PutBig(typeList, list.size() - 1, 2);
         PutBig(typeList, referenceListOffset, 2);

@@ -73,7 +73,7 @@ using Guard = std::lock_guard<std::mutex>;
 thread_local std::string tLastError;
 
 // Constructed on first use, so loading the library runs no code that could fail.
-ServiceState& State() {
+ServiceState& Services() {
     static ServiceState state;
     return state;
 }
@@ -97,24 +97,24 @@ bool IsPlainFileName(const char* name) {
 
 void SetHomeDirectory(const std::filesystem::path& directory) {
     const Guard guard(StateMutex());
-    State().home = directory.empty() ? directory : std::filesystem::absolute(directory);
+    Services().home = directory.empty() ? directory : std::filesystem::absolute(directory);
 }
 
 std::filesystem::path HomeDirectory() {
     const Guard guard(StateMutex());
-    const ServiceState& state = State();
+    const ServiceState& state = Services();
     return state.home.empty() ? ProgramFolder() : state.home;
 }
 
 void SetFileSubstitute(const std::string& name, const std::filesystem::path& file) {
     const Guard guard(StateMutex());
-    if (file.empty()) State().substitutes.erase(name);
-    else State().substitutes[name] = file;
+    if (file.empty()) Services().substitutes.erase(name);
+    else Services().substitutes[name] = file;
 }
 
 ServiceCounts LiveServiceObjects() {
     const Guard guard(StateMutex());
-    const ServiceState& state = State();
+    const ServiceState& state = Services();
     return {state.directories.Count(), state.files.Count(), state.resourceFiles.Count(), int(state.copies.size())};
 }
 
@@ -125,7 +125,7 @@ std::string LastResourceFileError() { return tLastError; }
 // ---- The exported services ----
 
 using vellux::host::Guard;
-using vellux::host::State;
+using vellux::host::Services;
 using vellux::host::StateMutex;
 using vellux::host::tLastError;
 
@@ -134,7 +134,7 @@ KV_DirectoryRef* KV_GetHomeDirectory() {
         auto ref = std::make_unique<vellux::host::DirectoryRef>();
         ref->path = vellux::host::HomeDirectory();
         const Guard guard(StateMutex());
-        return State().directories.Add(std::move(ref));
+        return Services().directories.Add(std::move(ref));
     } catch (...) {
         return nullptr;
     }
@@ -142,7 +142,7 @@ KV_DirectoryRef* KV_GetHomeDirectory() {
 
 void KV_DestroyDirectoryRef(KV_DirectoryRef* iDirectoryRef) {
     const Guard guard(StateMutex());
-    State().directories.Remove(iDirectoryRef);
+    Services().directories.Remove(iDirectoryRef);
 }
 
 // Every directory reference designates the home folder (the only directory service offered), so
@@ -151,7 +151,7 @@ KV_FileRef* KV_MakeFileRef(const KV_DirectoryRef* iDirectoryRef, const char* iNa
                            const char* iExtensionString) {
     try {
         const Guard guard(StateMutex());
-        auto& state = State();
+        auto& state = Services();
         const auto* directory = state.directories.Find(iDirectoryRef);
         if (directory == nullptr || !vellux::host::IsPlainFileName(iNameString)) return nullptr;
         auto ref = std::make_unique<vellux::host::FileRef>();
@@ -171,7 +171,7 @@ KV_FileRef* KV_MakeFileRef(const KV_DirectoryRef* iDirectoryRef, const char* iNa
 
 void KV_DestroyFileRef(KV_FileRef* iFileRef) {
     const Guard guard(StateMutex());
-    State().files.Remove(iFileRef);
+    Services().files.Remove(iFileRef);
 }
 
 KV_ResourceFile* KV_OpenResourceFile(const KV_FileRef* iFileRef) {
@@ -179,7 +179,7 @@ KV_ResourceFile* KV_OpenResourceFile(const KV_FileRef* iFileRef) {
         std::filesystem::path path;
         {
             const Guard guard(StateMutex());
-            const auto* file = State().files.Find(iFileRef);
+            const auto* file = Services().files.Find(iFileRef);
             if (file == nullptr) {
                 tLastError = "not a file reference of this host";
                 return nullptr;
@@ -189,7 +189,7 @@ KV_ResourceFile* KV_OpenResourceFile(const KV_FileRef* iFileRef) {
         auto open = std::make_unique<vellux::host::OpenResourceFile>();
         open->contents = vellux::rsc::ReadResourceFile(path);   // outside the lock: the slow part
         const Guard guard(StateMutex());
-        KV_ResourceFile* handle = State().resourceFiles.Add(std::move(open));
+        KV_ResourceFile* handle = Services().resourceFiles.Add(std::move(open));
         tLastError.clear();
         return handle;
     } catch (const std::exception& error) {
@@ -202,7 +202,7 @@ KV_ResourceFile* KV_OpenResourceFile(const KV_FileRef* iFileRef) {
 
 void KV_CloseResourceFile(KV_ResourceFile* iResourceFile) {
     const Guard guard(StateMutex());
-    State().resourceFiles.Remove(iResourceFile);
+    Services().resourceFiles.Remove(iResourceFile);
 }
 
 // The plug-in converts what it gets in place, so each call hands out a private copy.
@@ -211,7 +211,7 @@ void* KV_GetResource(KV_ResourceFile* iResourceFile, uint32_t iResourceType, int
     if (oResourceSize != nullptr) *oResourceSize = 0;
     try {
         const Guard guard(StateMutex());
-        auto& state = State();
+        auto& state = Services();
         const auto* file = state.resourceFiles.Find(iResourceFile);
         if (file == nullptr || iResourceID < std::numeric_limits<int16_t>::min() ||
             iResourceID > std::numeric_limits<int16_t>::max())
@@ -233,5 +233,5 @@ void* KV_GetResource(KV_ResourceFile* iResourceFile, uint32_t iResourceType, int
 
 void KV_ReleaseResource(void* iResource) {
     const Guard guard(StateMutex());
-    State().copies.erase(iResource);
+    Services().copies.erase(iResource);
 }

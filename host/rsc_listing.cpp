@@ -23,7 +23,7 @@ std::string Printf(const char* format, ...) {
 }
 
 // Names may hold any bytes; show them quoted with control characters escaped.
-std::string Quoted(const std::string& text) {
+std::string Escaped(const std::string& text) {
     std::string out = "\"";
     for (const char c : text) {
         if (c == '"' || c == '\\') out += std::string("\\") + c;
@@ -35,7 +35,7 @@ std::string Quoted(const std::string& text) {
 
 std::string Heading(const rsc::Resource& resource) {
     std::string line = rsc::TypeText(resource.type) + " " + std::to_string(resource.id);
-    if (resource.name) line += " " + Quoted(*resource.name);
+    if (resource.name) line += " " + Escaped(*resource.name);
     line += ", " + std::to_string(resource.data.size()) + (resource.data.size() == 1 ? " byte" : " bytes");
     if (resource.attributes != 0) line += Printf(", attributes 0x%02x", resource.attributes);
     return line;
@@ -87,7 +87,7 @@ void WriteStops(std::ostream& out, const RingRecord& ring) {
 }
 
 void WriteRing(std::ostream& out, const RingRecord& ring) {
-    out << "  name      " << Quoted(ring.name) << "\n";
+    out << "  name      " << Escaped(ring.name) << "\n";
     out << "  type      " << ring.type << "  " << RingTypeRole(ring.type) << "\n";
     out << Printf("  mode      0x%08x%s\n", ring.mode, ring.mode & kRingHiddenBit ? "  never drawn" : "");
     out << "  units     " << ring.units << "\n";
@@ -109,13 +109,13 @@ void WriteDialogItem(std::ostream& out, size_t index, const host::DialogItem& it
                   host::ControlTypeName(item.type).c_str(), r.left, r.top, r.right, r.bottom, r.right - r.left,
                   r.bottom - r.top, item.value);
     if (item.labelFor != 0) out << "  labels ID " << item.labelFor;
-    out << "  " << Quoted(item.title) << "\n";
+    out << "  " << Escaped(item.title) << "\n";
     for (const host::DialogMenuItem& entry : item.menu)
-        out << Printf("          menu %6d  ", entry.value) << Quoted(entry.text) << "\n";
+        out << Printf("          menu %6d  ", entry.value) << Escaped(entry.text) << "\n";
 }
 
 void WriteDialog(std::ostream& out, const host::DialogTemplate& dialog) {
-    out << "  title     " << Quoted(dialog.title) << "\n";
+    out << "  title     " << Escaped(dialog.title) << "\n";
     out << "  size      " << dialog.width << " x " << dialog.height << "\n";
     out << "  items     " << dialog.items.size() << "\n";
     for (size_t i = 0; i < dialog.items.size(); ++i) WriteDialogItem(out, i, dialog.items[i]);

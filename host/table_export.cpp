@@ -109,7 +109,7 @@ std::optional<std::pair<const char*, Json>> StructuredContent(const rsc::Resourc
     return std::nullopt;
 }
 
-std::string Hex(const std::vector<uint8_t>& bytes) {
+std::string HexBytes(const std::vector<uint8_t>& bytes) {
     static const char digits[] = "0123456789abcdef";
     std::string text;
     text.reserve(bytes.size() * 2);
@@ -138,7 +138,7 @@ Json ResourceJson(const rsc::Resource& resource) {
         const auto compiled = CompileResourceEntry(candidate, "", diagnostics);
         if (compiled && compiled->data == resource.data) return candidate;
     }
-    json["hex"] = Hex(resource.data);
+    json["hex"] = HexBytes(resource.data);
     return json;
 }
 

@@ -45,7 +45,7 @@ std::string Index(const std::string& path, size_t index) {
     return path + "[" + std::to_string(index) + "]";
 }
 
-std::string Quoted(std::string_view text) { return "\"" + std::string(text) + "\""; }
+std::string InQuotes(std::string_view text) { return "\"" + std::string(text) + "\""; }
 
 std::string ResourceLabel(uint32_t type, int16_t id) {
     return rsc::TypeText(type) + " " + std::to_string(id);
@@ -195,7 +195,7 @@ public:
         const std::optional<std::string> text = String(key);
         if (!text) return std::nullopt;
         if (text->size() != 4) {
-            diagnostics_.Error(Path(key), "a type code is exactly four bytes; " + Quoted(*text) +
+            diagnostics_.Error(Path(key), "a type code is exactly four bytes; " + InQuotes(*text) +
                                               " has " + std::to_string(text->size()));
             return std::nullopt;
         }
@@ -239,7 +239,7 @@ std::optional<std::vector<uint8_t>> ReadHex(const std::string& text, const std::
     for (size_t i = 0; i < text.size(); ++i) {
         const int digit = HexDigit(text[i]);
         if (digit < 0) {
-            diagnostics.Error(path, "character " + std::to_string(i) + " (" + Quoted(text.substr(i, 1)) +
+            diagnostics.Error(path, "character " + std::to_string(i) + " (" + InQuotes(text.substr(i, 1)) +
                                         ") is not a hex digit");
             return std::nullopt;
         }
@@ -437,7 +437,7 @@ void ReadDialogItem(const Json& value, const std::string& path, host::DialogItem
     if (const auto type = in.String("type")) {
         item.type = host::ControlTypeFromKey(*type);
         if (item.type == cKV_NoControlType)
-            diagnostics.Error(in.Path("type"), "unknown control type " + Quoted(*type) + "; the types are " +
+            diagnostics.Error(in.Path("type"), "unknown control type " + InQuotes(*type) + "; the types are " +
                                                    ControlTypeKeys());
     }
     ReadBounds(in, item.bounds, diagnostics);

@@ -16,7 +16,7 @@ struct Vec {
 Vec operator+(Vec a, Vec b) { return {a.z + b.z, a.y + b.y}; }
 Vec operator-(Vec a, Vec b) { return {a.z - b.z, a.y - b.y}; }
 Vec operator*(double s, Vec a) { return {s * a.z, s * a.y}; }
-double Dot(Vec a, Vec b) { return a.z * b.z + a.y * b.y; }
+double DotYZ(Vec a, Vec b) { return a.z * b.z + a.y * b.y; }
 
 struct Ray {
     Vec at, direction;   // direction of unit length
@@ -30,7 +30,7 @@ std::optional<Vec> Meet(const Ray& ray, double vertex, double radius) {
     }
     const Vec centre{vertex + radius, 0.0};
     const Vec o = ray.at - centre;
-    const double half = Dot(o, ray.direction), rest = Dot(o, o) - radius * radius;
+    const double half = DotYZ(o, ray.direction), rest = DotYZ(o, o) - radius * radius;
     const double disc = half * half - rest;
     if (disc < 0.0) return std::nullopt;
     const double root = std::sqrt(disc);
@@ -40,18 +40,18 @@ std::optional<Vec> Meet(const Ray& ray, double vertex, double radius) {
 
 Vec NormalAt(Vec point, double vertex, double radius, Vec direction) {
     Vec normal = radius == 0.0 ? Vec{-1.0, 0.0} : (1.0 / radius) * (point - Vec{vertex + radius, 0.0});
-    if (Dot(normal, direction) > 0.0) normal = -1.0 * normal;   // facing the arriving ray
+    if (DotYZ(normal, direction) > 0.0) normal = -1.0 * normal;   // facing the arriving ray
     return normal;
 }
 
 std::optional<Vec> Refract(Vec d, Vec normal, double n1, double n2) {
-    const double eta = n1 / n2, cosi = -Dot(normal, d);
+    const double eta = n1 / n2, cosi = -DotYZ(normal, d);
     const double k = 1.0 - eta * eta * (1.0 - cosi * cosi);
     if (k < 0.0) return std::nullopt;
     return eta * d + (eta * cosi - std::sqrt(k)) * normal;
 }
 
-Vec Reflect(Vec d, Vec normal) { return d + (2.0 * -Dot(normal, d)) * normal; }
+Vec Reflect(Vec d, Vec normal) { return d + (2.0 * -DotYZ(normal, d)) * normal; }
 
 // The height at which a ray crosses the plane z.
 double HeightAt(const Ray& ray, double z) { return ray.at.y + (z - ray.at.z) / ray.direction.z * ray.direction.y; }

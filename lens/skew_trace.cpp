@@ -14,7 +14,7 @@ namespace {
 Vec3 operator+(Vec3 a, Vec3 b) { return {a.x + b.x, a.y + b.y, a.z + b.z}; }
 Vec3 operator-(Vec3 a, Vec3 b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
 Vec3 operator*(double s, Vec3 a) { return {s * a.x, s * a.y, s * a.z}; }
-double Dot(Vec3 a, Vec3 b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
+double Dot3(Vec3 a, Vec3 b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
 
 }  // namespace
 
@@ -126,7 +126,7 @@ inline bool SkewPath::Meet(const Step& step, Vec3& at, Vec3 d) {
         return true;
     }
     const Vec3 o = at - Vec3{0.0, 0.0, step.vertex + step.radius};
-    const double half = Dot(o, d), rest = Dot(o, o) - step.radius * step.radius;
+    const double half = Dot3(o, d), rest = Dot3(o, o) - step.radius * step.radius;
     const double disc = half * half - rest;
     if (disc < 0.0) return false;
     const double root = std::sqrt(disc);
@@ -141,8 +141,8 @@ inline bool SkewPath::Meet(const Step& step, Vec3& at, Vec3 d) {
 inline bool SkewPath::Turn(const Step& step, Vec3 at, Vec3& d) {
     const Vec3 v = d;
     Vec3 normal = step.radius == 0.0 ? Vec3{0.0, 0.0, -1.0} : step.curvature * (at - Vec3{0.0, 0.0, step.vertex + step.radius});
-    if (Dot(normal, v) > 0.0) normal = -1.0 * normal;   // facing the arriving ray
-    const double cosi = -Dot(normal, v);
+    if (Dot3(normal, v) > 0.0) normal = -1.0 * normal;   // facing the arriving ray
+    const double cosi = -Dot3(normal, v);
     if (step.reflect) {
         d = v + (2.0 * cosi) * normal;
         return true;
@@ -159,7 +159,7 @@ constexpr size_t kBatch = 16;
 
 void SkewPath::Trace(const Vec3* origins, size_t count, Vec3 direction, const Iris& iris, size_t events,
                      SkewTrace* traced) const {
-    const Vec3 unit = (1.0 / std::sqrt(Dot(direction, direction))) * direction;
+    const Vec3 unit = (1.0 / std::sqrt(Dot3(direction, direction))) * direction;
     const size_t end = std::min(events, steps_.size());
     Vec3 at[kBatch], d[kBatch];
     bool going[kBatch], crossed[kBatch];
@@ -230,7 +230,7 @@ struct UnclippedBatch {
 void SkewPath::TraceUnclipped(const Vec3* origins, size_t count, Vec3 direction, UnclippedTrace* traced) const {
     if (stopCrossings_ > kMaxStopCrossings)
         throw std::logic_error("a path crossing the stop " + std::to_string(stopCrossings_) + " times cannot be traced unclipped");
-    const Vec3 unit = (1.0 / std::sqrt(Dot(direction, direction))) * direction;
+    const Vec3 unit = (1.0 / std::sqrt(Dot3(direction, direction))) * direction;
     UnclippedBatch rays;
     for (size_t first = 0; first < count; first += UnclippedBatch::kSize) {
         const size_t n = std::min(UnclippedBatch::kSize, count - first);

@@ -164,7 +164,7 @@ FarField ApertureFarField(const Aperture& aperture) {
     field.grid = grid;
     field.power.resize(size_t(grid) * size_t(grid));
     // Frequency k lands at (k + grid / 2) mod grid: the zero frequency in the middle.
-    const auto centred = [grid](int k) { return size_t((k + grid / 2) % grid); };
+    const auto centred = [](int k) { return size_t((k + grid / 2) % grid); };
     // The columns' transforms a block at a time, their powers then written row by row: one column
     // at a time would write the field a row apart at every step.
     constexpr int kBlock = 16;

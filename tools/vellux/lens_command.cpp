@@ -71,7 +71,7 @@ rsc::Json DialogSource(const std::filesystem::path& from) {
     return {{"resources", kept}};
 }
 
-void AddShow(CLI::App& group, Action& action) {
+void AddLensShow(CLI::App& group, Action& action) {
     auto options = std::make_shared<LensOptions>();
     CLI::App* show = group.add_subcommand("show", "A lens's paraxial data and its ghosts, brightest first");
     show->add_option("lens", options->lens, "Lens prescription (JSON)")->required();
@@ -134,7 +134,7 @@ void AddPreview(CLI::App& group, Action& action) {
 void AddLensCommands(CLI::App& app, Action& action) {
     CLI::App* group = app.add_subcommand("lens", "Flare tables computed from real lens designs");
     group->require_subcommand(1);
-    AddShow(*group, action);
+    AddLensShow(*group, action);
     AddLensCompile(*group, action);
     AddPreview(*group, action);
 }

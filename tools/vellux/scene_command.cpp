@@ -98,7 +98,7 @@ struct KeyOptions {
     std::string table;
 };
 
-void AddShow(CLI::App& group, Action& action) {
+void AddSceneShow(CLI::App& group, Action& action) {
     auto options = std::make_shared<ShowOptions>();
     CLI::App* show = group.add_subcommand("show", "List a scene: frames, image, light, channels, settings");
     show->add_option("scene", options->scene, "Scene file (JSON)")->required();
@@ -134,7 +134,7 @@ void AddKey(CLI::App& group, Action& action) {
 void AddSceneCommands(CLI::App& app, Action& action) {
     CLI::App* scene = app.add_subcommand("scene", "Scene files: show and key");
     scene->require_subcommand(1);
-    AddShow(*scene, action);
+    AddSceneShow(*scene, action);
     AddKey(*scene, action);
 }
 
