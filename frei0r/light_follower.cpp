@@ -2,6 +2,7 @@
 #include "frei0r/light_follower.h"
 
 #include <algorithm>
+#include <cmath>
 #include <stdexcept>
 
 #include <OpenImageIO/imagebufalgo.h>
@@ -28,22 +29,44 @@ void FillConversion(std::array<float, 256>& linear) {
     for (int v = 0; v < 256; ++v) linear[size_t(v)] = ramp.getchannel(v, 0, 0, 0);
 }
 
-// The frame as light, into the follower's own buffer.
-void ReadFrame(LightFollower& f, const uint32_t* rgba, int width, int height) {
+// The part of the frame looked at, in pixels.
+struct Window {
+    int x = 0, y = 0, width = 0, height = 0;
+};
+
+// A light followed is looked for only around where it is predicted to be: far enough that the
+// tracker's reach (a few of its radii and its lost steps' motion) and the light's own size lie
+// inside. None followed: the whole frame.
+Window SearchWindow(const LightFollower& f, int width, int height) {
+    if (f.followed.empty()) return {0, 0, width, height};
+    const engine::FollowedLight& light = f.followed.front();
+    const double steps = double(light.steps.size() - light.sureStep);
+    const double x = light.sureX + light.vx * steps, y = light.sureY + light.vy * steps;
+    const double half = 4.0 * light.start.radius + 24.0 + std::hypot(light.vx, light.vy) * steps;
+    const auto clamp = [](double v, int most) { return std::clamp(int(std::floor(v)), 0, most); };
+    const int left = clamp(x - half, width), top = clamp(y - half, height);
+    const int right = clamp(x + half + 1.0, width), bottom = clamp(y + half + 1.0, height);
+    return {left, top, right - left, bottom - top};
+}
+
+// The window of the frame as light, into the follower's own buffer (sized for the whole frame by
+// the first, so later frames allocate nothing).
+void ReadFrame(LightFollower& f, const uint32_t* rgba, int width, const Window& window) {
     if (!f.converting) {
         FillConversion(f.linear);
         f.converting = true;
     }
-    const size_t count = size_t(width) * size_t(height);
-    f.frame.width = width;
-    f.frame.height = height;
-    f.frame.rgb.resize(count * 3);   // once: the size never changes for an instance
-    const auto* bytes = reinterpret_cast<const uint8_t*>(rgba);
+    f.frame.width = window.width;
+    f.frame.height = window.height;
+    f.frame.rgb.resize(size_t(window.width) * size_t(window.height) * 3);
     float* out = f.frame.rgb.data();
-    for (size_t i = 0; i < count; ++i, bytes += 4, out += 3) {
-        out[0] = f.linear[bytes[0]];
-        out[1] = f.linear[bytes[1]];
-        out[2] = f.linear[bytes[2]];
+    for (int y = window.y; y < window.y + window.height; ++y) {
+        const auto* bytes = reinterpret_cast<const uint8_t*>(rgba + size_t(y) * size_t(width) + size_t(window.x));
+        for (int x = 0; x < window.width; ++x, bytes += 4, out += 3) {
+            out[0] = f.linear[bytes[0]];
+            out[1] = f.linear[bytes[1]];
+            out[2] = f.linear[bytes[2]];
+        }
     }
 }
 
@@ -70,8 +93,11 @@ FollowedPlace PlaceOf(const engine::FollowedLight& light) {
 }  // namespace
 
 FollowedPlace FollowFrame(LightFollower& f, const uint32_t* rgba, int width, int height) {
-    ReadFrame(f, rgba, width, height);
-    const std::vector<engine::FoundLight> found = engine::FindLights(f.frame);
+    const Window window = SearchWindow(f, width, height);
+    ReadFrame(f, rgba, width, window);
+    std::vector<engine::FoundLight> found = window.width > 0 && window.height > 0 ? engine::FindLights(f.frame)
+                                                                                  : std::vector<engine::FoundLight>{};
+    for (engine::FoundLight& light : found) light.x += window.x, light.y += window.y;
     const int32_t step = f.step++;
     if (f.followed.empty()) {
         if (found.empty()) return {};
