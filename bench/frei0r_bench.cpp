@@ -28,6 +28,35 @@ void BM_Frei0rUpdate(benchmark::State& state) {
 }
 BENCHMARK(BM_Frei0rUpdate)->Unit(benchmark::kMillisecond);
 
+// A 1080p frame through the filter with follow-brightest-light off (arg 0) and on (arg 1): the
+// same frame each time, a clipped lamp on a graded dusk-like background, so that following finds
+// and measures a light on every frame. The ratio of the two is what following costs. Arg 2: on,
+// with no lamp, so that every frame is searched whole (the most following costs).
+std::vector<uint32_t> LampFrame(bool lamp) {
+    std::vector<uint32_t> frame(size_t(kWidth) * kHeight);
+    for (int y = 0; y < kHeight; ++y)
+        for (int x = 0; x < kWidth; ++x) {
+            const bool lit = lamp && (x - 700) * (x - 700) + (y - 400) * (y - 400) <= 12 * 12;
+            const auto v = uint32_t(lit ? 255 : 30 + x / 40 + y / 30);
+            frame[size_t(y) * kWidth + size_t(x)] = 0xff000000u | v << 16 | v << 8 | v;
+        }
+    return frame;
+}
+
+void BM_Frei0rFollowingTheBrightestLight(benchmark::State& state) {
+    frei0r::FilterInstance filter(kWidth, kHeight);
+    const double follow = state.range(0) > 0 ? 1.0 : 0.0;
+    filter.SetParam(frei0r::kParamCount - 1, &follow);   // follow-brightest-light, the last
+    const std::vector<uint32_t> in = LampFrame(state.range(0) < 2);
+    std::vector<uint32_t> out(in.size());
+    filter.Update(in.data(), out.data());
+    for (auto _ : state) {
+        filter.Update(in.data(), out.data());
+        benchmark::DoNotOptimize(out.data());
+    }
+}
+BENCHMARK(BM_Frei0rFollowingTheBrightestLight)->Arg(0)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond);
+
 // What the plug-in alone takes for that frame: settings, SETF and GENF on its 32-bit pixels.
 void BM_Frei0rPaintingAlone(benchmark::State& state) {
     engine::FlareSetup setup;

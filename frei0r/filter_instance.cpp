@@ -125,12 +125,13 @@ void CompositeOver(engine::Flare& flare, int width, int height, uint8_t* rgba, c
 void FilterInstance::Update(const uint32_t* in, uint32_t* out) {
     const std::lock_guard lock(mutex_);
     const size_t count = size_t(width_) * size_t(height_);
-    if (!settings_.flareOnly && in != out) std::memcpy(out, in, count * 4);
     try {
+        const engine::FlareLight light = LightFor(in);   // read before `out` (maybe `in`) is written
+        if (!settings_.flareOnly && in != out) std::memcpy(out, in, count * 4);
         engine::Flare& flare = FlareFor(settings_);
         flare.instance().EditSettings(settings_.edits);
-        if (lensLook_) PaintLensLook(flare, out);
-        else PaintPlugin(flare, out);
+        if (lensLook_) PaintLensLook(flare, light, out);
+        else PaintPlugin(flare, light, out);
     } catch (const std::exception& error) {
         // Refused before painting (a table, the settings): the frame passes through unchanged.
         Report(error.what());
@@ -139,17 +140,31 @@ void FilterInstance::Update(const uint32_t* in, uint32_t* out) {
     }
 }
 
+// The light where the parameters put it, or, following the brightest light, where it is found in
+// the frame, dimmed as it is hidden and gone (intensity 0) while no light is followed.
+engine::FlareLight FilterInstance::LightFor(const uint32_t* in) {
+    engine::FlareLight light = LightOn(settings_, width_, height_);
+    if (!settings_.followBrightest) {
+        StopFollowing(follower_);
+        return light;
+    }
+    const FollowedPlace place = FollowFrame(follower_, in, width_, height_);
+    if (place.found) light.x = place.x, light.y = place.y;
+    light.intensity *= place.visible;
+    return light;
+}
+
 // The flare is painted on black and blended in, so that the dissolve only ever limits the flare
 // (blend.h). The plug-in's own add with nothing to fade is the same as painting straight into the
 // host's frame, which needs no frame of the filter's own: that is done then.
-void FilterInstance::PaintPlugin(engine::Flare& flare, uint32_t* out) {
+void FilterInstance::PaintPlugin(engine::Flare& flare, const engine::FlareLight& light, uint32_t* out) {
     const bool inPlace = !settings_.flareOnly && settings_.blend == engine::Blend::display &&
                          settings_.edits.dissolve.value_or(0.0) == 0.0;
     if (!inPlace) {
         if (pixels_.bytes.empty()) pixels_ = engine::PluginPixels(width_, height_, 32);   // made on first use
         std::fill(pixels_.bytes.begin(), pixels_.bytes.end(), uint8_t(0));
     }
-    engine::RenderFrame(flare.instance(), LightOn(settings_, width_, height_),
+    engine::RenderFrame(flare.instance(), light,
                         inPlace ? HostFrame(out, width_, height_) : pixels_.View(), 0);
     if (inPlace) return;
     auto* target = reinterpret_cast<uint8_t*>(out);
@@ -159,8 +174,7 @@ void FilterInstance::PaintPlugin(engine::Flare& flare, uint32_t* out) {
 
 // The lens's flare over the host's frame in its own memory; for Flare only, over transparent
 // black in the filter's, then made straight into the host's.
-void FilterInstance::PaintLensLook(engine::Flare& flare, uint32_t* out) {
-    const engine::FlareLight light = LightOn(settings_, width_, height_);
+void FilterInstance::PaintLensLook(engine::Flare& flare, const engine::FlareLight& light, uint32_t* out) {
     if (!settings_.flareOnly) {
         CompositeOver(flare, width_, height_, reinterpret_cast<uint8_t*>(out), light, settings_.blend);
         return;

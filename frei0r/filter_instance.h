@@ -15,6 +15,7 @@
 #include "engine/flare.h"
 #include "engine/plugin_pixels.h"
 #include "frei0r/filter_params.h"
+#include "frei0r/light_follower.h"
 
 namespace vellux::frei0r {
 
@@ -29,7 +30,8 @@ public:
     // the plug-in's 32-bit path and blended in as the Blend parameter says, the input's alpha
     // kept; a lens's own flare goes over the frame as over any 8-bit sRGB plate (Flare::Composite).
     // With Flare only, the flare alone with its brightest channel as alpha and the colour
-    // unpremultiplied (straight alpha, as editors composite overlays).
+    // unpremultiplied (straight alpha, as editors composite overlays). Following the brightest
+    // light, the light is where it was found in `in`, its intensity scaled by how much of it shows.
     void Update(const uint32_t* in, uint32_t* out);
 
 private:
@@ -44,8 +46,9 @@ private:
     void Report(const std::string& problem);   // on stderr, once per problem
     engine::Flare& FlareFor(const FilterSettings& settings);
     engine::LensLookOptions LensLookFor(const FilterSettings& settings);
-    void PaintPlugin(engine::Flare& flare, uint32_t* out);
-    void PaintLensLook(engine::Flare& flare, uint32_t* out);
+    engine::FlareLight LightFor(const uint32_t* in);
+    void PaintPlugin(engine::Flare& flare, const engine::FlareLight& light, uint32_t* out);
+    void PaintLensLook(engine::Flare& flare, const engine::FlareLight& light, uint32_t* out);
 
     const int width_, height_;
     std::mutex mutex_;
@@ -56,6 +59,7 @@ private:
     engine::PluginPixels pixels_;           // the flare painted on black, made on first use (not needed
                                             // for the plug-in's own add without a dissolve)
     std::vector<uint8_t> lensOnly_;         // a lens's flare over transparent black, for Flare only
+    LightFollower follower_;                // the light followed, with its frame buffer
     std::set<std::string> reported_;
 };
 

@@ -109,7 +109,7 @@ const NumberParam kNumbers[] = {
 };
 #undef VELLUX_FIELD
 
-constexpr int kLightFraction = 0, kColor = 1, kFlareOnly = 22, kTable = 23, kBlend = 26, kLens = 27, kBlades = 29;
+constexpr int kLightFraction = 0, kColor = 1, kFlareOnly = 22, kTable = 23, kBlend = 26, kLens = 27, kBlades = 29, kFollow = 31;
 
 // An iris has no blades (round) or at least this many.
 constexpr int kFewestBlades = 3;
@@ -209,6 +209,7 @@ f0r_param_info_t ParamInfo(int index) {
     case kTable: return {"table", F0R_PARAM_STRING, "The flare table: its name (Vellux, LongZoom, CleanPrime) or .rsc file; empty for the default"};
     case kBlend: return {"blend", F0R_PARAM_STRING, "How the flare goes over the frame: display (as the plug-in adds it), add (in linear light) or screen"};
     case kLens: return {"lens", F0R_PARAM_STRING, "Paint a lens's own flare instead of the table's: its name (double-gauss-50mm) or .json file; empty for the table's"};
+    case kFollow: return {"follow-brightest-light", F0R_PARAM_BOOL, "Find the brightest light in each frame and follow it, instead of light-fraction-x/y; the flare dims as the light is hidden"};
     default: return {"", F0R_PARAM_DOUBLE, ""};
     }
 }
@@ -227,6 +228,7 @@ std::string SetParam(FilterSettings& s, int index, const void* value) {
     }
     case kColor: s.lightColor = ColourOf(*static_cast<const f0r_param_color_t*>(value), problem, "color"); return problem;
     case kFlareOnly: s.flareOnly = *static_cast<const double*>(value) >= 0.5; return {};
+    case kFollow: s.followBrightest = *static_cast<const double*>(value) >= 0.5; return {};
     case kTable:
     case kLens: {
         const char* text = *static_cast<const char* const*>(value);
@@ -259,6 +261,8 @@ void GetParam(const FilterSettings& s, int index, void* value) {
         *static_cast<f0r_param_color_t*>(value) = ColourFor(s.lightColor);
     } else if (index == kFlareOnly) {
         *static_cast<double*>(value) = s.flareOnly ? 1.0 : 0.0;
+    } else if (index == kFollow) {
+        *static_cast<double*>(value) = s.followBrightest ? 1.0 : 0.0;
     } else if (index == kTable || index == kLens) {
         *static_cast<const char**>(value) = (index == kTable ? s.table : s.lens).c_str();
     } else if (index == kBlend) {

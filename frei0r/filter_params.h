@@ -44,11 +44,12 @@ struct FilterSettings {
     std::string lens;        // empty: the table's look
     double fNumber = 8.0;
     int blades = 0;
+    bool followBrightest = false;   // the light is found in each frame and followed (light_follower.h)
 
     static engine::SettingEdits DefaultEdits();   // the plug-in's own defaults, every field given
 };
 
-inline constexpr int kParamCount = 31;
+inline constexpr int kParamCount = 32;
 
 // frei0r's description of parameter `index` (0..kParamCount-1); the texts live as long as the program.
 f0r_param_info_t ParamInfo(int index);
@@ -61,7 +62,7 @@ std::string SetParam(FilterSettings& settings, int index, const void* value);
 // stays valid until the settings change).
 void GetParam(const FilterSettings& settings, int index, void* value);
 
-// The light in pixels on a frame of this size.
+// The light in pixels on a frame of this size, where the parameters put it.
 engine::FlareLight LightOn(const FilterSettings& settings, int width, int height);
 
 }  // namespace vellux::frei0r

@@ -57,8 +57,9 @@ TEST(Frei0rFilter, ParametersAreTheSettingsAndTheToolsOptionsByName) {
     ASSERT_EQ(info.num_params, frei0r::kParamCount);
     const std::string toolHelp = ToolOutput("render --help");
     // Not options of the tool: its --light-fraction X,Y split for hosts that pass numbers only, and
-    // the flare on transparent black (the tool writes a pass, a file of its own).
-    const std::set<std::string> notOptions = {"light-fraction-x", "light-fraction-y", "flare-only"};
+    // the flare on transparent black (the tool writes a pass, a file of its own), and following the
+    // brightest light as frames come (the tool tracks a whole shot first).
+    const std::set<std::string> notOptions = {"light-fraction-x", "light-fraction-y", "flare-only", "follow-brightest-light"};
     std::set<std::string> names;
     for (int i = 0; i < info.num_params; ++i) {
         const f0r_param_info_t param = filter.Param(i);
@@ -154,7 +155,7 @@ TEST(Frei0rFilter, TheKdenliveDescriptionShowsEachParameterByItsNameInItsUnit) {
         const int index = filter.Index(name);
         ASSERT_GE(index, 0);
         const f0r_param_info_t param = filter.Param(index);
-        EXPECT_EQ(d.label, Words(name));
+        EXPECT_EQ(d.label, name == "follow-brightest-light" ? "Follow the brightest light" : Words(name));
         EXPECT_EQ(d.comment, param.explanation);
         const std::string type = d.Attribute("type"), value = d.Attribute("default");
         switch (param.type) {

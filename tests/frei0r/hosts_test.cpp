@@ -6,7 +6,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -166,6 +168,32 @@ TEST_F(Frei0rHosts, MeltMovesAKeyframedLight) {
     const int first = brightestColumn("melt01.png"), last = brightestColumn("melt10.png");
     EXPECT_NEAR(first, 1280 * 0.15, 40);   // light-fraction-x is the fraction of the frame's width
     EXPECT_NEAR(last, 1280 * 0.8, 40);
+}
+
+// ffmpeg sets follow-brightest-light by position, last: on a white square sliding across a dark
+// frame, the flare alone (its alpha) is brightest in the column of the square, frame after frame;
+// switched off, it stays at light-fraction-x.
+TEST_F(Frei0rHosts, FfmpegFollowsTheBrightestLight) {
+    // Every parameter in order, the defaults but flare-only on; then the switch.
+    const std::string params = "0.3/0.35|1/1/1|0.25|0|0.25|0|0.22|0x50140A|0|0|0.25|0.1|0.2|0.2566667|y|y|y|y|n|n|y|n|y||"
+                               "0.3|0.35|display||0.3333333|0|y|";
+    for (const char* follow : {"y", "n"}) {
+        SCOPED_TRACE(std::string("follow ") + follow);
+        ASSERT_EQ(Run("ffmpeg -v error -y -f lavfi -i color=c=0x202020:s=640x360:r=25 -f lavfi -i color=c=white:s=12x12:r=25 "
+                      "-filter_complex \"[0][1]overlay=x='60+250*t':y=150,format=rgba,frei0r=filter_name=vellux:filter_params=" +
+                      params + follow + "\" -frames:v 20 -pix_fmt rgba follow%02d.png"), 0) << Slurp("log");
+        for (int frame = 1; frame <= 20; frame += 19) {
+            char name[32];
+            std::snprintf(name, sizeof(name), "follow%02d.png", frame);
+            const std::vector<float> v = Pixels(name, 4);
+            ASSERT_EQ(v.size(), 640u * 360u * 4u);
+            std::vector<double> columns(640, 0.0);
+            for (size_t i = 0; i < v.size(); i += 4) columns[i / 4 % 640] += v[i + 3];
+            const int brightest = int(std::max_element(columns.begin(), columns.end()) - columns.begin());
+            const double square = 60.0 + 10.0 * (frame - 1) + 5.5;   // 10 pixels a frame; the centre of its 12
+            EXPECT_NEAR(brightest, *follow == 'y' ? square : 0.3 * 640, 3.0) << name;
+        }
+    }
 }
 
 }  // namespace
