@@ -1,6 +1,7 @@
 #include "engine/footage_tracking.h"
 
 #include <algorithm>
+#include <cmath>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
@@ -19,18 +20,17 @@ std::string FrameSizeText(const LinearFrame& frame) { return std::to_string(fram
 // Reads the frames of a run, checking each against the first frame's size.
 class FrameReader {
 public:
-    FrameReader(const TrackRequest& request, const TrackReporting& reporting, size_t count)
-        : pattern_(FramePattern::Parse(request.input.string())), request_(request), reporting_(reporting), count_(count) {}
+    FrameReader(const FrameSource& source, const TrackReporting& reporting, size_t count)
+        : source_(source), reporting_(reporting), count_(count) {}
 
     LinearFrame Read(int32_t frame) {
         if (reporting_.cancel && reporting_.cancel->load()) throw std::runtime_error("interrupted");
-        const std::string file = pattern_.For(frame);
-        LinearFrame linear = ReadLinearFrame(file, request_.colorspace);
+        LinearFrame linear = source_.read(frame);
         if (!first_) first_ = {frame, linear.width, linear.height};
         else if (linear.width != first_->width || linear.height != first_->height)
-            throw std::runtime_error(file + ": frame " + std::to_string(frame) + " is " + FrameSizeText(linear) + ", frame " +
-                                     std::to_string(first_->frame) + " is " + std::to_string(first_->width) + "x" +
-                                     std::to_string(first_->height) + "; every frame of a sequence must have one size");
+            throw std::runtime_error(source_.name(frame) + ": frame " + std::to_string(frame) + " is " + FrameSizeText(linear) +
+                                     ", frame " + std::to_string(first_->frame) + " is " + std::to_string(first_->width) +
+                                     "x" + std::to_string(first_->height) + "; every frame of a sequence must have one size");
         Report();
         return linear;
     }
@@ -51,8 +51,7 @@ private:
         reporting_.progress(report);
     }
 
-    FramePattern pattern_;
-    const TrackRequest& request_;
+    const FrameSource& source_;
     const TrackReporting& reporting_;
     size_t count_;
     size_t done_ = 0;
@@ -70,10 +69,13 @@ struct StartFrame {
     std::vector<FoundLight> chosen;   // those to follow
 };
 
-StartFrame StartLights(const TrackRequest& request, const LinearFrame& frame, int32_t number) {
+StartFrame StartLights(const TrackRequest& request, const std::string& footage, const LinearFrame& frame,
+                       int32_t number, bool everyLight = false) {
     const std::vector<FoundLight> found = FindLights(frame, request.threshold);
     std::vector<FoundLight> start;
-    if (request.at) {
+    if (everyLight) {
+        start = found;
+    } else if (request.at) {
         const TrackPoint& at = *request.at;
         if (at.x < 0.0 || at.y < 0.0 || at.x > frame.width - 1 || at.y > frame.height - 1)
             throw std::invalid_argument("--at: " + PointText(at) + " is outside frame " + std::to_string(number) + " (" + FrameSizeText(frame) + ")");
@@ -84,18 +86,22 @@ StartFrame StartLights(const TrackRequest& request, const LinearFrame& frame, in
     if (start.empty()) {
         std::ostringstream threshold;
         threshold << request.threshold;
-        throw std::runtime_error(request.input.string() + ": no light found on frame " + std::to_string(number) +
+        throw std::runtime_error(footage + ": no light found on frame " + std::to_string(number) +
                                  " (nothing at or above threshold " + threshold.str() + ")");
     }
     return {found, start};
 }
 
 // Follows the lights through a run whose first frame's lights are already found.
-std::vector<LightTrack> FollowRun(const StartFrame& start, const std::vector<int32_t>& run, FrameReader& reader,
-                                  const TrackRequest& request) {
+std::vector<FollowedLight> FollowRun(const StartFrame& start, const std::vector<int32_t>& run, FrameReader& reader,
+                                     const TrackRequest& request) {
     std::vector<FollowedLight> followed = StartFollowing(start.chosen);
     FollowStep(followed, run.front(), start.found);
     for (size_t i = 1; i < run.size(); ++i) FollowStep(followed, run[i], FindLights(reader.Read(run[i]), request.threshold));
+    return followed;
+}
+
+std::vector<LightTrack> FinishRun(const std::vector<FollowedLight>& followed, const TrackRequest& request) {
     std::vector<LightTrack> tracks;
     for (const FollowedLight& light : followed) tracks.push_back(FinishTrack(light, request.smooth));
     return tracks;
@@ -103,11 +109,31 @@ std::vector<LightTrack> FollowRun(const StartFrame& start, const std::vector<int
 
 }  // namespace
 
-std::vector<LightTrack> TrackFootage(const TrackRequest& request, const TrackReporting& reporting) {
+void CheckTrackRequest(const TrackRequest& request) {
     if (request.lights == 0) throw std::invalid_argument("--lights: must be 1 or more");
-    if (!(request.smooth >= 0.0)) throw std::invalid_argument("--smooth: must be 0 or more");
+    if (request.at && request.lights != 1) throw std::invalid_argument("--at: follows one light; leave out --lights");
+    if (!(request.threshold > 0.0) || !std::isfinite(request.threshold)) throw std::invalid_argument("--threshold: must be above 0");
+    if (!(request.smooth >= 0.0) || !std::isfinite(request.smooth)) throw std::invalid_argument("--smooth: must be 0 or more");
+}
+
+FrameSource PlateFrames(const TrackRequest& request) {
+    const auto pattern = std::make_shared<FramePattern>(FramePattern::Parse(request.input.string()));
+    const std::string colorspace = request.colorspace;
+    return {[pattern, colorspace](int32_t frame) { return ReadLinearFrame(pattern->For(frame), colorspace); },
+            [pattern](int32_t frame) { return pattern->For(frame); }, request.input.string()};
+}
+
+std::vector<LightTrack> TrackFootage(const TrackRequest& request, const TrackReporting& reporting) {
+    CheckTrackRequest(request);
     const std::vector<int32_t> frames =
         request.frames.empty() ? FramePattern::Parse(request.input.string()).FramesOnDisk() : request.frames;
+    return TrackFrames(request, frames, PlateFrames(request), reporting);
+}
+
+std::vector<LightTrack> TrackFrames(const TrackRequest& request, const std::vector<int32_t>& frames,
+                                    const FrameSource& source, const TrackReporting& reporting) {
+    CheckTrackRequest(request);
+    if (frames.empty()) throw std::invalid_argument(source.footage + ": no frames to track");
     size_t startIndex = 0;
     if (request.at && request.at->frame) {
         const auto found = std::find(frames.begin(), frames.end(), *request.at->frame);
@@ -115,16 +141,25 @@ std::vector<LightTrack> TrackFootage(const TrackRequest& request, const TrackRep
             throw std::invalid_argument("--at: frame " + std::to_string(*request.at->frame) + " is not among the frames tracked");
         startIndex = size_t(found - frames.begin());
     }
-    FrameReader reader(request, reporting, frames.size());
-    const StartFrame start = StartLights(request, reader.Read(frames[startIndex]), frames[startIndex]);
+    FrameReader reader(source, reporting, frames.size());
+    const StartFrame start = StartLights(request, source.footage, reader.Read(frames[startIndex]), frames[startIndex]);
     const std::vector<int32_t> forwardRun(frames.begin() + std::ptrdiff_t(startIndex), frames.end());
-    std::vector<LightTrack> tracks = FollowRun(start, forwardRun, reader, request);
+    std::vector<LightTrack> tracks = FinishRun(FollowRun(start, forwardRun, reader, request), request);
     if (startIndex == 0) return tracks;
     std::vector<int32_t> backwardRun(frames.begin(), frames.begin() + std::ptrdiff_t(startIndex) + 1);
     std::reverse(backwardRun.begin(), backwardRun.end());
-    const std::vector<LightTrack> backward = FollowRun(start, backwardRun, reader, request);
+    const std::vector<LightTrack> backward = FinishRun(FollowRun(start, backwardRun, reader, request), request);
     for (size_t i = 0; i < tracks.size(); ++i) tracks[i] = JoinTracks(backward[i], tracks[i]);
     return tracks;
+}
+
+std::vector<FollowedLight> FollowFrames(const TrackRequest& request, const std::vector<int32_t>& frames,
+                                        const FrameSource& source, bool everyLight, const TrackReporting& reporting) {
+    CheckTrackRequest(request);
+    if (frames.empty()) throw std::invalid_argument(source.footage + ": no frames to track");
+    FrameReader reader(source, reporting, frames.size());
+    const StartFrame start = StartLights(request, source.footage, reader.Read(frames.front()), frames.front(), everyLight);
+    return FollowRun(start, frames, reader, request);
 }
 
 Scene TrackScene(const LightTrack& track, const TrackRequest& request, const fs::path& sceneFolder) {
@@ -133,7 +168,8 @@ Scene TrackScene(const LightTrack& track, const TrackRequest& request, const fs:
                                                    [](const TrackKey& a, const TrackKey& b) { return a.frame < b.frame; });
     scene.firstFrame = first->frame;
     scene.lastFrame = last->frame;
-    scene.input = fs::absolute(request.input).lexically_relative(fs::absolute(sceneFolder)).string();
+    if (!request.input.empty())   // else frames from memory: the caller gives the size
+        scene.input = fs::absolute(request.input).lexically_relative(fs::absolute(sceneFolder)).string();
     scene.lightUnits = LightUnits::pixels;
     const std::array<int, 3> colour = LightKeyColour(track.colour);
     for (const TrackKey& key : track.keys) {

@@ -19,6 +19,7 @@
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -51,10 +52,37 @@ struct TrackReporting {
     const std::atomic<bool>* cancel = nullptr;
 };
 
+// Throws std::invalid_argument, in the tool's words, for a request that cannot be tracked: no
+// lights, `at` with more than one light, a threshold not above 0, a negative smoothing.
+void CheckTrackRequest(const TrackRequest& request);
+
 // The tracks, a light each, keys in frame-list order.
 std::vector<LightTrack> TrackFootage(const TrackRequest& request, const TrackReporting& reporting = {});
 
-// A track as a scene of the request's plate; `sceneFolder` is where the scene is written.
+// ---- Frames from elsewhere than the request's plate (arrays in memory, a part of a list) ----
+
+// Where the frames come from: a frame's pixels by its number, and names for messages.
+struct FrameSource {
+    std::function<LinearFrame(int32_t frame)> read;
+    std::function<std::string(int32_t frame)> name;   // a frame's name (its file)
+    std::string footage;                               // the whole's name (the pattern)
+};
+
+// The request's plate, frame by frame from its files.
+FrameSource PlateFrames(const TrackRequest& request);
+
+// TrackFootage over `frames` (in order, at least one) read from `source`; the request's input and
+// frames are not used.
+std::vector<LightTrack> TrackFrames(const TrackRequest& request, const std::vector<int32_t>& frames,
+                                    const FrameSource& source, const TrackReporting& reporting = {});
+
+// The lights followed forward over `frames`, unfinished (FinishTrack), for runs joined later: the
+// lights the request chooses on the first frame, or with `everyLight` every light found there.
+std::vector<FollowedLight> FollowFrames(const TrackRequest& request, const std::vector<int32_t>& frames,
+                                        const FrameSource& source, bool everyLight, const TrackReporting& reporting = {});
+
+// A track as a scene of the request's plate; `sceneFolder` is where the scene is written. With no
+// input the scene has no plate (and no size: the caller sets it).
 Scene TrackScene(const LightTrack& track, const TrackRequest& request, const std::filesystem::path& sceneFolder);
 
 // Where each light's scene goes: `output`, then NAME.2.EXT, NAME.3.EXT, ...

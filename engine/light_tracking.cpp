@@ -134,6 +134,25 @@ void FollowStep(std::vector<FollowedLight>& followed, int32_t frame, const std::
     }
 }
 
+FollowedLight Refollow(const FoundLight& start, const std::vector<TrackStep>& steps) {
+    FollowedLight light = StartFollowing({start}).front();
+    for (size_t step = 0; step < steps.size(); ++step) {
+        const Point p = Predicted(light, step);
+        TrackStep s = steps[step];
+        s.predictedX = p.x;
+        s.predictedY = p.y;
+        if (s.sighting == Sighting::seen) {
+            Remember(light, step, s);
+        } else {
+            s.x = p.x;
+            s.y = p.y;
+            s.energy = 0.0;
+        }
+        light.steps.push_back(s);
+    }
+    return light;
+}
+
 LightTrack FinishTrack(const FollowedLight& light, double smooth) {
     const size_t n = light.steps.size();
     double peak = 0.0;

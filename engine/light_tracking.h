@@ -55,6 +55,11 @@ std::vector<FollowedLight> StartFollowing(const std::vector<FoundLight>& lights)
 // Adds the step of `frame` to every followed light from the lights found on it.
 void FollowStep(std::vector<FollowedLight>& followed, int32_t frame, const std::vector<FoundLight>& found);
 
+// A light's run rebuilt from its steps' sightings and measurements (frame, sighting, and x, y and
+// energy where seen), as FollowStep would have followed it from `start`: each step's prediction,
+// and the velocity and peak energy after it. Runs followed in parts and joined become one run.
+FollowedLight Refollow(const FoundLight& start, const std::vector<TrackStep>& steps);
+
 // ---- The finished track ----
 
 struct TrackKey {

@@ -116,6 +116,25 @@ TEST_P(LightPlates, CrossingLightsKeepTheirIdentities) {
         EXPECT_GT(ka.intensity, 0.9) << "frame " << t;   // neither is hidden while they cross
     }
     EXPECT_GE(merged, 2);   // they did run together
+    // Rebuilt from its measurements alone, as runs followed in parts are joined, each light is
+    // the run itself: predictions through the merged steps, velocity and peak.
+    for (const FollowedLight& light : followed) {
+        std::vector<TrackStep> measured = light.steps;
+        for (TrackStep& s : measured) {
+            s.predictedX = s.predictedY = -1.0;
+            if (s.sighting != Sighting::seen) s.x = s.y = -1.0;
+        }
+        const FollowedLight again = Refollow(light.start, measured);
+        ASSERT_EQ(again.steps.size(), light.steps.size());
+        for (size_t i = 0; i < light.steps.size(); ++i) {
+            const TrackStep &s = light.steps[i], &r = again.steps[i];
+            EXPECT_TRUE(s.x == r.x && s.y == r.y && s.predictedX == r.predictedX && s.predictedY == r.predictedY &&
+                        s.energy == r.energy)
+                << "step " << i;
+        }
+        EXPECT_TRUE(again.vx == light.vx && again.vy == light.vy && again.peakEnergy == light.peakEnergy &&
+                    again.sureStep == light.sureStep);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Plates, LightPlates, testing::ValuesIn(kPlates),
