@@ -1,5 +1,5 @@
 // The _vellux extension: the engine for Python. Flare instances rendering into numpy arrays,
-// images read and written, scenes read and rendered. The pure-Python package vellux wraps it
+// images read and written, scenes read and rendered, lights tracked in footage (light_tracking.h). The pure-Python package vellux wraps it
 // (python/vellux/__init__.py); everything a user calls is documented there.
 //
 // The GIL is released while the plug-in paints. Each Flare has its own private copy of the
@@ -26,6 +26,7 @@
 #include "engine/plugin_location.h"
 #include "engine/scene_render.h"
 #include "python/array_image.h"
+#include "python/light_tracking.h"
 #include "python/settings_names.h"
 
 namespace py = pybind11;
@@ -300,5 +301,6 @@ PYBIND11_MODULE(_vellux, m) {
     });
     m.def("render_scene", &RenderScene, py::arg("scene"), py::arg("output"), py::arg("frames"), py::arg("jobs"),
           py::arg("plugin") = py::none(), py::arg("table") = py::none(), py::arg("compression") = "");
+    AddLightTracking(m);
     m.def("version", &engine::VelluxVersion);
 }

@@ -21,7 +21,7 @@ import numpy as _numpy
 
 from . import _vellux
 
-__all__ = ["Flare", "Scene", "read_image", "write_image", "setting_names", "__version__"]
+__all__ = ["Flare", "Scene", "track", "read_image", "write_image", "setting_names", "__version__"]
 __version__ = _vellux.version()
 
 
@@ -217,3 +217,4 @@ class Flare:
 
 
 from .scene import Scene  # noqa: E402  (it uses the module above)
+from .tracking import track  # noqa: E402

@@ -50,6 +50,7 @@ class Scene:
         if interpolation != "linear":
             light["interpolation"] = interpolation
         self.path = None
+        self._plate = None   # a tracked plate's pattern, absolute: saving puts it relative to the file
         self._document = {"frames": {"first": first, "last": last}, "image": image, "light": light}
         self._check("frames", "image", "light.units", "light.interpolation")
 
@@ -58,7 +59,19 @@ class Scene:
         """Read a scene file (see the README's scene format)."""
         scene = cls.__new__(cls)
         scene.path = os.fspath(path)
+        scene._plate = None
         scene._document = json.loads(_vellux.load_scene(scene.path)["text"])
+        return scene
+
+    @classmethod
+    def _tracked(cls, text, plate):
+        """A scene vellux.track made: its file's text, and its plate's absolute pattern (or None)."""
+        scene = cls.__new__(cls)
+        scene.path = None
+        scene._plate = plate
+        scene._document = json.loads(text)
+        if plate is not None:
+            scene._document["image"]["input"] = _vellux.plate_relative(plate, os.getcwd())
         return scene
 
     # ---- Building ----
@@ -103,7 +116,10 @@ class Scene:
         return self
 
     def save(self, path):
-        """Write the scene file; the scene is then that file's (render reads it from there)."""
+        """Write the scene file; the scene is then that file's (render reads it from there). A
+        tracked plate's pattern is written relative to the file's folder."""
+        if self._plate is not None:
+            self._document["image"]["input"] = _vellux.plate_relative(self._plate, os.path.dirname(os.fspath(path)) or ".")
         _vellux.save_scene(json.dumps(self._document), os.fspath(path))
         self.path = os.fspath(path)
 
