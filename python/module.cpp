@@ -1,6 +1,7 @@
 // The _vellux extension: the engine for Python. Flare instances rendering into numpy arrays,
-// images read and written, scenes read and rendered, lights tracked in footage (light_tracking.h). The pure-Python package vellux wraps it
-// (python/vellux/__init__.py); everything a user calls is documented there.
+// images read and written, scenes read and rendered, lights tracked in footage (light_tracking.h).
+// The pure-Python package vellux wraps it (python/vellux/__init__.py); everything a user calls is
+// documented there.
 //
 // The GIL is released while the plug-in paints. Each Flare has its own private copy of the
 // plug-in (the engine's rule for the plug-in's process statics), so Flares on different threads
