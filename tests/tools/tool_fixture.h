@@ -40,13 +40,9 @@ protected:
     // Runs the tool with `arguments` (quoted as they are: the test paths hold no single quotes);
     // its output goes to the files "out" and "err" in the folder. With `seconds`, a tool still
     // running then is stopped (exit code 124): for commands that would wait for a person.
-    // In the sanitiser build the tool runs without the leak check at exit: with the image
-    // library's thread pools still up, the check now and then fails on a loaded machine and turns
-    // a good run into exit code 1 (the tests' own processes keep it; other errors still stop the
-    // tool).
     ToolRun RunTool(const std::string& arguments, int seconds = 0) const {
         const std::string limit = seconds > 0 ? "timeout " + std::to_string(seconds) + " " : "";
-        const std::string command = "ASAN_OPTIONS=detect_leaks=0 " + limit + "'" + VELLUX_TOOL_PATH + "' " + arguments + " >'" +
+        const std::string command = limit + "'" + VELLUX_TOOL_PATH + "' " + arguments + " >'" +
                                     Path("out").string() + "' 2>'" + Path("err").string() + "'";
         const int status = std::system(command.c_str());
         return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Slurp(Path("out")), Slurp(Path("err"))};

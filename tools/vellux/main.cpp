@@ -68,7 +68,7 @@ int UnknownCommand(const CLI::App& app, const std::string& given) {
 // The sanitiser build's tool skips the leak check at exit: with the image library's and OpenCV's
 // thread pools still running, the check's tracer now and then crashes on a loaded machine ("Tracer
 // caught signal 11") and turns a good run into exit code 1. Every other sanitiser error still
-// stops the tool, and the test programs keep the leak check.
+// stops the tool.
 extern "C" const char* __asan_default_options() { return "detect_leaks=0"; }
 #endif
 
