@@ -44,9 +44,63 @@ std::vector<std::vector<size_t>> InReach(const std::vector<FollowedLight>& follo
     return reach;
 }
 
+// Following a light, a sighting shows it whole unless its energy dropped by more than this share
+// since the last whole one: a light leaving the camera fades a little a step, something passing in
+// front of it takes more. (The finished track judges with both directions at hand: FinishTrack.)
+constexpr double kWholeStepFraction = 0.8;
+
+bool ShowsWhole(double unhidden, double energy) { return energy >= kWholeStepFraction * unhidden; }
+
+// A light whole changes its energy by at most this factor (in log) a step, even nearing the
+// camera fast; a steeper rise or fall at the shot's ends is something in front of it.
+constexpr double kWholeLogStep = 0.2;
+
+// The upper concave hull of (step, log energy) over the steps seen: the indices of its corners.
+std::vector<size_t> UpperHull(const std::vector<TrackStep>& steps, const std::vector<double>& logEnergy) {
+    std::vector<size_t> hull;
+    const auto above = [&](size_t a, size_t b, size_t c) {   // b on or under the line a..c
+        return (logEnergy[b] - logEnergy[a]) * double(c - a) <= (logEnergy[c] - logEnergy[a]) * double(b - a);
+    };
+    for (size_t i = 0; i < steps.size(); ++i) {
+        if (steps[i].sighting != Sighting::seen || !(steps[i].energy > 0.0)) continue;
+        while (hull.size() >= 2 && above(hull[hull.size() - 2], hull.back(), i)) hull.pop_back();
+        hull.push_back(i);
+    }
+    return hull;
+}
+
+// The light's unhidden energy at each step: the upper concave hull of its log energy, so that a
+// light growing or fading steadily (nearing or leaving the camera) stays whole and a dip measures
+// against the light on either side of it; and no less than its nearest sightings allow, fading by
+// kWholeLogStep a step, so that a light already partly hidden at the shot's start or end is not
+// taken for whole there. 0 where it was never seen.
+std::vector<double> UnhiddenEnergy(const std::vector<TrackStep>& steps) {
+    const size_t n = steps.size();
+    std::vector<double> logEnergy(n, -HUGE_VAL);
+    for (size_t i = 0; i < n; ++i)
+        if (steps[i].sighting == Sighting::seen && steps[i].energy > 0.0) logEnergy[i] = std::log(steps[i].energy);
+    const std::vector<size_t> hull = UpperHull(steps, logEnergy);
+    std::vector<double> bound = logEnergy;
+    for (size_t i = 1; i < n; ++i) bound[i] = std::max(bound[i], bound[i - 1] - kWholeLogStep);
+    for (size_t i = n - 1; i-- > 0;) bound[i] = std::max(bound[i], bound[i + 1] - kWholeLogStep);
+    std::vector<double> unhidden(n, 0.0);
+    if (hull.empty()) return unhidden;
+    size_t corner = 0;
+    for (size_t i = 0; i < n; ++i) {
+        while (corner + 1 < hull.size() && hull[corner + 1] <= i) ++corner;
+        double level = logEnergy[hull[corner]];   // held past the first and last corners
+        if (i > hull[corner] && corner + 1 < hull.size()) {
+            const size_t a = hull[corner], b = hull[corner + 1];
+            level += (logEnergy[b] - logEnergy[a]) * double(i - a) / double(b - a);
+        }
+        unhidden[i] = std::exp(std::max(level, bound[i]));
+    }
+    return unhidden;
+}
+
 void Remember(FollowedLight& light, size_t step, const TrackStep& seen) {
-    light.peakEnergy = std::max(light.peakEnergy, seen.energy);
-    if (seen.energy < kSureFraction * light.peakEnergy) return;
+    if (!ShowsWhole(light.unhiddenEnergy, seen.energy)) return;
+    light.unhiddenEnergy = seen.energy;
     const double steps = double(step - light.sureStep);
     if (steps > 0.0) {
         light.vx += kVelocityGain * ((seen.x - light.sureX) / steps - light.vx);
@@ -155,13 +209,12 @@ FollowedLight Refollow(const FoundLight& start, const std::vector<TrackStep>& st
 
 LightTrack FinishTrack(const FollowedLight& light, double smooth) {
     const size_t n = light.steps.size();
-    double peak = 0.0;
-    for (const TrackStep& s : light.steps) peak = std::max(peak, s.energy);
+    const std::vector<double> unhidden = UnhiddenEnergy(light.steps);
     std::vector<double> x(n), y(n), intensity(n);
     std::vector<bool> sure(n), measured(n);
     for (size_t i = 0; i < n; ++i) {
         const TrackStep& s = light.steps[i];
-        intensity[i] = s.sighting == Sighting::seen && peak > 0.0 ? std::min(s.energy / peak, 1.0) : 0.0;
+        intensity[i] = s.sighting == Sighting::seen && unhidden[i] > 0.0 ? std::min(s.energy / unhidden[i], 1.0) : 0.0;
         sure[i] = s.sighting == Sighting::seen && intensity[i] >= kSureFraction;
         x[i] = sure[i] ? s.x : s.predictedX;   // unsure: the prediction, unless sure steps lie on both sides
         y[i] = sure[i] ? s.y : s.predictedY;

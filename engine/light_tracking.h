@@ -7,8 +7,10 @@
 //               lost) are its measurement, summed when a bar splits it in pieces; a found light in
 //               reach of two followed lights leaves both "merged" for the step (they cross), and a
 //               light with nothing in reach is hidden
-//   at the end  the visible fraction of each step is its energy against the light's unhidden peak
-//               energy; positions measured while less than kSureFraction of the light showed
+//   at the end  the visible fraction of each step is its energy against the light's unhidden
+//               energy: a light growing or fading steadily (nearing or leaving the camera) is
+//               whole, a dip of more than a tenth from one step to the next, looked at from
+//               either side, is something in front of it; positions measured while less than kSureFraction of the light showed
 //               (biased toward the visible part), merged ones and hidden ones are interpolated
 //               between the sure steps around them (past the last sure step: the prediction),
 //               and the path is smoothed if asked
@@ -25,7 +27,7 @@
 
 namespace vellux::engine {
 
-// The share of its peak energy a light must show for its centroid to be trusted as its centre.
+// The share of its unhidden energy a light must show for its centroid to be trusted as its centre.
 inline constexpr double kSureFraction = 0.9;
 
 enum class Sighting { seen, merged, hidden };
@@ -44,7 +46,7 @@ struct FollowedLight {
     double sureX = 0.0, sureY = 0.0;   // the last sure position
     size_t sureStep = 0;               // its step
     double vx = 0.0, vy = 0.0;         // per step
-    double peakEnergy = 0.0;           // the most energy seen so far
+    double unhiddenEnergy = 0.0;       // its energy when last seen whole
     std::vector<TrackStep> steps;
 };
 
@@ -57,7 +59,7 @@ void FollowStep(std::vector<FollowedLight>& followed, int32_t frame, const std::
 
 // A light's run rebuilt from its steps' sightings and measurements (frame, sighting, and x, y and
 // energy where seen), as FollowStep would have followed it from `start`: each step's prediction,
-// and the velocity and peak energy after it. Runs followed in parts and joined become one run.
+// and the velocity and unhidden energy after it. Runs followed in parts and joined become one run.
 FollowedLight Refollow(const FoundLight& start, const std::vector<TrackStep>& steps);
 
 // ---- The finished track ----

@@ -80,11 +80,11 @@ void DropPastSteps(engine::FollowedLight& light) {
 
 FollowedPlace PlaceOf(const engine::FollowedLight& light) {
     const engine::TrackStep& s = light.steps.back();
-    if (s.sighting != engine::Sighting::seen || !(light.peakEnergy > 0.0)) return {true, s.x, s.y, 0.0};
+    if (s.sighting != engine::Sighting::seen || !(light.unhiddenEnergy > 0.0)) return {true, s.x, s.y, 0.0};
     // A light's measured energy wavers by a few percent as it moves across the pixel grid (the
-    // pixels over the threshold come and go at its edge): showing kSureFraction of its peak or
+    // pixels over the threshold come and go at its edge): showing kSureFraction of its unhidden energy or
     // more it is whole, less it dims in proportion, so a moving light does not flicker.
-    const double fraction = s.energy / light.peakEnergy;
+    const double fraction = s.energy / light.unhiddenEnergy;
     if (fraction >= engine::kSureFraction) return {true, s.x, s.y, 1.0};
     // Partly hidden, its centroid is pulled toward what shows: then its predicted place.
     return {true, s.predictedX, s.predictedY, fraction / engine::kSureFraction};
