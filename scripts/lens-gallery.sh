@@ -60,7 +60,4 @@ for frame in $(seq 0 23); do
     "$vellux" render -q --size 960x540 --light "$x,$y" --lens double-gauss-50mm --f-number 8 --blades 6 \
         -o "$work/sweep$(printf '%02d' "$frame").png"
 done
-ffmpeg -v error -y -framerate 8 -i "$work/sweep%02d.png" \
-    -vf "scale=480:-1:flags=lanczos,split[a][b];[a]palettegen=stats_mode=diff[p];[b][p]paletteuse=dither=bayer:bayer_scale=3" \
-    -loop 0 "$work/lens-sweep.gif"
-mv "$work/lens-sweep.gif" "$gallery/lens-sweep.gif"
+"$root/scripts/make-gif.sh" "$work/sweep%02d.png" "$gallery/lens-sweep.gif"
