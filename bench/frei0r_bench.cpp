@@ -20,9 +20,9 @@ void BM_Frei0rUpdate(benchmark::State& state) {
     frei0r::FilterInstance filter(kWidth, kHeight);
     const std::vector<uint32_t> in = GreyFrame();
     std::vector<uint32_t> out(in.size());
-    filter.Update(in.data(), out.data());   // the flare made once, as a host's first frame does
+    filter.Update(0.0, in.data(), out.data());   // the flare made once, as a host's first frame does
     for (auto _ : state) {
-        filter.Update(in.data(), out.data());
+        filter.Update(0.0, in.data(), out.data());
         benchmark::DoNotOptimize(out.data());
     }
 }
@@ -49,9 +49,10 @@ void BM_Frei0rFollowingTheBrightestLight(benchmark::State& state) {
     filter.SetParam(frei0r::kParamCount - 1, &follow);   // follow-brightest-light, the last
     const std::vector<uint32_t> in = LampFrame(state.range(0) < 2);
     std::vector<uint32_t> out(in.size());
-    filter.Update(in.data(), out.data());
+    double time = 0.0;   // a frame after the other, as a host plays them
+    filter.Update(time, in.data(), out.data());
     for (auto _ : state) {
-        filter.Update(in.data(), out.data());
+        filter.Update(time += 1.0 / 30.0, in.data(), out.data());
         benchmark::DoNotOptimize(out.data());
     }
 }

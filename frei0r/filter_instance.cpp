@@ -122,11 +122,11 @@ void CompositeOver(engine::Flare& flare, int width, int height, uint8_t* rgba, c
 
 }  // namespace
 
-void FilterInstance::Update(const uint32_t* in, uint32_t* out) {
+void FilterInstance::Update(double time, const uint32_t* in, uint32_t* out) {
     const std::lock_guard lock(mutex_);
     const size_t count = size_t(width_) * size_t(height_);
     try {
-        const engine::FlareLight light = LightFor(in);   // read before `out` (maybe `in`) is written
+        const engine::FlareLight light = LightFor(time, in);   // read before `out` (maybe `in`) is written
         if (!settings_.flareOnly && in != out) std::memcpy(out, in, count * 4);
         engine::Flare& flare = FlareFor(settings_);
         flare.instance().EditSettings(settings_.edits);
@@ -142,12 +142,14 @@ void FilterInstance::Update(const uint32_t* in, uint32_t* out) {
 
 // The light where the parameters put it, or, following the brightest light, where it is found in
 // the frame, dimmed as it is hidden and gone (intensity 0) while no light is followed.
-engine::FlareLight FilterInstance::LightFor(const uint32_t* in) {
+engine::FlareLight FilterInstance::LightFor(double time, const uint32_t* in) {
     engine::FlareLight light = LightOn(settings_, width_, height_);
+    const bool seeked = Seeked(seeks_, time);
     if (!settings_.followBrightest) {
         StopFollowing(follower_);
         return light;
     }
+    if (seeked) StopFollowing(follower_);   // the light is found afresh on this frame
     const FollowedPlace place = FollowFrame(follower_, in, width_, height_);
     if (place.found) light.x = place.x, light.y = place.y;
     light.intensity *= place.visible;

@@ -31,8 +31,9 @@ public:
     // kept; a lens's own flare goes over the frame as over any 8-bit sRGB plate (Flare::Composite).
     // With Flare only, the flare alone with its brightest channel as alpha and the colour
     // unpremultiplied (straight alpha, as editors composite overlays). Following the brightest
-    // light, the light is where it was found in `in`, its intensity scaled by how much of it shows.
-    void Update(const uint32_t* in, uint32_t* out);
+    // light, the light is where it was found in `in`, its intensity scaled by how much of it shows;
+    // a frame `time` that is not the next one (a seek) starts the following afresh.
+    void Update(double time, const uint32_t* in, uint32_t* out);
 
 private:
     // What a flare is made from: its table, or its lens and the lens's aperture.
@@ -46,7 +47,7 @@ private:
     void Report(const std::string& problem);   // on stderr, once per problem
     engine::Flare& FlareFor(const FilterSettings& settings);
     engine::LensLookOptions LensLookFor(const FilterSettings& settings);
-    engine::FlareLight LightFor(const uint32_t* in);
+    engine::FlareLight LightFor(double time, const uint32_t* in);
     void PaintPlugin(engine::Flare& flare, const engine::FlareLight& light, uint32_t* out);
     void PaintLensLook(engine::Flare& flare, const engine::FlareLight& light, uint32_t* out);
 
@@ -60,6 +61,7 @@ private:
                                             // for the plug-in's own add without a dissolve)
     std::vector<uint8_t> lensOnly_;         // a lens's flare over transparent black, for Flare only
     LightFollower follower_;                // the light followed, with its frame buffer
+    SeekWatch seeks_;                       // the host's frame times
     std::set<std::string> reported_;
 };
 

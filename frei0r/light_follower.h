@@ -51,8 +51,22 @@ struct FollowedPlace {
 // when the colour configuration cannot convert sRGB to linear.
 FollowedPlace FollowFrame(LightFollower& follower, const uint32_t* rgba, int width, int height);
 
-// Forgets the light followed (the switch turned off): the next frame starts afresh.
+// Forgets the light followed (the switch turned off, a seek): the next frame starts afresh.
 void StopFollowing(LightFollower& follower);
+
+// A host's frame times, watched for seeks (an editor's playhead moved): a time before the last
+// one, or a step forward of more than kSeekSteps of the shortest step seen so far, whatever the
+// host counts time in.
+inline constexpr double kSeekSteps = 3.0;
+
+struct SeekWatch {
+    bool started = false;
+    double last = 0.0;
+    double shortestStep = 0.0;   // 0 until the time first moves on
+};
+
+// Whether the frame at `time` is not the one after the last (a seek); remembers it.
+bool Seeked(SeekWatch& watch, double time);
 
 }  // namespace vellux::frei0r
 

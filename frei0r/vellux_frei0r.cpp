@@ -46,7 +46,7 @@ VELLUX_F0R void f0r_get_param_value(f0r_instance_t instance, f0r_param_t param, 
     if (instance != nullptr) static_cast<FilterInstance*>(instance)->GetParam(index, param);
 }
 
-VELLUX_F0R void f0r_update(f0r_instance_t instance, double, const uint32_t* inframe, uint32_t* outframe) {
+VELLUX_F0R void f0r_update(f0r_instance_t instance, double time, const uint32_t* inframe, uint32_t* outframe) {
     if (instance != nullptr && inframe != nullptr && outframe != nullptr)
-        static_cast<FilterInstance*>(instance)->Update(inframe, outframe);
+        static_cast<FilterInstance*>(instance)->Update(time, inframe, outframe);
 }

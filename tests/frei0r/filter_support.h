@@ -62,9 +62,9 @@ inline std::vector<uint32_t> Frame(int width, int height) {
     return frame;
 }
 
-inline std::vector<uint32_t> Render(f0r_instance_t instance, const std::vector<uint32_t>& in) {
+inline std::vector<uint32_t> Render(f0r_instance_t instance, const std::vector<uint32_t>& in, double time = 0.0) {
     std::vector<uint32_t> out(in.size());
-    TheFilter().update(instance, 0.0, in.data(), out.data());
+    TheFilter().update(instance, time, in.data(), out.data());
     return out;
 }
 

@@ -158,6 +158,32 @@ TEST(Frei0rFollow, NoLightMeansNoFlareUntilOneComes) {
     EXPECT_NEAR(found.y, kLamp.Y(0), 1.0);
 }
 
+// An editor's playhead moved, back or far ahead (times in milliseconds, as ffmpeg counts): the
+// lamp is found afresh where it is, though it is far from where the followed one was going. Played
+// on, the filter keeps following the lamp it has, and a far lamp is not jumped to.
+TEST(Frei0rFollow, ASeekFindsTheLampAfresh) {
+    const Lamp elsewhere{200.0, 120.0, -3.0, -1.0};
+    struct Case {
+        const char* name;
+        double time;                 // of the frame after frames 0..9, at 40 ms a frame
+        bool foundAfresh;
+    };
+    for (const Case c : {Case{"back to the start", 0.0, true}, Case{"far ahead", 4000.0, true},
+                         Case{"the next frame", 400.0, false}}) {
+        SCOPED_TRACE(c.name);
+        const Following run(true);
+        for (int f = 0; f < 10; ++f) Render(run.instance, ShotFrame(kLamp, f), 40.0 * f);
+        std::vector<uint32_t> frame = ShotFrame(elsewhere, 0);
+        const std::vector<uint32_t> followed = ShotFrame(kLamp, 10);
+        if (!c.foundAfresh)   // the followed lamp where it is going, and the far one too
+            for (size_t i = 0; i < frame.size(); ++i) frame[i] = std::max(frame[i], followed[i]);
+        const Flare flare = Measure(Render(run.instance, frame, c.time));
+        const double x = c.foundAfresh ? elsewhere.X(0) : kLamp.X(10), y = c.foundAfresh ? elsewhere.Y(0) : kLamp.Y(10);
+        EXPECT_NEAR(flare.x, x, 1.0);
+        EXPECT_NEAR(flare.y, y, 1.0);
+    }
+}
+
 // Two instances following two lamps on two threads at once give what each gives alone.
 TEST(Frei0rFollow, InstancesFollowTheirOwnLamps) {
     const Lamp other{220.0, 110.0, -4.0, -1.0};
