@@ -35,6 +35,9 @@ public:
         return linear;
     }
 
+    // `n` more frames to read than first said (frames read twice).
+    void ReadMore(size_t n) { count_ += n; }
+
 private:
     struct First {
         int32_t frame, width, height;
@@ -83,13 +86,13 @@ StartFrame StartLights(const TrackRequest& request, const std::string& footage, 
     } else {
         start = BrightestLights(found, request.lights);
     }
-    if (start.empty()) {
-        std::ostringstream threshold;
-        threshold << request.threshold;
-        throw std::runtime_error(footage + ": no light found on frame " + std::to_string(number) +
-                                 " (nothing at or above threshold " + threshold.str() + ")");
-    }
     return {found, start};
+}
+
+[[noreturn]] void NoLightFound(const TrackRequest& request, const std::string& footage, const std::string& where) {
+    std::ostringstream threshold;
+    threshold << request.threshold;
+    throw std::runtime_error(footage + ": no light found on " + where + " (nothing at or above threshold " + threshold.str() + ")");
 }
 
 // Follows the lights through a run whose first frame's lights are already found.
@@ -142,7 +145,19 @@ std::vector<LightTrack> TrackFrames(const TrackRequest& request, const std::vect
         startIndex = size_t(found - frames.begin());
     }
     FrameReader reader(source, reporting, frames.size());
-    const StartFrame start = StartLights(request, source.footage, reader.Read(frames[startIndex]), frames[startIndex]);
+    StartFrame start = StartLights(request, source.footage, reader.Read(frames[startIndex]), frames[startIndex]);
+    // The brightest lights are looked for from the first frame on until one has a light: a shot
+    // may open before its lights come on or into view. The frames before are followed backward
+    // (hidden there), so they are read again.
+    while (start.chosen.empty() && !request.at && startIndex + 1 < frames.size()) {
+        reader.ReadMore(1);
+        ++startIndex;
+        start = StartLights(request, source.footage, reader.Read(frames[startIndex]), frames[startIndex]);
+    }
+    if (start.chosen.empty())
+        NoLightFound(request, source.footage,
+                     request.at || frames.size() == 1 ? "frame " + std::to_string(frames[startIndex])
+                                                      : "frames " + std::to_string(frames.front()) + " to " + std::to_string(frames.back()));
     const std::vector<int32_t> forwardRun(frames.begin() + std::ptrdiff_t(startIndex), frames.end());
     std::vector<LightTrack> tracks = FinishRun(FollowRun(start, forwardRun, reader, request), request);
     if (startIndex == 0) return tracks;
@@ -159,6 +174,7 @@ std::vector<FollowedLight> FollowFrames(const TrackRequest& request, const std::
     if (frames.empty()) throw std::invalid_argument(source.footage + ": no frames to track");
     FrameReader reader(source, reporting, frames.size());
     const StartFrame start = StartLights(request, source.footage, reader.Read(frames.front()), frames.front(), everyLight);
+    if (start.chosen.empty()) NoLightFound(request, source.footage, "frame " + std::to_string(frames.front()));
     return FollowRun(start, frames, reader, request);
 }
 

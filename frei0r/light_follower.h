@@ -8,7 +8,7 @@
 //   no light followed    the light with the most energy found starts being followed
 //   seen                 its place (its centroid when it shows enough to be trusted, else where
 //                        it was predicted to be) and its visible fraction: its energy against
-//                        the most it has shown unhidden, whole from kSureFraction of it up (the
+//                        its energy when last seen whole, whole from kSureFraction of it up (the
 //                        few percent a moving light's energy wavers on the pixel grid)
 //   hidden               visible fraction 0; after kGiveUpSteps frames unseen it is let go and
 //                        the brightest light found is followed afresh

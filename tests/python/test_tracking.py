@@ -103,7 +103,7 @@ def test_chunks_on_a_dask_cluster_join_as_one_run(footage):
 
 
 @pytest.mark.parametrize("make,error,message", [
-    (lambda a, p: vellux.track(a, threshold=100.0), RuntimeError, "the frames: no light found on frame 1"),
+    (lambda a, p: vellux.track(a, threshold=100.0), RuntimeError, "the frames: no light found on frames 1 to 24"),
     (lambda a, p: vellux.track(p, lights=0), ValueError, "--lights: must be 1 or more"),
     (lambda a, p: vellux.track(a, at=(500, 10)), ValueError, r"--at: 500,10 is outside frame 1 \(160x96\)"),
     (lambda a, p: vellux.track(a, at=(10, 10, 99)), ValueError, "--at: frame 99 is not among the frames tracked"),

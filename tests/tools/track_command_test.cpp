@@ -106,6 +106,28 @@ TEST_F(Track, MoreLightsAndALightByPoint) {
     for (const auto& [frame, key] : byPoint.scene->light) EXPECT_NEAR(key.y, lamp.y, 0.1) << "frame " << frame;
 }
 
+// A shot that opens before its light comes into view: the light is found on the first frame that
+// has it and followed from there; the frames before are keyed hidden.
+TEST_F(Track, ALightThatComesLaterIsFoundWhereItComes) {
+    const footage::Shot shot;
+    const int frames = 10, dark = 3;
+    const std::string pattern = Path("plate.####.exr").string();
+    for (int t = 0; t < frames; ++t) {
+        std::vector<footage::Disc> discs;
+        if (t >= dark) discs.push_back(shot.DiscAt(t));
+        WriteFrame(FramePattern::Parse(pattern).For(t + 1), footage::MakeFrame(shot.width, shot.height, discs, std::nullopt, 40, false), false);
+    }
+    ASSERT_TRUE(Succeeded(RunTool("track -q -i '" + pattern + "' -o '" + Path("lights.json").string() + "'")));
+    const SceneReadResult read = ReadSceneFile(Path("lights.json"));
+    ASSERT_TRUE(read.scene);
+    ASSERT_EQ(read.scene->light.size(), size_t(frames));
+    for (int t = 0; t < frames; ++t) {
+        const LightKey& key = read.scene->light.at(t + 1);
+        EXPECT_EQ(key.intensity > 0.0, t >= dark) << "frame " << t + 1;
+        if (t >= dark) EXPECT_NEAR(std::hypot(key.x - shot.DiscAt(t).x, key.y - shot.DiscAt(t).y), 0.0, 0.25) << "frame " << t + 1;
+    }
+}
+
 // The sample shot (sample-frame --frames): the lamp picked by --at is followed along its path,
 // behind the post too, though the landscape's sun is brighter.
 TEST_F(Track, FollowsTheSampleShotsLamp) {
@@ -158,8 +180,9 @@ TEST_P(TrackBadInput, OneLineExitOneNoScene) {
 }
 
 const BadInput kBadInputs[] = {
-    {"NoLight", "-q", true, 0, "no light found on frame 1"},
-    {"NoLightAtThatThreshold", "-q --threshold 500", false, 0, "no light found on frame 1"},
+    {"NoLight", "-q", true, 0, "no light found on frames 1 to 4"},
+    {"NoLightAtThatThreshold", "-q --threshold 500", false, 0, "no light found on frames 1 to 4 (nothing at or above threshold 500)"},
+    {"NoLightNearThePointsFrame", "-q --at 40,20@2 --threshold 500", false, 0, "no light found on frame 2"},
     {"FrameOfAnotherSize", "-q", false, 3, "frame 3 is 80x96, frame 1 is 160x96"},
     {"PointOutsideTheFrame", "-q --at 400,20", false, 0, "--at: 400,20 is outside frame 1 (160x96)"},
     {"PointOnAFrameNotTracked", "-q --at 40,20@9", false, 0, "--at: frame 9 is not among the frames tracked"},
