@@ -241,7 +241,7 @@ describe('settings dialog in the browser', { timeout: 240000 }, () => {
         return now.controls.find((control) => control.id === intensity.id).text === '0.8';
       });
 
-      await page.getByLabel(streak.label).check();
+      await page.getByLabel(streak.label).click();   // not check(): see the table picker below
       await until('the check box edit', async () => {
         const now = await hostState(page);
         return now.controls.find((control) => control.id === streak.id).value === 1;
@@ -301,8 +301,11 @@ describe('settings dialog in the browser', { timeout: 240000 }, () => {
       const intensity = findControl(state, 10, /^intensity$/i);
       await typeInto(page, intensity, '0.8');
       const before = await settledCanvas(page, preview.id);
-      await page.getByRole('radio', { name: /^LongZoom\b/ }).check();
+      // A click, not check(): the list is drawn again from the host's answer, so the radio may
+      // show the old table until the host has switched (check() would call that a failed click).
+      await page.getByRole('radio', { name: /^LongZoom\b/ }).click();
       await until('the dialog on LongZoom', async () => (await hostState(page)).look === 'LongZoom');
+      await until('LongZoom checked', async () => page.getByRole('radio', { name: /^LongZoom\b/ }).isChecked());
       const after = await settledCanvas(page, preview.id, before);
       assert.notEqual(after.hash, before.hash, 'the preview shows the other table');
       assert.equal(await page.locator(`#control-${intensity.id}`).inputValue(), '0.8', 'the edit carried over');
@@ -386,8 +389,11 @@ describe('settings dialog in the browser', { timeout: 240000 }, () => {
       const box = await page.locator(`#control-${preview.id}`).boundingBox();
       await page.mouse.click(box.x + box.width * 0.3, box.y + box.height * 0.35);
       const onSun = await settledCanvas(page, preview.id);
-      await page.getByRole('radio', { name: /^LongZoom\b/ }).check();
+      // A click, not check(): the list is drawn again from the host's answer, so the radio may
+      // show the old table until the host has switched (check() would call that a failed click).
+      await page.getByRole('radio', { name: /^LongZoom\b/ }).click();
       await until('the dialog on LongZoom', async () => (await hostState(page)).look === 'LongZoom');
+      await until('LongZoom checked', async () => page.getByRole('radio', { name: /^LongZoom\b/ }).isChecked());
       await settledCanvas(page, preview.id, onSun);
       await page.screenshot({ path: join(screenshots, 'on-plate.png') });
       if (process.env.VELLUX_DOCS_PLATE_SCREENSHOT) await copyFile(join(screenshots, 'on-plate.png'), process.env.VELLUX_DOCS_PLATE_SCREENSHOT);
