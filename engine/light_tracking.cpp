@@ -31,11 +31,32 @@ double Reach(const FollowedLight& light, size_t step) {
     return kReachRadii * light.start.radius + kReachMargin + 0.5 * std::hypot(light.vx, light.vy) * double(unsure);
 }
 
+// Until its velocity is measured (a second sure sighting) a light may have moved any distance:
+// over its first kFirstSteps steps the found light nearest it with an energy within this factor of
+// its own is taken for it.
+constexpr double kLikeEnergy = 2.0;
+constexpr size_t kFirstSteps = 3;
+
+std::optional<size_t> NearestLike(const FollowedLight& light, const std::vector<FoundLight>& found) {
+    std::optional<size_t> nearest;
+    double best = HUGE_VAL;
+    for (size_t f = 0; f < found.size(); ++f) {
+        const double ratio = found[f].energy / light.unhiddenEnergy;
+        const double distance = std::hypot(found[f].x - light.sureX, found[f].y - light.sureY);
+        if (ratio >= 1.0 / kLikeEnergy && ratio <= kLikeEnergy && distance < best) nearest = f, best = distance;
+    }
+    return nearest;
+}
+
 // The found lights in a followed light's reach.
 std::vector<std::vector<size_t>> InReach(const std::vector<FollowedLight>& followed, size_t step,
                                          const std::vector<FoundLight>& found) {
     std::vector<std::vector<size_t>> reach(followed.size());
     for (size_t i = 0; i < followed.size(); ++i) {
+        if (!followed[i].moving && step > 0 && step <= kFirstSteps) {
+            if (const std::optional<size_t> f = NearestLike(followed[i], found)) reach[i].push_back(*f);
+            continue;
+        }
         const Point p = Predicted(followed[i], step);
         const double limit = Reach(followed[i], step);
         for (size_t f = 0; f < found.size(); ++f)
@@ -105,6 +126,7 @@ void Remember(FollowedLight& light, size_t step, const TrackStep& seen) {
     if (steps > 0.0) {
         light.vx += kVelocityGain * ((seen.x - light.sureX) / steps - light.vx);
         light.vy += kVelocityGain * ((seen.y - light.sureY) / steps - light.vy);
+        light.moving = true;
     }
     light.sureX = seen.x;
     light.sureY = seen.y;

@@ -4,7 +4,8 @@
 //
 //   each step   every light's position is predicted from its last sure position and velocity; the
 //               lights found within its reach (a few of its radii, more the longer it has been
-//               lost) are its measurement, summed when a bar splits it in pieces; a found light in
+//               lost; before its velocity is known, the nearest light of like energy however far)
+//               are its measurement, summed when a bar splits it in pieces; a found light in
 //               reach of two followed lights leaves both "merged" for the step (they cross), and a
 //               light with nothing in reach is hidden
 //   at the end  the visible fraction of each step is its energy against the light's unhidden
@@ -46,6 +47,7 @@ struct FollowedLight {
     double sureX = 0.0, sureY = 0.0;   // the last sure position
     size_t sureStep = 0;               // its step
     double vx = 0.0, vy = 0.0;         // per step
+    bool moving = false;               // the velocity is measured (a second sure sighting)
     double unhiddenEnergy = 0.0;       // its energy when last seen whole
     std::vector<TrackStep> steps;
 };

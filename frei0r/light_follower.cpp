@@ -38,7 +38,7 @@ struct Window {
 // tracker's reach (a few of its radii and its lost steps' motion) and the light's own size lie
 // inside. None followed: the whole frame.
 Window SearchWindow(const LightFollower& f, int width, int height) {
-    if (f.followed.empty()) return {0, 0, width, height};
+    if (f.followed.empty() || !f.followed.front().moving) return {0, 0, width, height};   // it may be anywhere
     const engine::FollowedLight& light = f.followed.front();
     const double steps = double(light.steps.size() - light.sureStep);
     const double x = light.sureX + light.vx * steps, y = light.sureY + light.vy * steps;

@@ -13,9 +13,10 @@
 //   hidden               visible fraction 0; after kGiveUpSteps frames unseen it is let go and
 //                        the brightest light found is followed afresh
 //
-// While a light is followed only the part of the frame around where it is predicted to be is
-// read and searched (light_follower.cpp: SearchWindow); the whole frame while none is. The frame
-// buffer lives in the follower (made on first use), so a frame allocates nothing per pixel or row. A follower belongs to one filter instance and is used under its lock.
+// While a light is followed and its velocity known, only the part of the frame around where it is
+// predicted to be is read and searched (light_follower.cpp: SearchWindow); the whole frame
+// otherwise. The frame buffer lives in the follower (made on first use), so a frame allocates
+// nothing per pixel or row. A follower belongs to one filter instance and is used under its lock.
 #ifndef VELLUX_FREI0R_LIGHT_FOLLOWER_H
 #define VELLUX_FREI0R_LIGHT_FOLLOWER_H
 

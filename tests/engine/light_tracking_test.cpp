@@ -133,7 +133,7 @@ TEST_P(LightPlates, CrossingLightsKeepTheirIdentities) {
                 << "step " << i;
         }
         EXPECT_TRUE(again.vx == light.vx && again.vy == light.vy && again.unhiddenEnergy == light.unhiddenEnergy &&
-                    again.sureStep == light.sureStep);
+                    again.sureStep == light.sureStep && again.moving == light.moving);
     }
 }
 
@@ -162,6 +162,29 @@ TEST_P(LightPlates, ALightNearingOrLeavingTheCameraStaysWhole) {
             EXPECT_GE(key.intensity, kSureFraction) << "growth " << growth << ", frame " << t;
             EXPECT_LE(std::hypot(key.x - discAt(t).x, key.y - discAt(t).y), 0.25) << "growth " << growth << ", frame " << t;
         }
+    }
+}
+
+// A light crossing the frame fast, many of its radii a frame, with a dimmer one off its path: it
+// is followed from its first step, before its velocity is known.
+TEST_P(LightPlates, AFastLightIsFollowedFromItsFirstStep) {
+    const Plate& plate = GetParam();
+    const int frames = 12;
+    const auto discAt = [](int t) { return Disc{20.3 + 31.7 * t, 30.2 + 3.1 * t, 4.0}; };
+    Disc other{200.0, 80.0, 3.0};
+    other.level = 20.0;
+    std::vector<FollowedLight> followed;
+    for (int t = 0; t < frames; ++t) {
+        const std::vector<FoundLight> found =
+            FindLights(footage::MakeFrame(400, 96, {discAt(t), other}, std::nullopt, uint32_t(900 + t), plate.eightBit), plate.threshold);
+        if (t == 0) followed = StartFollowing(BrightestLights(found, 1));
+        FollowStep(followed, t, found);
+    }
+    const LightTrack track = FinishTrack(followed[0], 0.0);
+    for (int t = 0; t < frames; ++t) {
+        const TrackKey& key = track.keys[size_t(t)];
+        EXPECT_EQ(key.sighting, Sighting::seen) << "frame " << t;
+        EXPECT_LE(std::hypot(key.x - discAt(t).x, key.y - discAt(t).y), 0.25) << "frame " << t;
     }
 }
 

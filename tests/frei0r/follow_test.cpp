@@ -184,6 +184,19 @@ TEST(Frei0rFollow, ASeekFindsTheLampAfresh) {
     }
 }
 
+// A lamp crossing the frame fast (46 pixels a frame) is followed from its first frames, before
+// its velocity is known.
+TEST(Frei0rFollow, AFastLampIsFollowedFromItsFirstFrame) {
+    const Lamp fast{12.0, 30.0, 46.0, 2.0};
+    const Following run(true);
+    for (int f = 0; f < 6; ++f) {
+        const Flare flare = Measure(Render(run.instance, ShotFrame(fast, f), 40.0 * f));
+        if (ShowingOf(fast, f) < 1.0) continue;   // the post
+        EXPECT_NEAR(flare.x, fast.X(f), 1.0) << "frame " << f;
+        EXPECT_NEAR(flare.y, fast.Y(f), 1.0) << "frame " << f;
+    }
+}
+
 // Two instances following two lamps on two threads at once give what each gives alone.
 TEST(Frei0rFollow, InstancesFollowTheirOwnLamps) {
     const Lamp other{220.0, 110.0, -4.0, -1.0};
