@@ -16,7 +16,7 @@ namespace {
 void PreviewUpdate(benchmark::State& state) {
     setenv("VELLUX_TABLE_PATH", VELLUX_TABLE_DIR, 1);
     const double factor = state.range(0) == 0 ? 800.0 / 1920.0 : 1.0;
-    const vellux::gimp::PreviewView view{factor, 0, 0, state.range(0) == 0 ? 0 : 560, state.range(0) == 0 ? 0 : 315,
+    const vellux::gimp::PreviewView view{factor, factor, 0, 0, state.range(0) == 0 ? 0 : 560, state.range(0) == 0 ? 0 : 315,
                                          800, 450};
     const vellux::gimp::ScaledFrame frame = vellux::gimp::ScaledFrameOf(view, 1920, 1080);
     vellux::engine::RenderRequest request;
@@ -33,7 +33,7 @@ void PreviewUpdate(benchmark::State& state) {
         vellux::engine::FlareLight light;
         light.x = 576.0 + 4.0 * (step % 50), light.y = 378.0 + 2.0 * (step % 50);
         ++step;
-        preview.Paint(pixels.data(), 800, 450, 4, frame, factor, light, settings, vellux::engine::kDefaultBlend);
+        preview.Paint(pixels.data(), 800, 450, 4, view, frame, light, settings, vellux::engine::kDefaultBlend);
         benchmark::DoNotOptimize(pixels.data());
     }
 }

@@ -20,8 +20,8 @@ void PreviewFlare::Prepare(const engine::RenderRequest& asked) {
     made_ = look;
 }
 
-void PreviewFlare::Paint(uint8_t* pixels, int width, int height, int channels, const ScaledFrame& frame,
-                         double factor, engine::FlareLight light, const engine::SettingEdits& settings,
+void PreviewFlare::Paint(uint8_t* pixels, int width, int height, int channels, const PreviewView& view,
+                         const ScaledFrame& frame, engine::FlareLight light, const engine::SettingEdits& settings,
                          engine::Blend blend) {
     if (!flare_) throw std::logic_error("the preview's flare is painted before it is prepared");
     if (width <= 0 || height <= 0 || (channels != 3 && channels != 4)) return;
@@ -30,7 +30,8 @@ void PreviewFlare::Paint(uint8_t* pixels, int width, int height, int channels, c
     spec.full_x = 0, spec.full_y = 0;
     spec.full_width = frame.width, spec.full_height = frame.height;
     if (channels == 4) spec.alpha_channel = 3;
-    light.x *= factor, light.y *= factor, light.radius *= factor;
+    light.x *= view.factorX, light.y *= view.factorY, light.radius *= view.factorY;
+    light.pixelAspect *= frame.pixelAspect;
     flare_->instance().EditSettings(settings);
     const OIIO::ImageBuf painted = flare_->Composite(OIIO::ImageBuf(spec, pixels), light, {0, "", blend});
     if (painted.localpixels() != pixels) painted.get_pixels(painted.roi(), OIIO::TypeUInt8, pixels);

@@ -29,9 +29,9 @@ public:
 
     // The flare, with every setting as `settings` gives it (each field set), over `pixels`: the
     // preview's RGB or RGBA bytes (`channels`), width x height, at frame.visible of the scaled
-    // frame, painted in place. `light` is the light on the drawable, in its pixels; `factor`
-    // scales it onto the frame.
-    void Paint(uint8_t* pixels, int width, int height, int channels, const ScaledFrame& frame, double factor,
+    // frame, painted in place. `light` is the light on the drawable, in its pixels; the view's
+    // factors scale it onto the frame.
+    void Paint(uint8_t* pixels, int width, int height, int channels, const PreviewView& view, const ScaledFrame& frame,
                engine::FlareLight light, const engine::SettingEdits& settings, engine::Blend blend);
 
 private:
