@@ -34,11 +34,13 @@ def fresh_user_folder(root, plugin):
     return user
 
 
-def script(frame):
+def script(frame, result):
+    """Opens the frame, runs the plug-in with its dialog, and saves what OK painted as result."""
     return ('(let* ((img (car (gimp-file-load RUN-NONINTERACTIVE "{0}" "{0}")))'
             ' (drw (car (gimp-image-get-active-drawable img))))'
             ' (plug-in-vellux-flare RUN-INTERACTIVE img drw 0 0 (list 255 255 255) 1.0'
-            ' "" "" "" "" "" FALSE))').format(frame)
+            ' "" "" "" "" "" FALSE)'
+            ' (file-png-save-defaults RUN-NONINTERACTIVE img drw "{1}" "{1}"))').format(frame, result)
 
 
 def screenshot(path):
@@ -81,11 +83,37 @@ def brightened_centre(before, after, box):
     return x + xs.mean(), y + ys.mean()
 
 
+def checked_run(frame, result, window, click, shown):
+    """OK paints the drawable with the light where the click put it: the painted frame's hot spot,
+    at the preview's scale (the sample frame fits 480 pixels at a half), lands on the preview's hot
+    spot from a corner at the dialog's top left."""
+    subprocess.run(["xdotool", "key", "alt+o"], check=True)
+    end = time.time() + 120
+    while not os.path.exists(result) and time.time() < end:
+        time.sleep(1)
+    time.sleep(2)
+    if not os.path.exists(result):
+        print("OK did not lead to the painted image")
+        return 1
+    plate = np.asarray(Image.open(frame).convert("RGB")).astype(np.int32)
+    painted = np.asarray(Image.open(result).convert("RGB")).astype(np.int32)
+    height, width = plate.shape[:2]
+    hot = brightened_centre(plate, painted, (0, 0, width, height))
+    origin = (shown[0] - 0.5 * hot[0], shown[1] - 0.5 * hot[1])
+    print("painted hot spot %.1f,%.1f; the preview's corner so at %.1f,%.1f (the dialog's at %d,%d)"
+          % (hot + origin + window[:2]))
+    if not (0 <= origin[0] - window[0] <= 40 and 0 <= origin[1] - window[1] <= 40):
+        print("the run's light is not where the preview showed it")
+        return 1
+    return 0
+
+
 def inside(plugin, frame, output):
     root = tempfile.mkdtemp(prefix="vellux_gimp_dialog_")
     env = dict(os.environ, GIMP2_DIRECTORY=fresh_user_folder(root, plugin))
     log = open(os.path.join(root, "gimp.log"), "w")
-    gimp = subprocess.Popen(["gimp", "--no-splash", "-d", "-f", "-b", script(frame)], env=env, cwd=root,
+    result = os.path.join(root, "result.png")
+    gimp = subprocess.Popen(["gimp", "--no-splash", "-d", "-f", "-b", script(frame, result)], env=env, cwd=root,
                             stdout=log, stderr=subprocess.STDOUT)
     try:
         found = subprocess.run(["timeout", "180", "xdotool", "search", "--sync", "--name", TITLE],
@@ -116,7 +144,7 @@ def inside(plugin, frame, output):
             settled_screenshot(os.path.join(output, "screen.png"), seconds=40)
             window_shot(window, os.path.join(output, name))
         os.remove(os.path.join(output, "screen.png"))
-        return 0
+        return checked_run(frame, result, geometry, click, now)
     finally:
         gimp.terminate()
         try:
