@@ -31,13 +31,6 @@ std::vector<std::string> AllSettingNames() {
     return names;
 }
 
-std::string ValueText(const SettingValue& value) {
-    const nlohmann::ordered_json json = SettingJson(value);
-    if (json.is_boolean()) return json.get<bool>() ? "on" : "off";
-    if (json.is_string()) return json.get<std::string>();
-    return json.dump();
-}
-
 }  // namespace
 
 SettingEdits ParseSettingAssignments(const std::string& text) {
@@ -54,21 +47,13 @@ SettingEdits ParseSettingAssignments(const std::string& text) {
             if (!closest.empty()) message += " (did you mean " + closest + "?)";
             throw std::invalid_argument(message);
         }
-        SetEdit(*setting, ParseSettingText(*setting, pair.substr(equals + 1), name), edits);
+        const SettingValue value = ParseSettingText(*setting, pair.substr(equals + 1), name);
+        if (const auto* number = std::get_if<double>(&value))
+            if (const auto problem = RangeProblem(*setting, *number)) throw std::invalid_argument(name + ": " + *problem);
+        SetEdit(*setting, value, edits);
     }
     CheckSettingEdits(edits);
     return edits;
-}
-
-std::string SettingAssignmentsText(const SettingEdits& edits) {
-    std::string text;
-    for (const SettingName& setting : SettingNames()) {
-        const std::optional<SettingValue> value = EditOf(setting, edits);
-        if (!value) continue;
-        if (!text.empty()) text += ' ';
-        text += std::string(setting.name) + "=" + ValueText(*value);
-    }
-    return text;
 }
 
 }  // namespace vellux::engine
