@@ -1,6 +1,9 @@
 // The GIMP plug-in vellux-flare: registers plug-in-vellux-flare ("Vellux Lens Flare..." in
 // Filters > Light and Shadow) and runs it. A thin adapter: the arguments (flare_arguments.h) become
 // the engine's render request, and the drawable is painted through GEGL (drawable_flare.h).
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <string>
 
@@ -58,7 +61,19 @@ bool Run(gint32 image, gint32 drawable, const FlareArguments& arguments, std::st
     return done;
 }
 
+// With VELLUX_GIMP_TIMES set, the procedure's own time from its start to its return on stderr
+// (GIMP's batch log), for measuring it against `vellux render`.
+struct ProcedureTimer {
+    ~ProcedureTimer() {
+        if (std::getenv("VELLUX_GIMP_TIMES") == nullptr) return;
+        const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - start;
+        std::fprintf(stderr, "plug-in-vellux-flare: %.1f ms\n", took.count());
+    }
+    std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+};
+
 void RunProcedure(const gchar*, gint count, const GimpParam* params, gint* returnCount, GimpParam** returns) {
+    const ProcedureTimer timer;
     static GimpParam values[2];
     static std::string message;
     *returnCount = 1;
