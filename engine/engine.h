@@ -56,7 +56,7 @@
 #include "engine/plugin_settings.h"
 //   SettingEdits, CheckSettingEdits       changes to the plug-in's settings record, checked
 #include "engine/setting_assignments.h"
-//   ParseSettingAssignments(text)         "ring-size=1.5 halo=off" as edits, checked
+//   ParseSettingAssignments(text)         "ring-size=1.5 halo=off" as edits, and back
 
 // ---- Images and colour -------------------------------------------------------------------------
 #include "engine/frame_image.h"

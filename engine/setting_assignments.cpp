@@ -31,6 +31,14 @@ std::vector<std::string> AllSettingNames() {
     return names;
 }
 
+// As typed: on/off, #RRGGBB, numbers with the digits that read back exactly.
+std::string ValueText(const SettingValue& value) {
+    const nlohmann::ordered_json json = SettingJson(value);
+    if (json.is_boolean()) return json.get<bool>() ? "on" : "off";
+    if (json.is_string()) return json.get<std::string>();
+    return json.dump();
+}
+
 }  // namespace
 
 SettingEdits ParseSettingAssignments(const std::string& text) {
@@ -54,6 +62,17 @@ SettingEdits ParseSettingAssignments(const std::string& text) {
     }
     CheckSettingEdits(edits);
     return edits;
+}
+
+std::string SettingAssignmentsText(const SettingEdits& edits) {
+    std::string text;
+    for (const SettingName& setting : SettingNames()) {
+        const std::optional<SettingValue> value = EditOf(setting, edits);
+        if (!value) continue;
+        if (!text.empty()) text += ' ';
+        text += std::string(setting.name) + "=" + ValueText(*value);
+    }
+    return text;
 }
 
 }  // namespace vellux::engine

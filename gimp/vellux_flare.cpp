@@ -11,6 +11,7 @@
 #include <libgimp/gimp.h>
 
 #include "gimp/drawable_flare.h"
+#include "gimp/flare_dialog.h"
 #include "gimp/flare_arguments.h"
 
 namespace {
@@ -31,14 +32,14 @@ void Query() {
     gimp_plugin_menu_register(vellux::gimp::kProcedureName, "<Image>/Filters/Light and Shadow");
 }
 
-// The arguments the run mode asks for: the call's, the last run's, or (interactively, until the
-// dialog is there) the last run's or the defaults.
-bool ArgumentsFor(GimpRunMode mode, gint32 image, const GimpParam* params, int count, FlareArguments& arguments,
-                  std::string& problem) {
+// The arguments the run mode asks for: the call's, the last run's, or those chosen in the dialog
+// (which starts from the last run's, or the defaults); false when the dialog was cancelled.
+bool ArgumentsFor(GimpRunMode mode, gint32 image, gint32 drawable, const GimpParam* params, int count,
+                  FlareArguments& arguments, std::string& problem) {
     if (mode == GIMP_RUN_NONINTERACTIVE) return vellux::gimp::ReadArguments(params, count, arguments, problem);
     arguments = vellux::gimp::DefaultArguments(gimp_image_width(image), gimp_image_height(image));
     vellux::gimp::LoadLastArguments(arguments);
-    return true;
+    return mode == GIMP_RUN_WITH_LAST_VALS || vellux::gimp::RunFlareDialog(image, drawable, arguments);
 }
 
 // The flare onto the drawable as one undo step; false with the engine's message when it refused
@@ -94,7 +95,10 @@ void RunProcedure(const gchar*, gint count, const GimpParam* params, gint* retur
     const gint32 drawable = params[2].data.d_drawable;
     FlareArguments arguments;
     std::string problem;
-    if (!ArgumentsFor(mode, image, params, count, arguments, problem)) return fail(GIMP_PDB_CALLING_ERROR, problem);
+    if (!ArgumentsFor(mode, image, drawable, params, count, arguments, problem)) {
+        if (mode == GIMP_RUN_INTERACTIVE) return fail(GIMP_PDB_CANCEL, "cancelled");
+        return fail(GIMP_PDB_CALLING_ERROR, problem);
+    }
     if (!gimp_drawable_is_rgb(drawable)) return fail(GIMP_PDB_CALLING_ERROR, "Vellux Lens Flare: the drawable is not RGB");
     if (!Run(image, drawable, arguments, problem)) return fail(GIMP_PDB_EXECUTION_ERROR, "Vellux Lens Flare: " + problem);
     vellux::gimp::SaveLastArguments(arguments);
