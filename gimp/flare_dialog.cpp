@@ -229,10 +229,11 @@ GtkObject* ScaleEntry(GtkWidget* table, int row, const char* label, double value
     return adjustment;
 }
 
-std::string Label(std::string_view name) {   // "ring-size" -> "Ring size"
-    std::string label(name == "ring-color" ? "ring-colour" : name);   // the settings' names are the tool's
+std::string Label(std::string_view name) {   // "ring-color" -> "Ring colour"
+    std::string label(name);
     for (char& c : label)
         if (c == '-') c = ' ';
+    if (const size_t color = label.find("color"); color != std::string::npos) label.replace(color, 5, "colour");
     if (!label.empty()) label[0] = char(std::toupper(static_cast<unsigned char>(label[0])));
     return label;
 }
