@@ -73,36 +73,47 @@ struct ProcedureTimer {
     std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
 };
 
-void RunProcedure(const gchar*, gint count, const GimpParam* params, gint* returnCount, GimpParam** returns) {
-    const ProcedureTimer timer;
-    static GimpParam values[2];
-    static std::string message;
-    *returnCount = 1;
-    *returns = values;
-    values[0].type = GIMP_PDB_STATUS;
-    values[0].data.d_status = GIMP_PDB_SUCCESS;
-    auto fail = [&](GimpPDBStatusType status, const std::string& text) {
-        message = text;
-        values[0].data.d_status = status;
-        values[1].type = GIMP_PDB_STRING;
-        values[1].data.d_string = const_cast<gchar*>(message.c_str());
-        *returnCount = 2;
-    };
-    if (count < 3) return fail(GIMP_PDB_CALLING_ERROR, "plug-in-vellux-flare: run mode, image and drawable needed");
-    gegl_init(nullptr, nullptr);
+// A call's answer: its status, and GIMP's error message when it failed.
+struct Answer {
+    GimpPDBStatusType status = GIMP_PDB_SUCCESS;
+    std::string message;
+};
+
+Answer Procedure(gint count, const GimpParam* params) {
+    if (count < 3) return {GIMP_PDB_CALLING_ERROR, "plug-in-vellux-flare: run mode, image and drawable needed"};
     const auto mode = GimpRunMode(params[0].data.d_int32);
     const gint32 image = params[1].data.d_image;
     const gint32 drawable = params[2].data.d_drawable;
+    if (!gimp_drawable_is_rgb(drawable)) return {GIMP_PDB_CALLING_ERROR, "Vellux Lens Flare: the drawable is not RGB"};
+    gegl_init(nullptr, nullptr);
     FlareArguments arguments;
     std::string problem;
-    if (!ArgumentsFor(mode, image, drawable, params, count, arguments, problem)) {
-        if (mode == GIMP_RUN_INTERACTIVE) return fail(GIMP_PDB_CANCEL, "cancelled");
-        return fail(GIMP_PDB_CALLING_ERROR, problem);
-    }
-    if (!gimp_drawable_is_rgb(drawable)) return fail(GIMP_PDB_CALLING_ERROR, "Vellux Lens Flare: the drawable is not RGB");
-    if (!Run(image, drawable, arguments, problem)) return fail(GIMP_PDB_EXECUTION_ERROR, "Vellux Lens Flare: " + problem);
+    if (!ArgumentsFor(mode, image, drawable, params, count, arguments, problem))
+        return mode == GIMP_RUN_INTERACTIVE ? Answer{GIMP_PDB_CANCEL, ""} : Answer{GIMP_PDB_CALLING_ERROR, problem};
+    if (!Run(image, drawable, arguments, problem)) return {GIMP_PDB_EXECUTION_ERROR, "Vellux Lens Flare: " + problem};
     vellux::gimp::SaveLastArguments(arguments);
     if (mode != GIMP_RUN_NONINTERACTIVE) gimp_displays_flush();
+    return {};
+}
+
+// GIMP's entry: nothing may throw into GIMP's C, so anything unforeseen becomes an error message.
+void RunProcedure(const gchar*, gint count, const GimpParam* params, gint* returnCount, GimpParam** returns) {
+    const ProcedureTimer timer;
+    static GimpParam values[2];
+    static Answer answer;
+    try {
+        answer = Procedure(count, params);
+    } catch (const std::exception& error) {
+        answer = {GIMP_PDB_EXECUTION_ERROR, std::string("Vellux Lens Flare: ") + error.what()};
+    } catch (...) {
+        answer = {GIMP_PDB_EXECUTION_ERROR, "Vellux Lens Flare: an unknown failure"};
+    }
+    values[0].type = GIMP_PDB_STATUS;
+    values[0].data.d_status = answer.status;
+    values[1].type = GIMP_PDB_STRING;
+    values[1].data.d_string = const_cast<gchar*>(answer.message.c_str());
+    *returnCount = answer.message.empty() ? 1 : 2;
+    *returns = values;
 }
 
 }  // namespace
