@@ -31,6 +31,7 @@ std::vector<std::string> AllSettingNames() {
     return names;
 }
 
+// As typed: on/off, #RRGGBB, numbers with the digits that read back exactly.
 std::string ValueText(const SettingValue& value) {
     const nlohmann::ordered_json json = SettingJson(value);
     if (json.is_boolean()) return json.get<bool>() ? "on" : "off";
@@ -54,7 +55,10 @@ SettingEdits ParseSettingAssignments(const std::string& text) {
             if (!closest.empty()) message += " (did you mean " + closest + "?)";
             throw std::invalid_argument(message);
         }
-        SetEdit(*setting, ParseSettingText(*setting, pair.substr(equals + 1), name), edits);
+        const SettingValue value = ParseSettingText(*setting, pair.substr(equals + 1), name);
+        if (const auto* number = std::get_if<double>(&value))
+            if (const auto problem = RangeProblem(*setting, *number)) throw std::invalid_argument(name + ": " + *problem);
+        SetEdit(*setting, value, edits);
     }
     CheckSettingEdits(edits);
     return edits;

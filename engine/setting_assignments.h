@@ -15,7 +15,8 @@ namespace vellux::engine {
 // range. Empty text is no edit.
 SettingEdits ParseSettingAssignments(const std::string& text);
 
-// The edits written back as such text, in the settings' order (round trip with the above).
+// The edits written back as such text, in the settings' order (ParseSettingAssignments reads it
+// back to the same edits).
 std::string SettingAssignmentsText(const SettingEdits& edits);
 
 }  // namespace vellux::engine

@@ -70,14 +70,9 @@ FlareArguments DefaultArguments(int imageWidth, int imageHeight) {
     return arguments;
 }
 
-// Kept as JSON text: GIMP stores bytes, and the strings have no fixed length.
-bool LoadLastArguments(FlareArguments& a) {
-    const gint size = gimp_get_data_size(kProcedureName);
-    if (size <= 0) return false;
-    std::string text(size_t(size), '\0');
-    if (!gimp_get_data(kProcedureName, text.data())) return false;
-    const nlohmann::json json = nlohmann::json::parse(text, nullptr, false);
-    if (json.is_discarded() || !json.is_object()) return false;
+namespace {
+
+void ReadLastArguments(const nlohmann::json& json, FlareArguments& a) {
     a.lightX = json.value("light-x", a.lightX);
     a.lightY = json.value("light-y", a.lightY);
     const auto rgb = json.value("color", std::vector<int>{255, 255, 255});
@@ -89,6 +84,25 @@ bool LoadLastArguments(FlareArguments& a) {
     a.settings = json.value("settings", a.settings);
     a.blend = json.value("blend", a.blend);
     a.flareOnly = json.value("flare-only", a.flareOnly);
+}
+
+}  // namespace
+
+// Kept as JSON text: GIMP stores bytes, and the strings have no fixed length.
+bool LoadLastArguments(FlareArguments& a) {
+    const gint size = gimp_get_data_size(kProcedureName);
+    if (size <= 0) return false;
+    std::string text(size_t(size), '\0');
+    if (!gimp_get_data(kProcedureName, text.data())) return false;
+    const nlohmann::json json = nlohmann::json::parse(text, nullptr, false);
+    if (json.is_discarded() || !json.is_object()) return false;
+    FlareArguments last = a;
+    try {
+        ReadLastArguments(json, last);
+    } catch (const nlohmann::json::exception&) {
+        return false;   // not as this version writes them: the defaults
+    }
+    a = last;
     return true;
 }
 

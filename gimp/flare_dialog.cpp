@@ -557,6 +557,7 @@ GtkWidget* MakeDialog(DialogState& s) {
                                         GTK_RESPONSE_CANCEL, "_OK", GTK_RESPONSE_OK, nullptr);
     gtk_dialog_set_alternative_button_order(GTK_DIALOG(dialog), kResponseReset, GTK_RESPONSE_OK, GTK_RESPONSE_CANCEL,
                                             -1);
+    gtk_dialog_set_default_response(GTK_DIALOG(dialog), GTK_RESPONSE_OK);
     gimp_window_set_transient(GTK_WINDOW(dialog));
     GtkWidget* main = gtk_hbox_new(FALSE, 12);
     gtk_container_set_border_width(GTK_CONTAINER(main), 12);
