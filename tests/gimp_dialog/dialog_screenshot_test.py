@@ -88,15 +88,18 @@ def checked_run(frame, result, window, click, shown):
     at the preview's scale (the sample frame fits 480 pixels at a half), lands on the preview's hot
     spot from a corner at the dialog's top left."""
     subprocess.run(["xdotool", "key", "alt+o"], check=True)
+    painted = None
     end = time.time() + 120
-    while not os.path.exists(result) and time.time() < end:
+    while painted is None and time.time() < end:
         time.sleep(1)
-    time.sleep(2)
-    if not os.path.exists(result):
+        try:   # read once GIMP has written it whole
+            painted = np.asarray(Image.open(result).convert("RGB")).astype(np.int32)
+        except OSError:
+            pass
+    if painted is None:
         print("OK did not lead to the painted image")
         return 1
     plate = np.asarray(Image.open(frame).convert("RGB")).astype(np.int32)
-    painted = np.asarray(Image.open(result).convert("RGB")).astype(np.int32)
     height, width = plate.shape[:2]
     hot = brightened_centre(plate, painted, (0, 0, width, height))
     origin = (shown[0] - 0.5 * hot[0], shown[1] - 0.5 * hot[1])
