@@ -55,6 +55,8 @@
 //   RenderFrame(instance, light, pixels)  SETF and GENF into PluginPixels or a PixelView of the caller's memory
 #include "engine/plugin_settings.h"
 //   SettingEdits, CheckSettingEdits       changes to the plug-in's settings record, checked
+#include "engine/setting_assignments.h"
+//   ParseSettingAssignments(text)         "ring-size=1.5 halo=off" as edits, and back
 
 // ---- Images and colour -------------------------------------------------------------------------
 #include "engine/frame_image.h"
@@ -77,6 +79,8 @@
 //   Blend, ParseBlend, BlendName          display (the plug-in's own add), add (linear light), screen
 //   BlendBytes, BlendShorts               the plug-in's 32-bit and 48-bit flare into 8-bit and 16-bit sRGB colour
 //   LevelBlender(space, blend)            float levels into float colour in any space, band by band
+#include "engine/flare_layer.h"
+//   MakeStraightFlareLayer(image)         a flare painted on black as a layer of its own: straight alpha
 #include "engine/hdr_pass.h"
 //   ExposureBrackets(setup)               darker exposures of one Flare's flare, for levels past its ceiling
 //   ExposureBrackets::Levels(control, light, painted, rgb)  the levels, up to 256x the full level

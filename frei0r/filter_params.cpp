@@ -9,6 +9,7 @@
 
 #include "engine/option_values.h"
 #include "engine/setting_names.h"
+#include "engine/setting_sliders.h"
 
 namespace vellux::frei0r {
 
@@ -26,36 +27,27 @@ struct Range {
 
 // ---- The flare's settings ----
 
-// The parameters that carry the flare's settings, by the setting's name; a number with the range
-// its slider covers. wireframe-preview has none: it shapes only the settings dialog's preview, a
-// dialog no video host opens.
+// The parameters that carry the flare's settings, by the setting's name; a number's slider spans
+// what engine/setting_sliders.h gives it. wireframe-preview has none: it shapes only the settings
+// dialog's preview, a dialog no video host opens.
 struct SettingParam {
     int index;
     std::string_view name;
-    Range range;
 };
 
 const SettingParam kSettingParams[] = {
-    {4, "flare-intensity", {0.0, 2.0}},
-    {5, "dissolve", {0.0, 1.0}},
-    {6, "ring-size", {0.0, 1.0}},
-    {7, "ring-color"},
-    {8, "star-filter", {0.0, 10.0}},
-    {9, "star-rotation", {0.0, 360.0}},
-    {10, "streak-density", {0.0, 200.0}},
-    {11, "streak-intensity", {0.0, 0.3}},
-    {12, "streak-sharpness", {0.0, 30.0}},
-    {13, "anamorphic-factor", {1.0, 4.0}},
-    {14, "glow"},
-    {15, "glow-in-light-color"},
-    {16, "halo"},
-    {17, "reflections"},
-    {18, "anamorphic"},
-    {19, "anamorphic-streak"},
-    {20, "random-streaks"},
-    {21, "follow-light-size"},
-    {30, "streaks-off-frame"},
+    {4, "flare-intensity"},     {5, "dissolve"},           {6, "ring-size"},          {7, "ring-color"},
+    {8, "star-filter"},         {9, "star-rotation"},      {10, "streak-density"},    {11, "streak-intensity"},
+    {12, "streak-sharpness"},   {13, "anamorphic-factor"}, {14, "glow"},              {15, "glow-in-light-color"},
+    {16, "halo"},               {17, "reflections"},       {18, "anamorphic"},        {19, "anamorphic-streak"},
+    {20, "random-streaks"},     {21, "follow-light-size"}, {30, "streaks-off-frame"},
 };
+
+// The slider's span of a number parameter (a colour or switch has none: the default is unused).
+Range RangeOf(const SettingParam& p) {
+    const engine::SliderSpan* slider = engine::FindSettingSlider(p.name);
+    return slider != nullptr ? Range{slider->min, slider->max} : Range{};
+}
 
 // A setting above (not at) its minimum, as the ring's size is: slider 0 gives this much more, so
 // that the slider still maps 0..1 as it is (the default 0.22 is slider 0.22).
@@ -151,14 +143,14 @@ std::string SetSetting(FilterSettings& s, const SettingParam& p, const void* val
     switch (setting.kind) {
     case SettingKind::number:
         if (const auto slider = Slider(value, p.name, false, problem)) {
-            double unit = p.range.At(*slider);
+            double unit = RangeOf(p).At(*slider);
             if (!setting.minIncluded && unit <= setting.min) unit = setting.min + kAboveMinimum;
             engine::SetEdit(setting, unit, s.edits);
         }
         break;
     case SettingKind::whole:
         if (const auto slider = Slider(value, p.name, false, problem))
-            engine::SetEdit(setting, int32_t(std::lround(p.range.At(*slider))), s.edits);
+            engine::SetEdit(setting, int32_t(std::lround(RangeOf(p).At(*slider))), s.edits);
         break;
     case SettingKind::color:
         engine::SetEdit(setting, ColourOf(*static_cast<const f0r_param_color_t*>(value), problem, p.name), s.edits);
@@ -174,8 +166,8 @@ void GetSetting(const FilterSettings& s, const SettingParam& p, void* value) {
     if (!edit) return;
     if (const auto* color = std::get_if<engine::LightColor>(&*edit)) *static_cast<f0r_param_color_t*>(value) = ColourFor(*color);
     else if (const auto* on = std::get_if<bool>(&*edit)) *static_cast<double*>(value) = *on ? 1.0 : 0.0;
-    else if (const auto* whole = std::get_if<int32_t>(&*edit)) *static_cast<double*>(value) = p.range.SliderOf(*whole);
-    else *static_cast<double*>(value) = p.range.SliderOf(std::get<double>(*edit));
+    else if (const auto* whole = std::get_if<int32_t>(&*edit)) *static_cast<double*>(value) = RangeOf(p).SliderOf(*whole);
+    else *static_cast<double*>(value) = RangeOf(p).SliderOf(std::get<double>(*edit));
 }
 
 std::string SetNumber(FilterSettings& s, const NumberParam& p, const void* value) {

@@ -12,6 +12,7 @@
 
 #include "engine/scene.h"
 #include "engine/scene_keys.h"
+#include "engine/setting_assignments.h"
 #include "engine/setting_names.h"
 
 namespace {
@@ -73,6 +74,52 @@ TEST(SettingNames, EverySettingRoundTripsThroughTheRecordAndJson) {
     uint32_t flags = 0;
     for (const SettingName& setting : SettingNames()) flags |= setting.flag;
     EXPECT_EQ(flags, 0xFFC00000u);
+}
+
+// Settings as NAME=VALUE text (the GIMP plug-in's argument, written back by its dialog): every
+// value of every setting there and back exactly, all of them in one text.
+TEST(SettingNames, EverySettingRoundTripsThroughAssignmentText) {
+    SettingEdits all;
+    for (const SettingName& setting : SettingNames()) {
+        for (const SettingValue& value : Samples(setting)) {
+            if (const auto* number = std::get_if<double>(&value); number && RangeProblem(setting, *number)) continue;
+            SettingEdits edits;
+            SetEdit(setting, value, edits);
+            const std::string text = SettingAssignmentsText(edits);
+            const std::optional<SettingValue> back = EditOf(setting, ParseSettingAssignments(text));
+            ASSERT_TRUE(back.has_value()) << text;
+            EXPECT_TRUE(Same(*back, value)) << text;
+            SetEdit(setting, value, all);
+        }
+    }
+    const SettingEdits back = ParseSettingAssignments(SettingAssignmentsText(all));
+    EXPECT_EQ(SettingAssignmentsText(back), SettingAssignmentsText(all));
+    for (const SettingName& setting : SettingNames()) EXPECT_TRUE(EditOf(setting, back).has_value()) << setting.name;
+    EXPECT_EQ(SettingAssignmentsText(ParseSettingAssignments(" ring-size=1.5,,halo=off\n")), "ring-size=1.5 halo=off");
+    EXPECT_EQ(SettingAssignmentsText(ParseSettingAssignments("")), "");
+}
+
+TEST(SettingNames, AssignmentTextMistakesSayWhatIsWrong) {
+    const struct {
+        const char* text;
+        const char* message;
+    } cases[] = {
+        {"ring-size", "\"ring-size\" is not NAME=VALUE"},
+        {"=2", "\"=2\" is not NAME=VALUE"},
+        {"ring-sise=2", "\"ring-sise\" is not a setting (did you mean ring-size?)"},
+        {"ring-size=0", "ring-size: 0 is out of range (more than 0)"},
+        {"dissolve=1.5", "dissolve: 1.5 is out of range (from 0 to 1)"},
+    };
+    for (const auto& c : cases) {
+        try {
+            ParseSettingAssignments(c.text);
+            ADD_FAILURE() << c.text << " was taken";
+        } catch (const std::invalid_argument& error) {
+            EXPECT_STREQ(error.what(), c.message) << c.text;
+        }
+    }
+    for (const char* text : {"ring-size=wide", "halo=maybe", "star-filter=1.5", "ring-color=#12"})
+        EXPECT_THROW(ParseSettingAssignments(text), std::invalid_argument) << text;
 }
 
 // A scene's channel animates one setting, of its kind and over its range, which front ends key it

@@ -53,4 +53,25 @@ import vellux
 assert vellux.__file__.startswith('$site'), vellux.__file__
 ") || fail "the installed add-on does not find the installed module"
 fi
+# The GIMP plug-in, where the build has it and GIMP is installed (not for the sanitizers' build): linked into a fresh GIMP user
+# folder as scripts/install.sh links it, it finds the moved engine and paints the build's pixels.
+gimp_plugin="$work/moved/lib/gimp/2.0/plug-ins/vellux-flare"
+if [ -x "$build/gimp/vellux-flare" ]; then
+  [ -x "$gimp_plugin/vellux-flare" ] || fail "the GIMP plug-in is not installed in lib/gimp/2.0/plug-ins/vellux-flare"
+  libs=$(env -i "$(command -v ldd)" "$gimp_plugin/vellux-flare" | grep -E "vellux|$build" || true)
+  grep -qF "libvellux_engine.so => $work/moved/" <<<"$libs" || fail "the GIMP plug-in's engine is not the moved one: $libs"
+  if command -v gimp-2.10 >/dev/null && [ -z "${VELLUX_SANITIZED:-}" ]; then
+    mkdir -p "$work/gimp/plug-ins"
+    ln -s "$gimp_plugin" "$work/gimp/plug-ins/vellux-flare"
+    (cd "$work" && env -i HOME="$work/home" PATH=/usr/bin:/bin GIMP2_DIRECTORY="$work/gimp" gimp-2.10 -i -d -f -b "
+      (let* ((image (car (gimp-file-load RUN-NONINTERACTIVE \"$source/docs/sample-frame.png\" \"frame\")))
+             (layer (car (gimp-image-get-active-drawable image))))
+        (plug-in-vellux-flare RUN-NONINTERACTIVE image layer 288 189 '(255 255 255) 1.0 \"LongZoom\" \"\" \"\"
+                              \"star-filter=4\" \"\" FALSE)
+        (gimp-file-save RUN-NONINTERACTIVE image layer \"$work/gimp.png\" \"gimp.png\"))" -b "(gimp-quit 0)" >"$work/gimp.log" 2>&1) ||
+      fail "GIMP did not run: $(cat "$work/gimp.log")"
+    oiiotool "$work/built.png" "$work/gimp.png" --diff >/dev/null ||
+      fail "the installed GIMP plug-in paints other pixels: $(cat "$work/gimp.log")"
+  fi
+fi
 echo "installed, moved and rendered from $work/moved: same pixels as the build"
