@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the whole build and the tests need, only those that are missing:
 # what the tool needs (install-build-deps.sh), then the tests', the benchmarks', the fuzzers' and
-# the front ends'.
+# the front ends' (GIMP's plug-in SDK for the GIMP plug-in, left out of the build without it).
 set -euo pipefail
 
 "$(dirname "$0")/install-build-deps.sh"
 packages=(g++-multilib libgtest-dev libgmock-dev googletest libbenchmark-dev
           clang libclang-rt-14-dev
-          openimageio-tools chromium frei0r-plugins-dev
+          openimageio-tools chromium frei0r-plugins-dev libgimp2.0-dev
           python3-dev pybind11-dev python3-numpy python3-pytest python3-distributed)
 # Node for the browser test: Debian's, unless a node is installed already (its own npm would
 # conflict with Debian's npm package).
