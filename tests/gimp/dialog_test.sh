@@ -8,21 +8,11 @@
 #   tests/gimp/dialog_test.sh GIMP PLUGIN TOOL SAMPLE_FRAME OUT
 set -euo pipefail
 gimp="$1" plugin="$2" tool="$3" frame="$4" out="$5"
-work="$(mktemp -d)"
-xvfb="" gimp_pid=""
-cleanup() {
-  [ -n "$gimp_pid" ] && kill "$gimp_pid" 2>/dev/null || true
-  [ -n "$xvfb" ] && kill "$xvfb" 2>/dev/null || true
-  rm -rf "$work"
-}
-trap cleanup EXIT
-fail() { echo "FAIL: $*" >&2; [ -f "$work/log" ] && grep -v "theme engine\|^$" "$work/log" >&2; exit 1; }
+source "$(dirname "$0")/gimp_on_display.sh"
 
 mkdir -p "$out"
 rm -f "$out"/dialog*.png
-user="$work/user"
-mkdir -p "$user/plug-ins/vellux-flare" "$user"/{brushes,dynamics,gradients,palettes,patterns,tool-presets}
-cp "$plugin" "$user/plug-ins/vellux-flare/vellux-flare"
+make_gimp_user "$plugin"
 
 # After the dialog: the last values (the procedure's data) on GIMP's console, then the image saved.
 cat >"$work/dialog.scm" <<SCHEME
@@ -37,13 +27,8 @@ cat >"$work/dialog.scm" <<SCHEME
 (gimp-image-clean-all image)
 SCHEME
 
-Xvfb -displayfd 3 -screen 0 1600x1000x24 -nolisten tcp -ac 3>"$work/display" 2>"$work/xvfb.log" &
-xvfb=$!
-for _ in $(seq 50); do [ -s "$work/display" ] && break; sleep 0.1; done
-[ -s "$work/display" ] || fail "Xvfb did not start: $(cat "$work/xvfb.log")"
-export DISPLAY=":$(cat "$work/display")"
-GIMP2_DIRECTORY="$user" timeout 240 "$gimp" -d -f -b "(load \"$work/dialog.scm\")" -b "(gimp-quit 1)" >"$work/log" 2>&1 &
-gimp_pid=$!
+start_display 1600x1000
+start_gimp "$gimp" 240 "$work/dialog.scm"
 
 window=""
 for _ in $(seq 240); do

@@ -7,19 +7,9 @@
 set -euo pipefail
 gimp="$1"
 plugin="$2"
-work="$(mktemp -d)"
-xvfb="" gimp_pid=""
-cleanup() {
-  [ -n "$gimp_pid" ] && kill "$gimp_pid" 2>/dev/null || true
-  [ -n "$xvfb" ] && kill "$xvfb" 2>/dev/null || true
-  rm -rf "$work"
-}
-trap cleanup EXIT
-fail() { echo "FAIL: $*" >&2; [ -f "$work/log" ] && cat "$work/log" >&2; exit 1; }
+source "$(dirname "$0")/gimp_on_display.sh"
 
-user="$work/user"
-mkdir -p "$user/plug-ins/vellux-flare" "$user"/{brushes,dynamics,gradients,palettes,patterns,tool-presets}
-cp "$plugin" "$user/plug-ins/vellux-flare/vellux-flare"
+make_gimp_user "$plugin"
 oiiotool --pattern fill:topleft=0.1,0.2,0.3:topright=0.8,0.3,0.1:bottomleft=0.2,0.6,0.4:bottomright=0.9,0.9,0.2 \
   320x200 3 -d uint8 -o "$work/plate.png"
 
@@ -38,13 +28,8 @@ cat >"$work/undo.scm" <<SCHEME
 (gimp-image-clean-all image)
 SCHEME
 
-Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp -ac 3>"$work/display" 2>"$work/xvfb.log" &
-xvfb=$!
-for _ in $(seq 50); do [ -s "$work/display" ] && break; sleep 0.1; done
-[ -s "$work/display" ] || fail "Xvfb did not start: $(cat "$work/xvfb.log")"
-export DISPLAY=":$(cat "$work/display")"
-GIMP2_DIRECTORY="$user" timeout 180 "$gimp" -d -f -b "(load \"$work/undo.scm\")" -b "(gimp-quit 1)" >"$work/log" 2>&1 &
-gimp_pid=$!
+start_display 1280x800
+start_gimp "$gimp" 180 "$work/undo.scm"
 for _ in $(seq 240); do [ -f "$work/after.png" ] && break; sleep 0.5; done
 [ -f "$work/after.png" ] || fail "GIMP did not run the plug-in"
 sleep 1   # the export done, the script is waiting
