@@ -19,12 +19,31 @@ struct WorkingFormat {
     OIIO::TypeDesc type;
 };
 
-WorkingFormat WorkingFormatOf(gint32 image) {
-    switch (gimp_image_get_precision(image)) {
-    case GIMP_PRECISION_U8_GAMMA: return {babl_format("R'G'B'A u8"), OIIO::TypeUInt8};
-    case GIMP_PRECISION_U16_GAMMA: return {babl_format("R'G'B'A u16"), OIIO::TypeUInt16};
-    default: return {babl_format("RGBA float"), OIIO::TypeFloat};
+// The drawable's own layout when the engine paints it as it is (8-bit and 16-bit perceptual, float
+// linear, in the built-in sRGB), so that GEGL converts nothing; otherwise linear float.
+const char* OwnFormatName(GimpPrecision precision, bool alpha) {
+    switch (precision) {
+    case GIMP_PRECISION_U8_GAMMA: return alpha ? "R'G'B'A u8" : "R'G'B' u8";
+    case GIMP_PRECISION_U16_GAMMA: return alpha ? "R'G'B'A u16" : "R'G'B' u16";
+    case GIMP_PRECISION_FLOAT_LINEAR: return alpha ? "RGBA float" : "RGB float";
+    default: return nullptr;
     }
+}
+
+OIIO::TypeDesc TypeOf(GimpPrecision precision) {
+    switch (precision) {
+    case GIMP_PRECISION_U8_GAMMA: return OIIO::TypeUInt8;
+    case GIMP_PRECISION_U16_GAMMA: return OIIO::TypeUInt16;
+    default: return OIIO::TypeFloat;
+    }
+}
+
+// The format a layer of the image's precision is read and written in, with or without alpha.
+WorkingFormat WorkingFormatOf(gint32 image, bool alpha) {
+    const GimpPrecision precision = gimp_image_get_precision(image);
+    const char* own = OwnFormatName(precision, alpha);
+    if (own != nullptr && HasBuiltInProfile(image)) return {babl_format(own), TypeOf(precision)};
+    return {babl_format(alpha ? "RGBA float" : "RGB float"), OIIO::TypeFloat};
 }
 
 // A GEGL buffer owned for the scope.
@@ -38,7 +57,7 @@ struct Buffer {
 
 OIIO::ImageBuf ReadDrawable(gint32 drawable, const WorkingFormat& format) {
     const int width = gimp_drawable_width(drawable), height = gimp_drawable_height(drawable);
-    OIIO::ImageBuf plate(OIIO::ImageSpec(width, height, 4, format.type));
+    OIIO::ImageBuf plate(OIIO::ImageSpec(width, height, babl_format_get_n_components(format.babl), format.type));
     const Buffer buffer(gimp_drawable_get_buffer(drawable));
     const GeglRectangle whole{0, 0, width, height};
     gegl_buffer_get(buffer.get, &whole, 1.0, format.babl, plate.localpixels(), GEGL_AUTO_ROWSTRIDE, GEGL_ABYSS_NONE);
@@ -80,6 +99,17 @@ gint32 NewFlareLayer(gint32 image, gint32 drawable) {
 
 }  // namespace
 
+bool HasBuiltInProfile(gint32 image) {
+    GimpColorProfile* profile = gimp_image_get_color_profile(image);
+    if (profile == nullptr) return true;
+    g_object_unref(profile);
+    return false;
+}
+
+bool TakenInItsOwnFormat(gint32 image) {
+    return OwnFormatName(gimp_image_get_precision(image), true) != nullptr && HasBuiltInProfile(image);
+}
+
 void PaintDrawable(gint32 image, gint32 drawable, const engine::RenderRequest& asked, bool flareOnly,
                    const ProgressReport& progress) {
     const engine::RenderRequest request = engine::WithNamedSource(asked);
@@ -89,7 +119,7 @@ void PaintDrawable(gint32 image, gint32 drawable, const engine::RenderRequest& a
     gint x = 0, y = 0, width = 0, height = 0;
     if (!gimp_drawable_mask_intersect(drawable, &x, &y, &width, &height)) return;   // nothing selected here
     const GeglRectangle area{x, y, width, height};
-    const WorkingFormat format = WorkingFormatOf(image);
+    const WorkingFormat format = WorkingFormatOf(image, flareOnly || gimp_drawable_has_alpha(drawable));
     const engine::FrameSize size{gimp_drawable_width(drawable), gimp_drawable_height(drawable)};
 
     engine::Flare flare(setup);
@@ -98,7 +128,8 @@ void PaintDrawable(gint32 image, gint32 drawable, const engine::RenderRequest& a
     const engine::FrameOptions options{request.bandRows, request.colorspace, request.blend};
     OIIO::ImageBuf plate = flareOnly ? BlackPlate(size.width, size.height, format) : ReadDrawable(drawable, format);
     OIIO::ImageBuf painted = flare.Composite(std::move(plate), light, options);
-    if (painted.localpixels() == nullptr || painted.spec().format != format.type || painted.spec().nchannels != 4)
+    if (painted.localpixels() == nullptr || painted.spec().format != format.type ||
+        painted.spec().nchannels != babl_format_get_n_components(format.babl))
         throw std::runtime_error("the engine gave back pixels of another layout");
     if (!flareOnly) {
         WriteThroughShadow(drawable, painted, area, format);

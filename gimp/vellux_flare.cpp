@@ -85,6 +85,14 @@ Answer Procedure(gint count, const GimpParam* params) {
     const gint32 image = params[1].data.d_image;
     const gint32 drawable = params[2].data.d_drawable;
     if (!gimp_drawable_is_rgb(drawable)) return {GIMP_PDB_CALLING_ERROR, "Vellux Lens Flare: the drawable is not RGB"};
+    // Most of GEGL's start in this process is babl reading its cache of conversion paths (about
+    // 150 of 200 ms) and GEGL loading its operations (about 20 ms). A batch run on an image painted
+    // in its own format converts nothing and runs no operation (GIMP merges the result), so it
+    // starts without either. The dialog's preview converts, and keeps both.
+    if (mode != GIMP_RUN_INTERACTIVE && vellux::gimp::TakenInItsOwnFormat(image)) {
+        g_setenv("BABL_INHIBIT_CACHE", "1", TRUE);
+        g_setenv("GEGL_PATH", "", TRUE);
+    }
     gegl_init(nullptr, nullptr);
     FlareArguments arguments;
     std::string problem;
