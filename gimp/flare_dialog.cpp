@@ -5,13 +5,16 @@
 #include <cmath>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <libgimp/gimpui.h>
 #include <OpenImageIO/imagebuf.h>
+#include <OpenImageIO/imagebufalgo.h>
 
 #include "engine/blend.h"
+#include "engine/contact_sheet.h"
 #include "engine/flare.h"
 #include "engine/look_sheet.h"
 #include "engine/plugin_location.h"
@@ -60,6 +63,7 @@ struct DialogState {
     GtkWidget *lookView = nullptr, *settingsFile = nullptr;
     std::vector<SettingWidget> settingWidgets;
     GtkListStore* lookStore = nullptr;
+    std::optional<OIIO::ImageBuf> thumbPlate;   // the drawable small, once the first thumbnail is painted
     size_t nextThumb = 0;
     guint thumbSource = 0;
 };
@@ -261,8 +265,24 @@ std::string LookText(const engine::SheetLook& look) {
     return out;
 }
 
-// The look's flare painted small on black, the light where a render puts it by default.
-GdkPixbuf* Thumbnail(const engine::SheetLook& look) {
+// The drawable as GIMP keeps it small (within 96x54, in its own shape), as float display levels:
+// the plate every look's thumbnail is painted on, so that the list shows each look on this image.
+OIIO::ImageBuf ThumbnailPlate(gint32 drawable) {
+    gint width = kThumbWidth, height = kThumbHeight, bpp = 0;
+    guchar* data = gimp_drawable_get_thumbnail_data(drawable, &width, &height, &bpp);
+    if (data == nullptr || bpp < 3) {   // RGB drawables only come here; black if GIMP has none
+        g_free(data);
+        return OIIO::ImageBuf(OIIO::ImageSpec(kThumbWidth, kThumbHeight, 3, OIIO::TypeFloat), OIIO::InitializePixels::Yes);
+    }
+    const OIIO::ImageBuf wrapped(OIIO::ImageSpec(width, height, bpp, OIIO::TypeUInt8), data);
+    OIIO::ImageBuf plate(OIIO::ImageSpec(width, height, 3, OIIO::TypeFloat));
+    OIIO::ImageBufAlgo::channels(plate, wrapped, 3, {0, 1, 2});
+    g_free(data);
+    return plate;
+}
+
+// The look's flare painted small on the drawable's thumbnail, the light where the dialog has it.
+GdkPixbuf* Thumbnail(const engine::SheetLook& look, const OIIO::ImageBuf& plate, const DialogState& s) {
     engine::FlareSetup setup;
     setup.plugin = engine::FindPlugin("");
     setup.table = look.table;
@@ -271,12 +291,13 @@ GdkPixbuf* Thumbnail(const engine::SheetLook& look) {
         setup.lens->lens = look.lens;
     }
     engine::Flare flare(setup);
-    const engine::RenderRequest defaults;
+    const int width = plate.spec().width, height = plate.spec().height;
     engine::FlareLight light;
-    light.x = defaults.lightX * kThumbWidth, light.y = defaults.lightY * kThumbHeight;
-    const OIIO::ImageBuf painted = flare.CompositeBlack({kThumbWidth, kThumbHeight}, light, {});
-    GdkPixbuf* thumb = gdk_pixbuf_new(GDK_COLORSPACE_RGB, FALSE, 8, kThumbWidth, kThumbHeight);
-    const OIIO::ROI rgb(0, kThumbWidth, 0, kThumbHeight, 0, 1, 0, 3);
+    light.x = (s.arguments.lightX - s.offsetX) * width / std::max(1, s.width);
+    light.y = (s.arguments.lightY - s.offsetY) * height / std::max(1, s.height);
+    const OIIO::ImageBuf painted = engine::PaintCell(flare, plate, {width, height}, light);
+    GdkPixbuf* thumb = gdk_pixbuf_new(GDK_COLORSPACE_RGB, FALSE, 8, width, height);
+    const OIIO::ROI rgb(0, width, 0, height, 0, 1, 0, 3);
     painted.get_pixels(rgb, OIIO::TypeUInt8, gdk_pixbuf_get_pixels(thumb), 3, gdk_pixbuf_get_rowstride(thumb));
     flare.Finish();
     return thumb;
@@ -293,7 +314,8 @@ gboolean PaintNextThumbnail(gpointer data) {
     GtkTreeIter row;
     if (!gtk_tree_model_iter_nth_child(GTK_TREE_MODEL(s.lookStore), &row, nullptr, gint(k))) return TRUE;
     try {
-        GdkPixbuf* thumb = Thumbnail(s.looks[k]);
+        if (!s.thumbPlate) s.thumbPlate = ThumbnailPlate(s.drawable);
+        GdkPixbuf* thumb = Thumbnail(s.looks[k], *s.thumbPlate, s);
         gtk_list_store_set(s.lookStore, &row, kThumbColumn, thumb, -1);
         g_object_unref(thumb);
     } catch (const std::exception&) {
