@@ -72,6 +72,36 @@ def settled_screenshot(path, seconds=30):
     return last
 
 
+def first_flare(path, geometry, frame, seconds=300):
+    """Waits until the preview shows the flare. Before its first painting (seconds in the
+    sanitizers' build, where a plug-in busy painting does not redraw, so a still screen says
+    nothing) it shows the drawable alone. The flare brightens the preview's middle: the default
+    flare on the sample frame by 3 levels in the mean, while GIMP's scaling of the frame to the
+    preview differs from the image library's by 0.1."""
+    inner = (16, 16, 400, 200)   # within the preview, whose corner lies 14 pixels into the dialog
+    x, y = geometry[0] + 14 + inner[0], geometry[1] + 14 + inner[1]
+    plain = np.asarray(Image.open(frame).convert("RGB").resize((480, 270)), dtype=np.float64)
+    plain = plain[inner[1]:inner[1] + inner[3], inner[0]:inner[0] + inner[2]].mean()
+    end = time.time() + seconds
+    while time.time() < end:
+        shown = screenshot(path)[y:y + inner[3], x:x + inner[2]].mean()
+        if shown > plain + 1.5:
+            return True
+        time.sleep(1.5)
+    return False
+
+
+def changed(path, reference, box, seconds=300):
+    """Waits until box (x, y, w, h) of the screen differs from the reference screenshot's."""
+    x, y, w, h = box
+    end = time.time() + seconds
+    while time.time() < end:
+        if not np.array_equal(screenshot(path)[y:y + h, x:x + w], reference[y:y + h, x:x + w]):
+            return True
+        time.sleep(1.5)
+    return False
+
+
 def brightened_centre(before, after, box):
     """Where the picture in box (x, y, w, h) of the screen got brightest: the centroid of the
     pixels that gained at least 90% of the most any pixel gained (the flare's new hot spot)."""
@@ -128,12 +158,16 @@ def inside(plugin, frame, output):
         subprocess.run(["xdotool", "windowmove", window, "0", "0"], check=True)
         time.sleep(1)
         geometry = window_geometry(window)
-        before = settled_screenshot(os.path.join(output, "dialog-before.png"))
         # the preview: the dialog's top left, 480x270 as the dialog asks (its frame and scroll bars around)
         box = (geometry[0] + 4, geometry[1] + 4, 500, 290)
+        if not first_flare(os.path.join(output, "dialog-before.png"), geometry, frame):
+            print("the preview never showed the flare")
+            return 1
+        before = settled_screenshot(os.path.join(output, "dialog-before.png"))
         # the click: inside the preview, away from where the light starts (0.3, 0.35 of the frame)
         click = (box[0] + 340, box[1] + 200)
         subprocess.run(["xdotool", "mousemove", str(click[0]), str(click[1]), "click", "1"], check=True)
+        changed(os.path.join(output, "dialog-after.png"), before, box)
         after = settled_screenshot(os.path.join(output, "dialog-after.png"))
         now = brightened_centre(before, after, box)
         print("clicked %d,%d; the flare's new hot spot %s" % (click + (now,)))
