@@ -131,12 +131,16 @@ void PaintDrawable(gint32 image, gint32 drawable, const engine::RenderRequest& a
     if (painted.localpixels() == nullptr || painted.spec().format != format.type ||
         painted.spec().nchannels != babl_format_get_n_components(format.babl))
         throw std::runtime_error("the engine gave back pixels of another layout");
-    if (!flareOnly) {
+    // One undo step, opened only now: a run that GIMP stops while it paints (its progress's Cancel
+    // ends the plug-in) has changed nothing and leaves no undo group open.
+    if (flareOnly) engine::MakeStraightFlareLayer(painted);
+    gimp_image_undo_group_start(image);
+    if (flareOnly) {
+        WriteThroughShadow(NewFlareLayer(image, drawable), painted, area, format);
+    } else {
         WriteThroughShadow(drawable, painted, area, format);
-        return;
     }
-    engine::MakeStraightFlareLayer(painted);
-    WriteThroughShadow(NewFlareLayer(image, drawable), painted, area, format);
+    gimp_image_undo_group_end(image);
 }
 
 }  // namespace vellux::gimp

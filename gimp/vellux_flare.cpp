@@ -42,13 +42,12 @@ bool ArgumentsFor(GimpRunMode mode, gint32 image, gint32 drawable, const GimpPar
     return mode == GIMP_RUN_WITH_LAST_VALS || vellux::gimp::RunFlareDialog(image, drawable, arguments);
 }
 
-// The flare onto the drawable as one undo step; false with the engine's message when it refused
-// (nothing is written then).
+// The flare onto the drawable as one undo step, with a progress bar; false with the engine's
+// message when it refused (nothing is written then).
 bool Run(gint32 image, gint32 drawable, const FlareArguments& arguments, std::string& problem) {
     gint offsetX = 0, offsetY = 0;
     gimp_drawable_offsets(drawable, &offsetX, &offsetY);
     gimp_progress_init("Vellux Lens Flare");
-    gimp_image_undo_group_start(image);
     bool done = true;
     try {
         vellux::gimp::PaintDrawable(image, drawable, vellux::gimp::RequestFor(arguments, offsetX, offsetY),
@@ -57,7 +56,6 @@ bool Run(gint32 image, gint32 drawable, const FlareArguments& arguments, std::st
         problem = error.what();
         done = false;
     }
-    gimp_image_undo_group_end(image);
     gimp_progress_end();
     return done;
 }
