@@ -1,17 +1,17 @@
 // Rings: each pixel inside a ring's rectangle reads the ring's colour table at its elliptical
-// distance from the centre (16.16 fixed point, one square root per pixel), blends two
-// neighbouring entries and adds the colour under the dissolve ceiling.
-#include <cmath>
+// distance from the centre (16.16 fixed point, one square root per pixel, found a run of pixels
+// at a time: ring_distances.h), blends two neighbouring entries and adds the colour under the
+// dissolve ceiling.
 
 #include "kit/rect.h"
 #include "painters.h"
 #include "pixels.h"
+#include "ring_distances.h"
 
 namespace {
 
 struct Pixel48 {
     static constexpr int32_t kBytes = 6;
-    static constexpr bool kInRuns = false;   // measured: one pass is quicker for 48 bits
     uint32_t seed = 0;
     static int32_t Ceiling(double dissolve) { return RingCeiling48(dissolve); }
     void Begin(int32_t) {}
@@ -20,7 +20,6 @@ struct Pixel48 {
 
 struct Pixel32 {
     static constexpr int32_t kBytes = 4;
-    static constexpr bool kInRuns = true;
     uint32_t seed = 0;
     static int32_t Ceiling(double dissolve) { return Ceiling32(dissolve); }
     // Every row restarts its own noise sequence, so a frame paints the same whatever the bands.
@@ -47,10 +46,11 @@ void PaintAt(const FlareColor* table, uint8_t* pixel, uint32_t distance, int32_t
                Blend(c0.blue, c1.blue, factor0, factor1), maxPixel);
 }
 
-// With kInRuns a row is worked through in runs of this many pixels: first the distances of the
-// run's pixels the ring reaches, with no pixel touched, then those pixels painted in order. Each
-// pass stays short enough for the processor to overlap many pixels' square roots and table reads
-// (the 32-bit painter's dithered add is long); either way every pixel gets the same sum.
+// A row is worked through in runs of this many pixels: first the offsets of the run's pixels
+// (one float sum after another, as the row has always stepped them), then the distances of the
+// pixels the ring reaches, with no pixel touched (ring_distances.h), then those pixels painted in
+// order. Each pass stays short and simple enough for the processor to overlap many pixels' square
+// roots and table reads; every pixel gets the same sum as in one pass.
 constexpr int32_t kRun = 256;
 
 // The painter's state (the noise seed) is taken by value and handed back: held in a local, it
@@ -62,42 +62,18 @@ Pixel PaintRing(PluginDataRec* data, const RingElement* ring, const L_Rect& scan
     const float xFactor = ring->ringXFactor;
     const float yFactor = ring->ringYFactor;
     const float dy = float(y) - ring->ringYPos;
-    const float dySquared = (dy * yFactor) * (yFactor * dy);
-    // Distances at or past the table's end paint nothing; testing the root against that bound
-    // before converting it also keeps any distance from overflowing the integer. A squared
-    // distance at or past the bound squared has a root at or past it too (the square root is
-    // correctly rounded and the bound exact), so most pixels outside the ring skip the root.
-    const double tableEnd = double(ring->ringFlareColors) * 65536.0;
-    const double tableEndSquared = tableEnd * tableEnd;
+    const RingRowTerms terms{(dy * yFactor) * (yFactor * dy), ring->ringFlareColors};
     float dx = (float(scan.left) - ring->ringXPos) * xFactor;
-    if constexpr (!Pixel::kInRuns) {
-        uint8_t* pixel = PixelAt(data->flarePixelBuffer, scan.left, y, Pixel::kBytes);
-        for (int32_t x = scan.left; x < scan.right; ++x, dx = dx + xFactor, pixel += Pixel::kBytes) {
-            const double squared = double(dx * dx + dySquared);
-            if (!(squared < tableEndSquared)) continue;
-            const double root = std::sqrt(squared) + 0.5;
-            if (!(root < tableEnd)) continue;
-            PaintAt(table, pixel, uint32_t(root), maxPixel, pixels);
-        }
-        return pixels;
-    }
     uint8_t* run = PixelAt(data->flarePixelBuffer, scan.left, y, Pixel::kBytes);
-    int32_t offsets[kRun];
+    float offsets[kRun];
+    int32_t places[kRun];
     uint32_t distances[kRun];
     for (int32_t left = scan.left; left < scan.right; left += kRun, run += kRun * Pixel::kBytes) {
         const int32_t length = scan.right - left < kRun ? scan.right - left : kRun;
-        int32_t reached = 0;
-        for (int32_t k = 0; k < length; ++k, dx = dx + xFactor) {
-            const double squared = double(dx * dx + dySquared);
-            if (!(squared < tableEndSquared)) continue;
-            const double root = std::sqrt(squared) + 0.5;
-            const bool inside = root < tableEnd;
-            offsets[reached] = k;
-            distances[reached] = inside ? uint32_t(root) : 0u;
-            reached += inside ? 1 : 0;
-        }
+        for (int32_t k = 0; k < length; ++k, dx = dx + xFactor) offsets[k] = dx;
+        const int32_t reached = RingDistances(offsets, length, terms, places, distances);
         for (int32_t i = 0; i < reached; ++i)
-            PaintAt(table, run + offsets[i] * Pixel::kBytes, distances[i], maxPixel, pixels);
+            PaintAt(table, run + places[i] * Pixel::kBytes, distances[i], maxPixel, pixels);
     }
     return pixels;
 }

@@ -1,0 +1,29 @@
+// The distances of a run of ring pixels, the first half of the ring painter's work on a row.
+//
+// For each pixel k of the run, with dx[k] its horizontal offset already scaled by the ring's x
+// factor, the painter's 16.16 distance is sqrt(double(dx * dx + dySquared)) + 0.5, truncated; a
+// pixel is reached when its squared distance lies below the table's end squared and its rounded
+// root below the table's end. The reached pixels are listed in order: their places in the run in
+// offsets, their distances in distances. Returns how many were reached.
+//
+// The arithmetic is the painter's own, operation for operation: float products and sums, then
+// the correctly rounded square root in double. Where SSE2 is at hand pairs of pixels are worked
+// at once (the packed square root rounds as the single one does); the scalar form is the
+// reference the tests hold the packed one to, and the one used where SSE2 is not.
+#ifndef VELLUX_PLUGIN_RING_DISTANCES_H
+#define VELLUX_PLUGIN_RING_DISTANCES_H
+
+#include <cstdint>
+
+struct RingRowTerms {
+    float dySquared;    // (dy y factor)(y factor dy) of the row
+    int32_t colors;     // entries in the ring's table, at least 1
+};
+
+// Distances through the packed path where it applies (SSE2, and a table whose end lies below
+// 2^31 in 16.16), else through the scalar one.
+int32_t RingDistances(const float* dx, int32_t length, RingRowTerms terms, int32_t* offsets, uint32_t* distances);
+int32_t RingDistancesScalar(const float* dx, int32_t length, RingRowTerms terms, int32_t* offsets,
+                            uint32_t* distances);
+
+#endif  // VELLUX_PLUGIN_RING_DISTANCES_H
