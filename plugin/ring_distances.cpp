@@ -16,9 +16,11 @@ double TableEnd(int32_t colors) { return double(colors) * 65536.0; }
 // conversion to a 32-bit integer truncates as the scalar one does.
 constexpr int32_t kPackedColors = 32767;
 
-// Four pixels at a time: their float squares and sums as four floats, the two halves widened to
-// double, rooted and compared; a mask bit per reached pixel.
-int32_t PackedDistances(const float* dx, int32_t length, RingRowTerms terms, int32_t* offsets, uint32_t* distances) {
+// Four pixels at a time: their offsets stepped one after another (in the same loop, so that the
+// processor overlaps the chain of sums with the roots of earlier pixels), their float squares and
+// sums as four floats, the two halves widened to double, rooted and compared; a mask bit per
+// reached pixel.
+int32_t PackedDistances(float* dx, int32_t length, RingRowTerms terms, int32_t* offsets, uint32_t* distances) {
     const double tableEnd = TableEnd(terms.colors);
     const __m128 dySquared = _mm_set1_ps(terms.dySquared);
     const __m128d endSquared = _mm_set1_pd(tableEnd * tableEnd);
@@ -26,8 +28,14 @@ int32_t PackedDistances(const float* dx, int32_t length, RingRowTerms terms, int
     const __m128d half = _mm_set1_pd(0.5);
     int32_t reached = 0;
     int32_t k = 0;
+    float x = *dx;
     for (; k + 4 <= length; k += 4) {
-        const __m128 d = _mm_loadu_ps(dx + k);
+        const float x0 = x;
+        const float x1 = x0 + terms.xStep;
+        const float x2 = x1 + terms.xStep;
+        const float x3 = x2 + terms.xStep;
+        x = x3 + terms.xStep;
+        const __m128 d = _mm_setr_ps(x0, x1, x2, x3);
         const __m128 squared = _mm_add_ps(_mm_mul_ps(d, d), dySquared);
         const __m128d low = _mm_cvtps_pd(squared);
         const __m128d high = _mm_cvtps_pd(_mm_movehl_ps(squared, squared));
@@ -47,8 +55,9 @@ int32_t PackedDistances(const float* dx, int32_t length, RingRowTerms terms, int
             reached += (inside >> j) & 1;
         }
     }
+    *dx = x;
     if (k < length) {
-        const int32_t rest = RingDistancesScalar(dx + k, length - k, terms, offsets + reached, distances + reached);
+        const int32_t rest = RingDistancesScalar(dx, length - k, terms, offsets + reached, distances + reached);
         for (int32_t i = reached; i < reached + rest; ++i) offsets[i] += k;
         reached += rest;
     }
@@ -58,8 +67,7 @@ int32_t PackedDistances(const float* dx, int32_t length, RingRowTerms terms, int
 
 }  // namespace
 
-int32_t RingDistancesScalar(const float* dx, int32_t length, RingRowTerms terms, int32_t* offsets,
-                            uint32_t* distances) {
+int32_t RingDistancesScalar(float* dx, int32_t length, RingRowTerms terms, int32_t* offsets, uint32_t* distances) {
     // Distances at or past the table's end paint nothing; testing the root against that bound
     // before converting it also keeps any distance from overflowing the integer. A squared
     // distance at or past the bound squared has a root at or past it too (the square root is
@@ -67,8 +75,9 @@ int32_t RingDistancesScalar(const float* dx, int32_t length, RingRowTerms terms,
     const double tableEnd = TableEnd(terms.colors);
     const double tableEndSquared = tableEnd * tableEnd;
     int32_t reached = 0;
-    for (int32_t k = 0; k < length; ++k) {
-        const double squared = double(dx[k] * dx[k] + terms.dySquared);
+    float x = *dx;
+    for (int32_t k = 0; k < length; ++k, x = x + terms.xStep) {
+        const double squared = double(x * x + terms.dySquared);
         if (!(squared < tableEndSquared)) continue;
         const double root = std::sqrt(squared) + 0.5;
         const bool inside = root < tableEnd;
@@ -76,10 +85,11 @@ int32_t RingDistancesScalar(const float* dx, int32_t length, RingRowTerms terms,
         distances[reached] = inside ? uint32_t(root) : 0u;
         reached += inside ? 1 : 0;
     }
+    *dx = x;
     return reached;
 }
 
-int32_t RingDistances(const float* dx, int32_t length, RingRowTerms terms, int32_t* offsets, uint32_t* distances) {
+int32_t RingDistances(float* dx, int32_t length, RingRowTerms terms, int32_t* offsets, uint32_t* distances) {
 #if defined(__SSE2__)
     if (terms.colors <= kPackedColors) return PackedDistances(dx, length, terms, offsets, distances);
 #endif

@@ -1,7 +1,8 @@
 // The distances of a run of ring pixels, the first half of the ring painter's work on a row.
 //
-// For each pixel k of the run, with dx[k] its horizontal offset already scaled by the ring's x
-// factor, the painter's 16.16 distance is sqrt(double(dx * dx + dySquared)) + 0.5, truncated; a
+// The pixels' horizontal offsets, already scaled by the ring's x factor, step along the run one
+// float sum at a time: *dx is the first pixel's, dx + xStep the next one's, and so on; *dx is left
+// at the offset of the pixel after the run. For each pixel k, the painter's 16.16 distance is sqrt(double(dx * dx + dySquared)) + 0.5, truncated; a
 // pixel is reached when its squared distance lies below the table's end squared and its rounded
 // root below the table's end. The reached pixels are listed in order: their places in the run in
 // offsets, their distances in distances. Returns how many were reached.
@@ -16,14 +17,14 @@
 #include <cstdint>
 
 struct RingRowTerms {
+    float xStep;        // the ring's x factor: the step of the offset from one pixel to the next
     float dySquared;    // (dy y factor)(y factor dy) of the row
     int32_t colors;     // entries in the ring's table, at least 1
 };
 
 // Distances through the packed path where it applies (SSE2, and a table whose end lies below
 // 2^31 in 16.16), else through the scalar one.
-int32_t RingDistances(const float* dx, int32_t length, RingRowTerms terms, int32_t* offsets, uint32_t* distances);
-int32_t RingDistancesScalar(const float* dx, int32_t length, RingRowTerms terms, int32_t* offsets,
-                            uint32_t* distances);
+int32_t RingDistances(float* dx, int32_t length, RingRowTerms terms, int32_t* offsets, uint32_t* distances);
+int32_t RingDistancesScalar(float* dx, int32_t length, RingRowTerms terms, int32_t* offsets, uint32_t* distances);
 
 #endif  // VELLUX_PLUGIN_RING_DISTANCES_H

@@ -46,11 +46,10 @@ void PaintAt(const FlareColor* table, uint8_t* pixel, uint32_t distance, int32_t
                Blend(c0.blue, c1.blue, factor0, factor1), maxPixel);
 }
 
-// A row is worked through in runs of this many pixels: first the offsets of the run's pixels
-// (one float sum after another, as the row has always stepped them), then the distances of the
-// pixels the ring reaches, with no pixel touched (ring_distances.h), then those pixels painted in
-// order. Each pass stays short and simple enough for the processor to overlap many pixels' square
-// roots and table reads; every pixel gets the same sum as in one pass.
+// A row is worked through in runs of this many pixels: first the distances of the pixels the ring
+// reaches, with no pixel touched (ring_distances.h), then those pixels painted in order. Each pass
+// stays short and simple enough for the processor to overlap many pixels' square roots and table
+// reads; every pixel gets the same sum as in one pass.
 constexpr int32_t kRun = 256;
 
 // The painter's state (the noise seed) is taken by value and handed back: held in a local, it
@@ -62,16 +61,14 @@ Pixel PaintRing(PluginDataRec* data, const RingElement* ring, const L_Rect& scan
     const float xFactor = ring->ringXFactor;
     const float yFactor = ring->ringYFactor;
     const float dy = float(y) - ring->ringYPos;
-    const RingRowTerms terms{(dy * yFactor) * (yFactor * dy), ring->ringFlareColors};
+    const RingRowTerms terms{xFactor, (dy * yFactor) * (yFactor * dy), ring->ringFlareColors};
     float dx = (float(scan.left) - ring->ringXPos) * xFactor;
     uint8_t* run = PixelAt(data->flarePixelBuffer, scan.left, y, Pixel::kBytes);
-    float offsets[kRun];
     int32_t places[kRun];
     uint32_t distances[kRun];
     for (int32_t left = scan.left; left < scan.right; left += kRun, run += kRun * Pixel::kBytes) {
         const int32_t length = scan.right - left < kRun ? scan.right - left : kRun;
-        for (int32_t k = 0; k < length; ++k, dx = dx + xFactor) offsets[k] = dx;
-        const int32_t reached = RingDistances(offsets, length, terms, places, distances);
+        const int32_t reached = RingDistances(&dx, length, terms, places, distances);
         for (int32_t i = 0; i < reached; ++i)
             PaintAt(table, run + places[i] * Pixel::kBytes, distances[i], maxPixel, pixels);
     }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <random>
 #include <vector>
@@ -14,39 +15,42 @@ namespace {
 struct Distances {
     std::vector<int32_t> offsets;
     std::vector<uint32_t> distances;
+    float next;   // the offset left for the pixel after the run
 };
 
+// A run of `length` pixels whose offsets start at `first` and step by the terms' xStep.
 template <typename F>
-Distances Reach(F distancesOf, const std::vector<float>& dx, RingRowTerms terms) {
-    Distances out{std::vector<int32_t>(dx.size() + 1), std::vector<uint32_t>(dx.size() + 1)};
-    const int32_t reached = distancesOf(dx.data(), int32_t(dx.size()), terms, out.offsets.data(), out.distances.data());
+Distances Reach(F distancesOf, float first, int32_t length, RingRowTerms terms) {
+    Distances out{std::vector<int32_t>(size_t(length) + 1), std::vector<uint32_t>(size_t(length) + 1), first};
+    const int32_t reached = distancesOf(&out.next, length, terms, out.offsets.data(), out.distances.data());
     out.offsets.resize(size_t(reached));
     out.distances.resize(size_t(reached));
     return out;
 }
 
-void ExpectSame(const std::vector<float>& dx, RingRowTerms terms, const char* what) {
-    const Distances scalar = Reach(RingDistancesScalar, dx, terms);
-    const Distances packed = Reach(RingDistances, dx, terms);
-    EXPECT_EQ(packed.offsets, scalar.offsets) << what << ", " << dx.size() << " pixels";
-    EXPECT_EQ(packed.distances, scalar.distances) << what << ", " << dx.size() << " pixels";
-}
-
-// The painter's offsets along a row: the first one scaled, then one float sum per pixel.
-std::vector<float> Steps(float first, float step, int32_t length) {
-    std::vector<float> dx;
-    for (int32_t k = 0; k < length; ++k, first = first + step) dx.push_back(first);
-    return dx;
+void ExpectSame(float first, int32_t length, RingRowTerms terms, const char* what) {
+    const Distances scalar = Reach(RingDistancesScalar, first, length, terms);
+    const Distances packed = Reach(RingDistances, first, length, terms);
+    EXPECT_EQ(packed.offsets, scalar.offsets) << what << ", " << length << " pixels";
+    EXPECT_EQ(packed.distances, scalar.distances) << what << ", " << length << " pixels";
+    EXPECT_EQ(std::memcmp(&packed.next, &scalar.next, sizeof(float)), 0) << what << ", " << length << " pixels";
 }
 
 TEST(RingDistances, KnownDistancesAndTheTableEnd) {
-    // dx 0, 1, 2 and 3 table entries from the centre on the centre row of a 3-entry table: the
-    // first three are reached at whole entries (the half rounds), the last lies on the end.
-    const std::vector<float> dx{0.0f, 65536.0f, 131072.0f, 196608.0f, -65536.0f};
+    // Pixels 2, 1 and 0 entries left of the centre of a 2-entry table, then 1, 2 and 3 right of
+    // it, on the centre row: reached at whole entries (the half rounds) up to the table's end.
     for (const auto& distancesOf : {RingDistancesScalar, RingDistances}) {
-        const Distances d = Reach(distancesOf, dx, RingRowTerms{0.0f, 3});
-        EXPECT_EQ(d.offsets, (std::vector<int32_t>{0, 1, 2, 4}));
-        EXPECT_EQ(d.distances, (std::vector<uint32_t>{0u, 65536u, 131072u, 65536u}));
+        const Distances d = Reach(distancesOf, -131072.0f, 6, RingRowTerms{65536.0f, 0.0f, 2});
+        EXPECT_EQ(d.offsets, (std::vector<int32_t>{1, 2, 3}));
+        EXPECT_EQ(d.distances, (std::vector<uint32_t>{65536u, 0u, 65536u}));
+        EXPECT_EQ(d.next, 262144.0f);
+    }
+    // Off the centre row by 3/5 of an entry, the pixel 4/5 of an entry across lies one entry out.
+    for (const auto& distancesOf : {RingDistancesScalar, RingDistances}) {
+        const float dy = 0.6f * 65536.0f;
+        const Distances d = Reach(distancesOf, 0.8f * 65536.0f, 1, RingRowTerms{65536.0f, dy * dy, 2});
+        ASSERT_EQ(d.distances.size(), 1u);
+        EXPECT_NEAR(double(d.distances[0]), 65536.0, 1.0);
     }
 }
 
@@ -73,7 +77,7 @@ TEST(RingDistances, PackedMatchesScalarOverRowsAndRunLengths) {
     };
     for (const Case& c : cases)
         for (int32_t length : {0, 1, 2, 3, 4, 5, 7, 8, 9, 63, 255, 256})
-            ExpectSame(Steps(c.first, c.step, length), RingRowTerms{c.dySquared, c.colors}, c.what);
+            ExpectSame(c.first, length, RingRowTerms{c.step, c.dySquared, c.colors}, c.what);
 }
 
 TEST(RingDistances, PackedMatchesScalarOnRandomRings) {
@@ -85,7 +89,7 @@ TEST(RingDistances, PackedMatchesScalarOnRandomRings) {
         const float step = 200.0f + unit(random) * 65536.0f;
         const float dy = (unit(random) * 2.2f - 1.1f) * radius;
         const int32_t length = 1 + int32_t(unit(random) * 256.0f);
-        ExpectSame(Steps(-radius * 1.1f * unit(random), step, length), RingRowTerms{dy * dy, colors}, "random ring");
+        ExpectSame(-radius * 1.1f * unit(random), length, RingRowTerms{step, dy * dy, colors}, "random ring");
     }
 }
 
