@@ -31,8 +31,10 @@ struct Pixel32 {
     }
 };
 
-int32_t Blend(uint16_t c0, uint16_t c1, uint32_t factor0, uint32_t factor1) {
-    return int32_t((uint32_t(c0) * factor0 + uint32_t(c1) * factor1) >> 16);
+// c0 (65536 - factor1) + c1 factor1, >> 16, with one product: c0 65536 + (c1 - c0) factor1,
+// worked modulo 2^32. The blend itself lies in [0, 2^32), so the modular sum is the blend.
+int32_t Blend(uint16_t c0, uint16_t c1, uint32_t factor1) {
+    return int32_t(((uint32_t(c0) << 16) + (uint32_t(c1) - uint32_t(c0)) * factor1) >> 16);
 }
 
 // The table's colour at a 16.16 distance: two neighbouring entries blended.
@@ -41,9 +43,8 @@ void PaintAt(const FlareColor* table, uint8_t* pixel, uint32_t distance, int32_t
     const FlareColor& c0 = table[distance >> 16];
     const FlareColor& c1 = table[(distance >> 16) + 1];
     const uint32_t factor1 = distance & 0xFFFFu;
-    const uint32_t factor0 = 65536u - factor1;
-    pixels.Add(pixel, Blend(c0.red, c1.red, factor0, factor1), Blend(c0.green, c1.green, factor0, factor1),
-               Blend(c0.blue, c1.blue, factor0, factor1), maxPixel);
+    pixels.Add(pixel, Blend(c0.red, c1.red, factor1), Blend(c0.green, c1.green, factor1),
+               Blend(c0.blue, c1.blue, factor1), maxPixel);
 }
 
 // A row is worked through in runs of this many pixels: first the distances of the pixels the ring
