@@ -5,10 +5,18 @@
 
 #include "kit/rect.h"
 #include "painters.h"
+#include "pixel_runs.h"
 #include "pixels.h"
 #include "ring_distances.h"
 
 namespace {
+
+// A row is worked through in runs of this many pixels: first the distances of the pixels the ring
+// reaches, with no pixel touched (ring_distances.h), then those pixels painted in order (their
+// colours first, then the sums, where they lie side by side: pixel_runs.h). Each pass stays short
+// and simple enough for the processor to overlap many pixels' square roots and table reads;
+// every pixel gets the same sum as in one pass.
+constexpr int32_t kRun = 256;
 
 struct Pixel48 {
     static constexpr int32_t kBytes = 6;
@@ -16,6 +24,16 @@ struct Pixel48 {
     static int32_t Ceiling(double dissolve) { return RingCeiling48(dissolve); }
     void Begin(int32_t) {}
     void Add(uint8_t* pixel, int32_t r, int32_t g, int32_t b, int32_t maxPixel) { SumPixel48(pixel, r, g, b, maxPixel); }
+    // A run's colours as pixel_runs.h takes them: the colour numbers themselves.
+    static constexpr int32_t kAddends = 3;
+    void Addends(uint16_t* addends, int32_t r, int32_t g, int32_t b) {
+        addends[0] = uint16_t(r);
+        addends[1] = uint16_t(g);
+        addends[2] = uint16_t(b);
+    }
+    static void AddRun(uint8_t* pixels, const uint16_t* addends, int32_t count, int32_t maxPixel) {
+        AddRun48(pixels, addends, count * kAddends, maxPixel);
+    }
 };
 
 struct Pixel32 {
@@ -29,6 +47,20 @@ struct Pixel32 {
         seed = NextSeedTwice(seed);
         AddDithered32(pixel, seed, r, g, b, maxPixel);
     }
+    // A run's colours as pixel_runs.h takes them: each pixel's dithered steps, with the seed
+    // advanced as Add advances it.
+    static constexpr int32_t kAddends = 4;
+    void Addends(uint16_t* addends, int32_t r, int32_t g, int32_t b) {
+        seed = NextSeedTwice(seed);
+        const int32_t noise = int32_t(seed >> 26);
+        addends[0] = 0;
+        addends[1] = uint16_t((r + noise) >> 6);
+        addends[2] = uint16_t((g + noise) >> 6);
+        addends[3] = uint16_t((b + noise) >> 6);
+    }
+    static void AddRun(uint8_t* pixels, const uint16_t* addends, int32_t count, int32_t maxPixel) {
+        AddRun32(pixels, addends, count, maxPixel);
+    }
 };
 
 // c0 (65536 - factor1) + c1 factor1, >> 16, with one product: c0 65536 + (c1 - c0) factor1,
@@ -37,21 +69,38 @@ int32_t Blend(uint16_t c0, uint16_t c1, uint32_t factor1) {
     return int32_t(((uint32_t(c0) << 16) + (uint32_t(c1) - uint32_t(c0)) * factor1) >> 16);
 }
 
-// The table's colour at a 16.16 distance: two neighbouring entries blended.
-template <typename Pixel>
-void PaintAt(const FlareColor* table, uint8_t* pixel, uint32_t distance, int32_t maxPixel, Pixel& pixels) {
+// The table's colour at a 16.16 distance: two neighbouring entries blended, handed to `use` as
+// its red, green and blue numbers (each in 0..65535).
+template <typename Use>
+void ColourAt(const FlareColor* table, uint32_t distance, Use use) {
     const FlareColor& c0 = table[distance >> 16];
     const FlareColor& c1 = table[(distance >> 16) + 1];
     const uint32_t factor1 = distance & 0xFFFFu;
-    pixels.Add(pixel, Blend(c0.red, c1.red, factor1), Blend(c0.green, c1.green, factor1),
-               Blend(c0.blue, c1.blue, factor1), maxPixel);
+    use(Blend(c0.red, c1.red, factor1), Blend(c0.green, c1.green, factor1), Blend(c0.blue, c1.blue, factor1));
 }
 
-// A row is worked through in runs of this many pixels: first the distances of the pixels the ring
-// reaches, with no pixel touched (ring_distances.h), then those pixels painted in order. Each pass
-// stays short and simple enough for the processor to overlap many pixels' square roots and table
-// reads; every pixel gets the same sum as in one pass.
-constexpr int32_t kRun = 256;
+// The reached pixels of a run painted in order. When they lie side by side (as they do wherever
+// the offsets step one way: the squared distance then falls and rises once along the run, so the
+// pixels inside the table form one stretch) the colours are worked out first and added as a run;
+// otherwise pixel by pixel. The noise seed advances in the same order either way.
+template <typename Pixel>
+void PaintReached(const FlareColor* table, uint8_t* run, const int32_t* places, const uint32_t* distances,
+                  int32_t reached, int32_t maxPixel, Pixel& pixels) {
+    if (reached == 0) return;
+    if (places[reached - 1] - places[0] != reached - 1) {
+        for (int32_t i = 0; i < reached; ++i) {
+            uint8_t* pixel = run + places[i] * Pixel::kBytes;
+            ColourAt(table, distances[i], [&](int32_t r, int32_t g, int32_t b) { pixels.Add(pixel, r, g, b, maxPixel); });
+        }
+        return;
+    }
+    uint16_t addends[kRun * Pixel::kAddends];
+    for (int32_t i = 0; i < reached; ++i)
+        ColourAt(table, distances[i],
+                 [&](int32_t r, int32_t g, int32_t b) { pixels.Addends(addends + i * Pixel::kAddends, r, g, b); });
+    Pixel::AddRun(run + places[0] * Pixel::kBytes, addends, reached, maxPixel);
+}
+
 
 // The painter's state (the noise seed) is taken by value and handed back: held in a local, it
 // stays in a register, where through a reference every byte written to a pixel could change it.
@@ -70,8 +119,7 @@ Pixel PaintRing(PluginDataRec* data, const RingElement* ring, const L_Rect& scan
     for (int32_t left = scan.left; left < scan.right; left += kRun, run += kRun * Pixel::kBytes) {
         const int32_t length = scan.right - left < kRun ? scan.right - left : kRun;
         const int32_t reached = RingDistances(&dx, length, terms, places, distances);
-        for (int32_t i = 0; i < reached; ++i)
-            PaintAt(table, run + places[i] * Pixel::kBytes, distances[i], maxPixel, pixels);
+        PaintReached(table, run, places, distances, reached, maxPixel, pixels);
     }
     return pixels;
 }
