@@ -2,6 +2,7 @@
 #include "ring_distances.h"
 
 #include <cmath>
+#include <cstring>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -11,22 +12,51 @@ namespace {
 
 double TableEnd(int32_t colors) { return double(colors) * 65536.0; }
 
+// Adds pixel k, reached or not, to the answer.
+inline void Note(RingReach* reach, int32_t k, bool inside) {
+    if (!inside) return;
+    if (reach->count++ == 0) reach->first = k;
+    reach->last = k;
+}
+
 #if defined(__SSE2__)
 // Tables up to this size keep every distance that is reached below 2^31, where the packed
 // conversion to a 32-bit integer truncates as the scalar one does.
 constexpr int32_t kPackedColors = 32767;
 
+// For a mask of four pixels: how many are set, the lowest and the highest, and the flags as four
+// bytes (lowest pixel first in memory).
+struct MaskFacts {
+    int32_t count[16], lowest[16], highest[16];
+    uint8_t flags[16][4];
+    MaskFacts() {
+        for (int32_t mask = 0; mask < 16; ++mask) {
+            count[mask] = 0;
+            lowest[mask] = highest[mask] = -1;
+            for (int32_t j = 0; j < 4; ++j) {
+                const bool set = ((mask >> j) & 1) != 0;
+                flags[mask][j] = set ? 1 : 0;
+                if (!set) continue;
+                ++count[mask];
+                if (lowest[mask] < 0) lowest[mask] = j;
+                highest[mask] = j;
+            }
+        }
+    }
+};
+const MaskFacts kMaskFacts;
+
 // Four pixels at a time: their offsets stepped one after another (in the same loop, so that the
 // processor overlaps the chain of sums with the roots of earlier pixels), their float squares and
 // sums as four floats, the two halves widened to double, rooted and compared; a mask bit per
 // reached pixel.
-int32_t PackedDistances(float* dx, int32_t length, RingRowTerms terms, int32_t* offsets, uint32_t* distances) {
+RingReach PackedDistances(float* dx, int32_t length, RingRowTerms terms, uint32_t* distances, uint8_t* reached) {
     const double tableEnd = TableEnd(terms.colors);
     const __m128 dySquared = _mm_set1_ps(terms.dySquared);
     const __m128d endSquared = _mm_set1_pd(tableEnd * tableEnd);
     const __m128d end = _mm_set1_pd(tableEnd);
     const __m128d half = _mm_set1_pd(0.5);
-    int32_t reached = 0;
+    RingReach reach{0, 0, 0};
     int32_t k = 0;
     float x = *dx;
     for (; k + 4 <= length; k += 4) {
@@ -41,57 +71,62 @@ int32_t PackedDistances(float* dx, int32_t length, RingRowTerms terms, int32_t* 
         const __m128d high = _mm_cvtps_pd(_mm_movehl_ps(squared, squared));
         const int mask = _mm_movemask_pd(_mm_cmplt_pd(low, endSquared)) |
                          _mm_movemask_pd(_mm_cmplt_pd(high, endSquared)) << 2;
-        if (mask == 0) continue;
-        const __m128d lowRoot = _mm_add_pd(_mm_sqrt_pd(low), half);
-        const __m128d highRoot = _mm_add_pd(_mm_sqrt_pd(high), half);
-        const int inside = mask & (_mm_movemask_pd(_mm_cmplt_pd(lowRoot, end)) |
-                                   _mm_movemask_pd(_mm_cmplt_pd(highRoot, end)) << 2);
-        alignas(16) uint32_t roots[4];
-        _mm_store_si128(reinterpret_cast<__m128i*>(roots),
-                        _mm_unpacklo_epi64(_mm_cvttpd_epi32(lowRoot), _mm_cvttpd_epi32(highRoot)));
-        for (int32_t j = 0; j < 4; ++j) {
-            offsets[reached] = k + j;
-            distances[reached] = roots[j];
-            reached += (inside >> j) & 1;
+        int inside = 0;
+        if (mask != 0) {
+            const __m128d lowRoot = _mm_add_pd(_mm_sqrt_pd(low), half);
+            const __m128d highRoot = _mm_add_pd(_mm_sqrt_pd(high), half);
+            inside = mask & (_mm_movemask_pd(_mm_cmplt_pd(lowRoot, end)) |
+                             _mm_movemask_pd(_mm_cmplt_pd(highRoot, end)) << 2);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(distances + k),
+                             _mm_unpacklo_epi64(_mm_cvttpd_epi32(lowRoot), _mm_cvttpd_epi32(highRoot)));
         }
+        std::memcpy(reached + k, kMaskFacts.flags[inside], 4);
+        if (inside == 0) continue;
+        if (reach.count == 0) reach.first = k + kMaskFacts.lowest[inside];
+        reach.last = k + kMaskFacts.highest[inside];
+        reach.count += kMaskFacts.count[inside];
     }
     *dx = x;
     if (k < length) {
-        const int32_t rest = RingDistancesScalar(dx, length - k, terms, offsets + reached, distances + reached);
-        for (int32_t i = reached; i < reached + rest; ++i) offsets[i] += k;
-        reached += rest;
+        const RingReach rest = RingDistancesScalar(dx, length - k, terms, distances + k, reached + k);
+        if (rest.count > 0) {
+            if (reach.count == 0) reach.first = k + rest.first;
+            reach.last = k + rest.last;
+            reach.count += rest.count;
+        }
     }
-    return reached;
+    return reach;
 }
 #endif
 
 }  // namespace
 
-int32_t RingDistancesScalar(float* dx, int32_t length, RingRowTerms terms, int32_t* offsets, uint32_t* distances) {
+RingReach RingDistancesScalar(float* dx, int32_t length, RingRowTerms terms, uint32_t* distances, uint8_t* reached) {
     // Distances at or past the table's end paint nothing; testing the root against that bound
     // before converting it also keeps any distance from overflowing the integer. A squared
     // distance at or past the bound squared has a root at or past it too (the square root is
     // correctly rounded and the bound exact), so most pixels outside the ring skip the root.
     const double tableEnd = TableEnd(terms.colors);
     const double tableEndSquared = tableEnd * tableEnd;
-    int32_t reached = 0;
+    RingReach reach{0, 0, 0};
     float x = *dx;
     for (int32_t k = 0; k < length; ++k, x = x + terms.xStep) {
         const double squared = double(x * x + terms.dySquared);
+        reached[k] = 0;
         if (!(squared < tableEndSquared)) continue;
         const double root = std::sqrt(squared) + 0.5;
         const bool inside = root < tableEnd;
-        offsets[reached] = k;
-        distances[reached] = inside ? uint32_t(root) : 0u;
-        reached += inside ? 1 : 0;
+        distances[k] = inside ? uint32_t(root) : 0u;
+        reached[k] = inside ? 1 : 0;
+        Note(&reach, k, inside);
     }
     *dx = x;
-    return reached;
+    return reach;
 }
 
-int32_t RingDistances(float* dx, int32_t length, RingRowTerms terms, int32_t* offsets, uint32_t* distances) {
+RingReach RingDistances(float* dx, int32_t length, RingRowTerms terms, uint32_t* distances, uint8_t* reached) {
 #if defined(__SSE2__)
-    if (terms.colors <= kPackedColors) return PackedDistances(dx, length, terms, offsets, distances);
+    if (terms.colors <= kPackedColors) return PackedDistances(dx, length, terms, distances, reached);
 #endif
-    return RingDistancesScalar(dx, length, terms, offsets, distances);
+    return RingDistancesScalar(dx, length, terms, distances, reached);
 }

@@ -80,27 +80,27 @@ void ColourAt(const FlareColor* table, uint32_t distance, Use use) {
 }
 
 // The reached pixels of a run painted in order. When they lie side by side (as they do wherever
-// the offsets step one way: the squared distance then falls and rises once along the run, so the
-// pixels inside the table form one stretch) the colours are worked out first and added as a run;
-// otherwise pixel by pixel. The noise seed advances in the same order either way.
+// the offsets step one way) the colours are worked out first and added as a run; otherwise pixel
+// by pixel. The noise seed advances in the same order either way.
 template <typename Pixel>
-void PaintReached(const FlareColor* table, uint8_t* run, const int32_t* places, const uint32_t* distances,
-                  int32_t reached, int32_t maxPixel, Pixel& pixels) {
-    if (reached == 0) return;
-    if (places[reached - 1] - places[0] != reached - 1) {
-        for (int32_t i = 0; i < reached; ++i) {
-            uint8_t* pixel = run + places[i] * Pixel::kBytes;
-            ColourAt(table, distances[i], [&](int32_t r, int32_t g, int32_t b) { pixels.Add(pixel, r, g, b, maxPixel); });
+void PaintReached(const FlareColor* table, uint8_t* run, const uint32_t* distances, const uint8_t* reached,
+                  int32_t length, RingReach reach, int32_t maxPixel, Pixel& pixels) {
+    if (reach.count == 0) return;
+    if (reach.last - reach.first + 1 != reach.count) {
+        for (int32_t k = 0; k < length; ++k) {
+            if (reached[k] == 0) continue;
+            uint8_t* pixel = run + k * Pixel::kBytes;
+            ColourAt(table, distances[k], [&](int32_t r, int32_t g, int32_t b) { pixels.Add(pixel, r, g, b, maxPixel); });
         }
         return;
     }
     uint16_t addends[kRun * Pixel::kAddends];
-    for (int32_t i = 0; i < reached; ++i)
-        ColourAt(table, distances[i],
+    const uint32_t* stretch = distances + reach.first;
+    for (int32_t i = 0; i < reach.count; ++i)
+        ColourAt(table, stretch[i],
                  [&](int32_t r, int32_t g, int32_t b) { pixels.Addends(addends + i * Pixel::kAddends, r, g, b); });
-    Pixel::AddRun(run + places[0] * Pixel::kBytes, addends, reached, maxPixel);
+    Pixel::AddRun(run + reach.first * Pixel::kBytes, addends, reach.count, maxPixel);
 }
-
 
 // The painter's state (the noise seed) is taken by value and handed back: held in a local, it
 // stays in a register, where through a reference every byte written to a pixel could change it.
@@ -114,12 +114,12 @@ Pixel PaintRing(PluginDataRec* data, const RingElement* ring, const L_Rect& scan
     const RingRowTerms terms{xFactor, (dy * yFactor) * (yFactor * dy), ring->ringFlareColors};
     float dx = (float(scan.left) - ring->ringXPos) * xFactor;
     uint8_t* run = PixelAt(data->flarePixelBuffer, scan.left, y, Pixel::kBytes);
-    int32_t places[kRun];
     uint32_t distances[kRun];
+    uint8_t reached[kRun];
     for (int32_t left = scan.left; left < scan.right; left += kRun, run += kRun * Pixel::kBytes) {
         const int32_t length = scan.right - left < kRun ? scan.right - left : kRun;
-        const int32_t reached = RingDistances(&dx, length, terms, places, distances);
-        PaintReached(table, run, places, distances, reached, maxPixel, pixels);
+        const RingReach reach = RingDistances(&dx, length, terms, distances, reached);
+        PaintReached(table, run, distances, reached, length, reach, maxPixel, pixels);
     }
     return pixels;
 }

@@ -12,28 +12,46 @@
 
 namespace {
 
+// What a run's distances answer: the reached pixels' places and distances in order, the count,
+// first and last, and the offset left for the pixel after the run.
 struct Distances {
-    std::vector<int32_t> offsets;
+    std::vector<int32_t> places;
     std::vector<uint32_t> distances;
-    float next;   // the offset left for the pixel after the run
+    RingReach reach;
+    float next;
 };
 
 // A run of `length` pixels whose offsets start at `first` and step by the terms' xStep.
 template <typename F>
 Distances Reach(F distancesOf, float first, int32_t length, RingRowTerms terms) {
-    Distances out{std::vector<int32_t>(size_t(length) + 1), std::vector<uint32_t>(size_t(length) + 1), first};
-    const int32_t reached = distancesOf(&out.next, length, terms, out.offsets.data(), out.distances.data());
-    out.offsets.resize(size_t(reached));
-    out.distances.resize(size_t(reached));
+    std::vector<uint32_t> all(size_t(length) + 1);
+    std::vector<uint8_t> reached(size_t(length) + 1, 7);
+    Distances out{{}, {}, {}, first};
+    out.reach = distancesOf(&out.next, length, terms, all.data(), reached.data());
+    for (int32_t k = 0; k < length; ++k) {
+        EXPECT_LE(reached[size_t(k)], 1) << "flag of pixel " << k;
+        if (reached[size_t(k)] == 0) continue;
+        out.places.push_back(k);
+        out.distances.push_back(all[size_t(k)]);
+    }
+    EXPECT_EQ(reached[size_t(length)], 7) << "written past the run";
+    EXPECT_EQ(out.reach.count, int32_t(out.places.size()));
+    if (!out.places.empty()) {
+        EXPECT_EQ(out.reach.first, out.places.front());
+        EXPECT_EQ(out.reach.last, out.places.back());
+    }
     return out;
 }
 
 void ExpectSame(float first, int32_t length, RingRowTerms terms, const char* what) {
     const Distances scalar = Reach(RingDistancesScalar, first, length, terms);
     const Distances packed = Reach(RingDistances, first, length, terms);
-    EXPECT_EQ(packed.offsets, scalar.offsets) << what << ", " << length << " pixels";
+    EXPECT_EQ(packed.places, scalar.places) << what << ", " << length << " pixels";
     EXPECT_EQ(packed.distances, scalar.distances) << what << ", " << length << " pixels";
     EXPECT_EQ(std::memcmp(&packed.next, &scalar.next, sizeof(float)), 0) << what << ", " << length << " pixels";
+    // Offsets that step one way reach one stretch (the painter's quick path relies on it).
+    if (scalar.reach.count > 0)
+        EXPECT_EQ(scalar.reach.last - scalar.reach.first + 1, scalar.reach.count) << what << ", " << length << " pixels";
 }
 
 TEST(RingDistances, KnownDistancesAndTheTableEnd) {
@@ -41,7 +59,7 @@ TEST(RingDistances, KnownDistancesAndTheTableEnd) {
     // it, on the centre row: reached at whole entries (the half rounds) up to the table's end.
     for (const auto& distancesOf : {RingDistancesScalar, RingDistances}) {
         const Distances d = Reach(distancesOf, -131072.0f, 6, RingRowTerms{65536.0f, 0.0f, 2});
-        EXPECT_EQ(d.offsets, (std::vector<int32_t>{1, 2, 3}));
+        EXPECT_EQ(d.places, (std::vector<int32_t>{1, 2, 3}));
         EXPECT_EQ(d.distances, (std::vector<uint32_t>{65536u, 0u, 65536u}));
         EXPECT_EQ(d.next, 262144.0f);
     }
