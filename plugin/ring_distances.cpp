@@ -46,10 +46,40 @@ struct MaskFacts {
 };
 const MaskFacts kMaskFacts;
 
-// Four pixels at a time: their offsets stepped one after another (in the same loop, so that the
-// processor overlaps the chain of sums with the roots of earlier pixels), their float squares and
-// sums as four floats, the two halves widened to double, rooted and compared; a mask bit per
-// reached pixel.
+// The largest power of two that a finite float is a whole multiple of (0 for zero).
+double Grain(float f) {
+    uint32_t bits;
+    std::memcpy(&bits, &f, sizeof(bits));
+    const int32_t exponent = int32_t((bits >> 23) & 0xFFu);
+    uint32_t mantissa = bits & 0x7FFFFFu;
+    if (exponent != 0) mantissa |= 0x800000u;
+    if (mantissa == 0) return 0.0;
+    int32_t zeros = 0;
+    while ((mantissa & 1u) == 0) {
+        mantissa >>= 1;
+        ++zeros;
+    }
+    return std::ldexp(1.0, (exponent != 0 ? exponent - 150 : -149) + zeros);
+}
+
+// Whether every float sum x + step, x + step + step, ... up to `length` steps is exact, so that
+// the k-th offset is x + k step and four lanes may each step by 4 step. It is when x and step
+// are whole multiples of a power of two g and every x + k step lies within 2^24 g: each is then
+// a float, so each rounded sum is the sum itself. The far end is checked in double, where
+// length times step is exact and the one rounded sum keeps its order against 2^24 g.
+bool StepsAreExact(float x, float step, int32_t length) {
+    if (!std::isfinite(x) || !std::isfinite(step)) return false;
+    const double gx = Grain(x), gs = Grain(step);
+    const double g = gx == 0.0 ? gs : gs == 0.0 ? gx : gx < gs ? gx : gs;
+    if (g == 0.0) return false;
+    const double limit = g * 16777216.0;
+    return std::fabs(double(x)) <= limit && std::fabs(double(x) + double(length) * double(step)) <= limit;
+}
+
+// Four pixels at a time: their offsets stepped (one after another, in the same loop, so that the
+// processor overlaps the chain of sums with the roots of earlier pixels; or four lanes at once
+// where every sum is exact), their float squares and sums as four floats, the two halves widened
+// to double, rooted and compared; a mask bit per reached pixel.
 RingReach PackedDistances(float* dx, int32_t length, RingRowTerms terms, uint32_t* distances, uint8_t* reached) {
     const double tableEnd = TableEnd(terms.colors);
     const __m128 dySquared = _mm_set1_ps(terms.dySquared);
@@ -59,13 +89,24 @@ RingReach PackedDistances(float* dx, int32_t length, RingRowTerms terms, uint32_
     RingReach reach{0, 0, 0};
     int32_t k = 0;
     float x = *dx;
+    const bool exact = StepsAreExact(x, terms.xStep, length);
+    const float x1 = x + terms.xStep, x2 = x1 + terms.xStep, x3 = x2 + terms.xStep;
+    __m128 lanes = _mm_setr_ps(x, x1, x2, x3);
+    const __m128 fourSteps = _mm_set1_ps(terms.xStep * 4.0f);
     for (; k + 4 <= length; k += 4) {
-        const float x0 = x;
-        const float x1 = x0 + terms.xStep;
-        const float x2 = x1 + terms.xStep;
-        const float x3 = x2 + terms.xStep;
-        x = x3 + terms.xStep;
-        const __m128 d = _mm_setr_ps(x0, x1, x2, x3);
+        __m128 d;
+        if (exact) {
+            d = lanes;
+            lanes = _mm_add_ps(lanes, fourSteps);
+            x = _mm_cvtss_f32(lanes);
+        } else {
+            const float x0 = x;
+            const float y1 = x0 + terms.xStep;
+            const float y2 = y1 + terms.xStep;
+            const float y3 = y2 + terms.xStep;
+            x = y3 + terms.xStep;
+            d = _mm_setr_ps(x0, y1, y2, y3);
+        }
         const __m128 squared = _mm_add_ps(_mm_mul_ps(d, d), dySquared);
         const __m128d low = _mm_cvtps_pd(squared);
         const __m128d high = _mm_cvtps_pd(_mm_movehl_ps(squared, squared));

@@ -88,6 +88,15 @@ TEST(RingDistances, PackedMatchesScalarOverRowsAndRunLengths) {
         {"largest packed table", -2.147e9f, 1.7e7f, 0.0f, 32767},
         {"table past the packed size", -2.2e9f, 1.7e7f, 0.0f, 32768},
         {"huge table", -2.0e9f, 1.5e7f, 1.0e18f, 300000000},
+        // Whole steps from offsets with a coarse grain: the lanes step at once while every sum
+        // is exact, and one at a time from where the far end would pass 2^24 grains.
+        {"whole steps, exact in lanes", -16777214.0f, 65536.0f, 0.0f, 300},
+        {"whole steps past 2^24 grains", 27000830.0f, 65536.0f, 0.0f, 1000},
+        {"whole steps ending at 2^24 grains", 33554432.0f - 255.0f * 65536.0f, 65536.0f, 0.0f, 1000},
+        {"fine step beside a coarse offset", 65536.0f * 3.0f, 0.375f, 1.0e6f, 12},
+        {"zero offset", 0.0f, 65536.0f, 0.0f, 300},
+        {"zero step", -65536.0f, 0.0f, 0.0f, 12},
+        {"negative step", 1.0e6f, -4096.0f, 0.0f, 40},
         {"not-a-number row", -1000.0f, 10.0f, nan, 12},
         {"infinite row", -1000.0f, 10.0f, inf, 12},
         {"not-a-number offsets", nan, 1.0f, 0.0f, 12},
@@ -108,6 +117,11 @@ TEST(RingDistances, PackedMatchesScalarOnRandomRings) {
         const float dy = (unit(random) * 2.2f - 1.1f) * radius;
         const int32_t length = 1 + int32_t(unit(random) * 256.0f);
         ExpectSame(-radius * 1.1f * unit(random), length, RingRowTerms{step, dy * dy, colors}, "random ring");
+        // A circle at a pixel position with a few bits of fraction: a step of one entry per pixel.
+        const float centre = float(int32_t(unit(random) * 4000.0f)) + float(int32_t(unit(random) * 16.0f)) / 16.0f;
+        const float left = centre - float(colors) * 1.1f * unit(random);
+        ExpectSame((float(int32_t(left)) - centre) * 65536.0f, length, RingRowTerms{65536.0f, dy * dy, colors},
+                   "random circle");
     }
 }
 
