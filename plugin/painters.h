@@ -20,6 +20,8 @@ void PaintStreaks32(const ControlDataRec* theControl, PluginDataRec* theData, co
 constexpr float kQuickFalloffLow = 0x1p-9f;
 constexpr float kQuickFalloffHigh = 16.0f;
 float StreakFalloff48(float d);
+// Two of them at once (along and across a streak), each bit for bit StreakFalloff48's.
+void StreakFalloffPair48(float* a, float* b);
 // At least StreakFalloff48 at every d from which the painter may skip the streak at a pixel
 // (infinite where it never does).
 float StreakFalloffBound48(float d);

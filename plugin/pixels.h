@@ -33,14 +33,21 @@ inline uint32_t NextSeed(uint32_t seed) { return seed * 1103515245u + 12345u; }
 // go below zero (only a negative colour can do that) stays at zero.
 inline int32_t HeldChannel(int32_t v, int32_t maxPixel) { return v < 0 ? 0 : v < maxPixel ? v : maxPixel; }
 
+inline void AddChannel48(uint8_t* theChannel, int32_t num, int32_t maxPixel) {
+    uint16_t channel;
+    std::memcpy(&channel, theChannel, sizeof(channel));
+    channel = uint16_t(HeldChannel(int32_t(channel) + num, maxPixel));
+    std::memcpy(theChannel, &channel, sizeof(channel));
+}
+
 inline void SumPixel48(uint8_t* thePixel, int32_t rNum, int32_t gNum, int32_t bNum, int32_t maxPixel) {
     // Colour numbers stay within +-2^30 (the painters hold them there), so the sums fit 32 bits.
-    uint16_t channels[3];
-    std::memcpy(channels, thePixel, sizeof(channels));
-    channels[0] = uint16_t(HeldChannel(int32_t(channels[0]) + rNum, maxPixel));
-    channels[1] = uint16_t(HeldChannel(int32_t(channels[1]) + gNum, maxPixel));
-    channels[2] = uint16_t(HeldChannel(int32_t(channels[2]) + bNum, maxPixel));
-    std::memcpy(thePixel, channels, sizeof(channels));
+    // Each channel is read and written on its own: gathering them in a small array made the
+    // compiler store two of them and load them back as one word, which the processor cannot
+    // forward from the stores and waits for.
+    AddChannel48(thePixel, rNum, maxPixel);
+    AddChannel48(thePixel + 2, gNum, maxPixel);
+    AddChannel48(thePixel + 4, bNum, maxPixel);
 }
 
 // Adds colours in 1/64 units to a 32-bit pixel: one noise value 0..63 from the advanced seed

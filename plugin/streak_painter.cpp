@@ -18,6 +18,10 @@
 #include <cstring>
 #include <type_traits>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "kit/rect.h"
 #include "painters.h"
 #include "pixels.h"
@@ -83,6 +87,53 @@ inline float Falloff48Fast(float d) {
     return d >= kQuickFalloffLow && d < kQuickFalloffHigh ? QuickFalloff48(d) : Falloff48(d);
 }
 
+inline bool InQuickRange(float d) { return d >= kQuickFalloffLow && d < kQuickFalloffHigh; }
+
+// The double's float rounding lies too near a midpoint to be trusted (see QuickFalloff48).
+inline bool NearMidpoint(double y) {
+    uint64_t bits;
+    std::memcpy(&bits, &y, sizeof(bits));
+    return (bits & kBelowFloat) - (kMidpoint - kMidpointMargin) < 2 * kMidpointMargin;
+}
+
+// Two falloffs at once, along and across a streak: QuickFalloff48's very operations on a pair of
+// doubles (the packed square root, products and sums round as the single ones do), with the
+// table read and the midpoint test lane by lane.
+#if defined(__SSE2__)
+void QuickFalloffPair48(float* a, float* b) {
+    const __m128d d = _mm_cvtps_pd(_mm_setr_ps(*a, *b, 0.0f, 0.0f));
+    const __m128d x = _mm_mul_pd(d, _mm_sqrt_pd(d));
+    const __m128i k = _mm_cvttpd_epi32(_mm_add_pd(_mm_mul_pd(x, _mm_set1_pd(kStepsPerUnit)), _mm_set1_pd(0.5)));
+    const __m128d kd = _mm_cvtepi32_pd(k);
+    const __m128d q = _mm_add_pd(_mm_sub_pd(_mm_mul_pd(kd, _mm_set1_pd(kStepHigh)), x),
+                                 _mm_mul_pd(kd, _mm_set1_pd(kStepLow)));
+    __m128d series = _mm_add_pd(_mm_set1_pd(1.0 / 24.0), _mm_mul_pd(q, _mm_set1_pd(1.0 / 120.0)));
+    series = _mm_add_pd(_mm_set1_pd(1.0 / 6.0), _mm_mul_pd(q, series));
+    series = _mm_add_pd(_mm_set1_pd(0.5), _mm_mul_pd(q, series));
+    series = _mm_add_pd(_mm_set1_pd(1.0), _mm_mul_pd(q, series));
+    series = _mm_add_pd(_mm_set1_pd(1.0), _mm_mul_pd(q, series));
+    // 1023 - (k >> 6) is positive here (k is at most 64 * 64 / ln 2), so widening it with zeros
+    // gives the exponent field the scalar form shifts into place.
+    const __m128i exponent = _mm_sub_epi32(_mm_set1_epi32(1023), _mm_srai_epi32(k, 6));
+    const __m128d scale = _mm_castsi128_pd(_mm_slli_epi64(_mm_unpacklo_epi32(exponent, _mm_setzero_si128()), 52));
+    const int32_t k0 = _mm_cvtsi128_si32(k), k1 = _mm_cvtsi128_si32(_mm_srli_si128(k, 4));
+    const __m128d power = _mm_setr_pd(kSixtyFourths.power[k0 & 63], kSixtyFourths.power[k1 & 63]);
+    const __m128d y = _mm_mul_pd(_mm_mul_pd(power, series), scale);
+    alignas(16) double ys[2];
+    _mm_store_pd(ys, y);
+    *a = NearMidpoint(ys[0]) ? Falloff48(*a) : float(ys[0]);
+    *b = NearMidpoint(ys[1]) ? Falloff48(*b) : float(ys[1]);
+}
+#endif
+
+inline void Falloff48Pair(float* a, float* b) {
+#if defined(__SSE2__)
+    if (InQuickRange(*a) && InQuickRange(*b)) return QuickFalloffPair48(a, b);
+#endif
+    *a = Falloff48Fast(*a);
+    *b = Falloff48Fast(*b);
+}
+
 // Bounds from above for the 48-bit falloff, one per 1/256 of d: on [k/256, (k+1)/256) it is at
 // most its value at k/256, since it falls as d grows (the tests check every float of [1/256, 4)).
 // Below 1/256, from 4 on and for NaN the bound is infinite.
@@ -128,8 +179,7 @@ struct Streak48 {
     }
     bool bounded;   // whether Outshone may skip streaks
     bool Falloff(const LookupElement*, float* along, float* across) const {
-        *along = Falloff48Fast(*along);
-        *across = Falloff48Fast(*across);
+        Falloff48Pair(along, across);
         return true;
     }
     // True when a streak at these distances cannot outshine `brightest`. With a positive, finite
@@ -422,6 +472,8 @@ void PaintStreaks(const ControlDataRec* control, PluginDataRec* data, const L_Re
 }  // namespace
 
 float StreakFalloff48(float d) { return Falloff48Fast(d); }
+
+void StreakFalloffPair48(float* a, float* b) { Falloff48Pair(a, b); }
 
 float StreakFalloffBound48(float d) { return FalloffBound(d); }
 

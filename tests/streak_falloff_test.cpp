@@ -38,12 +38,17 @@ struct Faults {
     }
 };
 
-void Compare(uint32_t from, uint32_t to, Faults* differs, Faults* above) {
+// The pair form takes every float of [from, to) in each lane, beside its mirror in the range.
+void Compare(uint32_t from, uint32_t to, Faults* differs, Faults* above, Faults* pairDiffers) {
     for (uint32_t bits = from; bits < to; ++bits) {
         const float d = FromBits(bits);
         const float library = LibraryFalloff(d);
         if (Bits(StreakFalloff48(d)) != Bits(library)) differs->Add(bits);
         if (!(library <= StreakFalloffBound48(d))) above->Add(bits);
+        const float mirror = FromBits(to - 1 - (bits - from));
+        float a = d, b = mirror;
+        StreakFalloffPair48(&a, &b);
+        if (Bits(a) != Bits(library) || Bits(b) != Bits(LibraryFalloff(mirror))) pairDiffers->Add(bits);
     }
 }
 
@@ -55,12 +60,13 @@ TEST(StreakFalloff, EqualsTheLibraryAndStaysUnderItsBoundsForEveryFloatOfTheQuic
     const uint32_t from = Bits(kQuickFalloffLow), to = Bits(kQuickFalloffHigh);
     ASSERT_LT(from, to);
     const uint32_t middle = from + (to - from) / 2;
-    Faults differs[2], above[2];
-    std::thread lower([&] { Compare(from, middle, &differs[0], &above[0]); });
-    Compare(middle, to, &differs[1], &above[1]);
+    Faults differs[2], above[2], pairDiffers[2];
+    std::thread lower([&] { Compare(from, middle, &differs[0], &above[0], &pairDiffers[0]); });
+    Compare(middle, to, &differs[1], &above[1], &pairDiffers[1]);
     lower.join();
     for (int half = 0; half < 2; ++half) {
         EXPECT_EQ(differs[half].count, 0u) << "differs first at d = " << FromBits(differs[half].first);
+        EXPECT_EQ(pairDiffers[half].count, 0u) << "the pair differs first at d = " << FromBits(pairDiffers[half].first);
         EXPECT_EQ(above[half].count, 0u) << "above its bound first at d = " << FromBits(above[half].first);
     }
 }
@@ -80,6 +86,18 @@ TEST(StreakFalloff, EqualsTheLibraryAroundAndOutsideTheQuickRange) {
                            std::numeric_limits<float>::max(),
                            inf};
     for (float d : cases) EXPECT_EQ(Bits(StreakFalloff48(d)), Bits(LibraryFalloff(d))) << d;
+    // Pairs with one lane or both outside the quick range, beside one inside it.
+    for (float d : cases)
+        for (float inside : {kQuickFalloffLow, 1.0f, std::nextafter(kQuickFalloffHigh, 0.0f)}) {
+            float a = d, b = inside;
+            StreakFalloffPair48(&a, &b);
+            EXPECT_EQ(Bits(a), Bits(LibraryFalloff(d))) << d << " beside " << inside;
+            EXPECT_EQ(Bits(b), Bits(LibraryFalloff(inside))) << inside << " beside " << d;
+            a = inside, b = d;
+            StreakFalloffPair48(&a, &b);
+            EXPECT_EQ(Bits(a), Bits(LibraryFalloff(inside))) << inside << " beside " << d;
+            EXPECT_EQ(Bits(b), Bits(LibraryFalloff(d))) << d << " beside " << inside;
+        }
     const float nan = std::numeric_limits<float>::quiet_NaN();
     EXPECT_TRUE(std::isnan(StreakFalloff48(nan)));
     // Outside the range checked above, and for not a number, the painter never skips a streak.
