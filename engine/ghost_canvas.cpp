@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <cmath>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 #include "engine/pixel_cells.h"
 
 namespace vellux::engine {
@@ -32,34 +36,78 @@ Taps TapsAt(double u, int size, bool clamp) {
     return taps;
 }
 
+// A source row interpolated across at the destination's columns: kChannels values a column.
+template <int kChannels>
+void AcrossRow(const float* row, const std::vector<Taps>& columns, float* across) {
+    for (const Taps& c : columns) {
+        for (int k = 0; k < kChannels; ++k) *across++ = row[c.first + k] * c.w0 + row[c.second + k] * c.w1;
+    }
+}
+
+// The row of `scratch` holding source row `index` interpolated across, made when neither holds it
+// (in the slot that `keep`, the other row the destination row takes, is not in).
+template <int kChannels>
+const float* RowAcross(const float* src, size_t stride, int index, int keep, const std::vector<Taps>& columns,
+                       ResampleScratch& scratch) {
+    for (int slot = 0; slot < 2; ++slot)
+        if (scratch.index[slot] == index) return scratch.rows[slot].data();
+    const int slot = scratch.index[0] == keep ? 1 : 0;
+    scratch.rows[slot].resize(columns.size() * kChannels);
+    AcrossRow<kChannels>(src + size_t(index) * stride, columns, scratch.rows[slot].data());
+    scratch.index[slot] = index;
+    return scratch.rows[slot].data();
+}
+
+// out[i] += (top[i] w0 + bottom[i] w1) muls[i] for n values: four at a time where SSE2 is, whose
+// products and sums round each lane as the scalar ones do.
+void CombineDown(const float* top, const float* bottom, float w0, float w1, const float* muls, float* out, size_t n) {
+    size_t i = 0;
+#ifdef __SSE2__
+    const __m128 a = _mm_set1_ps(w0), b = _mm_set1_ps(w1);
+    for (; i + 4 <= n; i += 4) {
+        const __m128 down = _mm_add_ps(_mm_mul_ps(_mm_loadu_ps(top + i), a), _mm_mul_ps(_mm_loadu_ps(bottom + i), b));
+        _mm_storeu_ps(out + i, _mm_add_ps(_mm_loadu_ps(out + i), _mm_mul_ps(down, _mm_loadu_ps(muls + i))));
+    }
+#endif
+    for (; i < n; ++i) out[i] += (top[i] * w0 + bottom[i] * w1) * muls[i];
+}
+
 // Adds the source image (sw x sh pixels of kChannels: 3 RGB, or 1 for grey light) to the RGB
 // destination at every pixel of [x0, x1] x [y0, y1], bilinear between source pixel centres, times
-// `mul` per channel. `columns` holds a destination row's taps.
+// `mul` per channel. Each source row is interpolated across once and kept while destination rows
+// take it (the same sums as a pixel at a time, so the same values); down, the rows are combined
+// as whole rows.
 template <int kChannels>
 void Resample(const float* src, int sw, int sh, const Mapping& m, bool clamp, int x0, int x1, int y0, int y1,
-              const float mul[3], float* dst, int dw, std::vector<Taps>& columns) {
+              const float mul[3], float* dst, int dw, ResampleScratch& scratch) {
     if (x0 > x1 || y0 > y1) return;
-    columns.resize(size_t(x1 - x0 + 1));
+    std::vector<Taps>& columns = scratch.columns;
+    const size_t count = size_t(x1 - x0 + 1);
+    columns.resize(count);
     for (int x = x0; x <= x1; ++x) {
         Taps& taps = columns[size_t(x - x0)];
         taps = TapsAt(m.ax * (x + 0.5) + m.bx, sw, clamp);
         taps.first *= kChannels, taps.second *= kChannels;
     }
+    scratch.index[0] = scratch.index[1] = -1;
+    scratch.muls.resize(count * 3);
+    for (size_t i = 0; i < count * 3; ++i) scratch.muls[i] = mul[i % 3];
+    scratch.down.resize(count);
+    const float* muls = scratch.muls.data();
     const size_t stride = size_t(sw) * kChannels;
     for (int y = y0; y <= y1; ++y) {
         const Taps rows = TapsAt(m.ay * (y + 0.5) + m.by, sh, clamp);
         if (rows.w0 == 0.0f && rows.w1 == 0.0f) continue;
-        const float* a = src + size_t(rows.first) * stride;
-        const float* b = src + size_t(rows.second) * stride;
+        const float* top = RowAcross<kChannels>(src, stride, rows.first, rows.second, columns, scratch);
+        const float* bottom = RowAcross<kChannels>(src, stride, rows.second, rows.first, columns, scratch);
         float* out = dst + (size_t(y) * size_t(dw) + size_t(x0)) * 3;
-        for (const Taps& c : columns) {
-            for (int k = 0; k < 3; ++k) {
-                const int at = kChannels == 1 ? 0 : k;
-                const float top = a[c.first + at] * c.w0 + a[c.second + at] * c.w1;
-                const float bottom = b[c.first + at] * c.w0 + b[c.second + at] * c.w1;
-                out[k] += (top * rows.w0 + bottom * rows.w1) * mul[k];
-            }
-            out += 3;
+        if constexpr (kChannels == 3) {
+            CombineDown(top, bottom, rows.w0, rows.w1, muls, out, count * 3);
+        } else {
+            float* down = scratch.down.data();
+            for (size_t i = 0; i < count; ++i) down[i] = top[i] * rows.w0 + bottom[i] * rows.w1;
+            for (size_t i = 0; i < count; ++i)
+                for (int k = 0; k < 3; ++k) out[i * 3 + size_t(k)] += down[i] * mul[k];
         }
     }
 }
@@ -107,14 +155,14 @@ GhostImage FoldGhost(const lens::GhostFootprint* footprints, const std::array<fl
     image.pixel = std::max(right - left, top - bottom) / image.size;
     image.left = left, image.bottom = bottom;
     image.rgb.assign(size_t(image.size) * size_t(image.size) * 3, 0.0f);
-    std::vector<Taps> columns;
+    ResampleScratch scratch;
     for (size_t k = 0; k < count; ++k) {
         const lens::GhostFootprint& f = footprints[k];
         if (f.density.empty() || scales[k] == std::array<float, 3>{}) continue;
         const double ratio = image.pixel / f.pixel;
         const Mapping m{ratio, (image.left - f.left) / f.pixel - 0.5, ratio, (image.bottom - f.bottom) / f.pixel - 0.5};
         Resample<1>(f.density.data(), f.size, f.size, m, false, 0, image.size - 1, 0, image.size - 1, scales[k].data(),
-                 image.rgb.data(), image.size, columns);
+                 image.rgb.data(), image.size, scratch);
     }
     image.densest = *std::max_element(image.rgb.begin(), image.rgb.end());
     return image;
@@ -155,7 +203,7 @@ void GhostCanvas::Add(const GhostImage& ghost, const float scale[3], float* rgb)
     // The frame takes light (per mm^2 times its pixel's area); a coarse level keeps light per mm^2.
     const float unit = l == 0 ? float(frameMm_ * frameMm_) : 1.0f;
     const float mul[3] = {scale[0] * unit, scale[1] * unit, scale[2] * unit};
-    Resample<3>(ghost.rgb.data(), ghost.size, ghost.size, m, false, x0, x1, y0, y1, mul, out, width, columns_);
+    Resample<3>(ghost.rgb.data(), ghost.size, ghost.size, m, false, x0, x1, y0, y1, mul, out, width, scratch_);
     if (l > 0) levels_[size_t(l)].used = true;
 }
 
@@ -171,7 +219,7 @@ void GhostCanvas::Finish(float* rgb) {
         const float mul[3] = {unit, unit, unit};
         const Mapping half{0.5, -0.5, 0.5, -0.5};
         Resample<3>(level.rgb.data(), level.width, level.height, half, true, 0, width - 1, 0, height - 1, mul,
-                 toFrame ? rgb : levels_[size_t(l - 1)].rgb.data(), width, columns_);
+                 toFrame ? rgb : levels_[size_t(l - 1)].rgb.data(), width, scratch_);
         if (!toFrame) levels_[size_t(l - 1)].used = true;
     }
 }

@@ -37,6 +37,16 @@ struct ResampleTaps {
     float w0 = 0.0f, w1 = 0.0f;
 };
 
+// What resampling works in, kept by a canvas from ghost to ghost: the taps of the destination's
+// columns, two source rows interpolated across (and which rows they are), each column's channel
+// multipliers, and one row combined down.
+struct ResampleScratch {
+    std::vector<ResampleTaps> columns;
+    std::array<std::vector<float>, 2> rows;
+    std::array<int, 2> index{-1, -1};
+    std::vector<float> muls, down;
+};
+
 // Ghosts added to a frame of `frame` pixels of `frameMm` mm whose centre is the sensor's centre,
 // y down. The canvas keeps its coarse images between frames (allocated once for a frame size).
 class GhostCanvas {
@@ -59,7 +69,7 @@ private:
     FrameSize frame_{0, 0};
     double frameMm_ = 0.0;
     std::array<Level, kLevels> levels_;
-    std::vector<ResampleTaps> columns_;   // per column of the frame or level being resampled
+    ResampleScratch scratch_;
 };
 
 // A single ghost through a canvas of its own: Begin, Add, Finish.
