@@ -17,6 +17,8 @@
 #include "engine/flare.h"
 #include "engine/frame_bands.h"
 #include "engine/frame_render.h"
+#include "engine/scene.h"
+#include "engine/scene_render.h"
 #include "host/resource_services.h"
 
 namespace {
@@ -275,6 +277,45 @@ TEST_F(FrameThreadsTest, ACopyThatWillNotLoadLeavesTheFrameToTheOthersAndSaysSoO
     }());
     ASSERT_EQ(warnings.size(), 1u);
     EXPECT_NE(warnings[0].find("painted on 2 of the 4 threads"), std::string::npos) << warnings[0];
+    fs::remove_all(folder);
+}
+
+// A sequence's workers paint their frames on threads of their own: the keyed channels reach every
+// copy of the plug-in, and each frame is the one a single thread paints.
+TEST_F(FrameThreadsTest, SequencesGiveTheSameFramesOnAnyWorkersAndThreads) {
+    const fs::path folder = fs::temp_directory_path() / ("vellux-threads-scene-" + std::to_string(::getpid()));
+    fs::create_directories(folder);
+    Scene scene;
+    scene.firstFrame = 1;
+    scene.lastFrame = 3;
+    scene.width = 160;
+    scene.height = 300;   // 5 bands
+    scene.light[1] = LightKey{40.0, 60.0, {255, 255, 255}, 1.0, 0.0};
+    scene.light[3] = LightKey{120.0, 220.0, {255, 180, 120}, 1.5, 0.0};
+    scene.channels["Intensity"] = {{1, 0.2}, {3, 0.9}};
+    scene.channels["Star Rotation"] = {{1, 0.0}, {3, 40.0}};
+    WriteSceneFile(folder / "shot.json", scene);
+    const auto render = [&](const std::string& name, int32_t jobs, int32_t threads) {
+        RenderRequest request;
+        request.scene = folder / "shot.json";
+        request.output = folder / (name + ".#.tif");
+        request.plugin = VELLUX_PLUGIN_PATH;
+        request.settings.starFilter = 6;
+        request.jobs = jobs;
+        request.threads = threads;
+        RenderSceneSequence(request);
+    };
+    const auto pixels = [&](const std::string& file) {
+        OIIO::ImageBuf image((folder / file).string());
+        std::vector<uint16_t> values(size_t(image.spec().image_pixels()) * size_t(image.nchannels()));
+        EXPECT_TRUE(image.get_pixels(image.roi(), OIIO::TypeUInt16, values.data())) << file;
+        return values;
+    };
+    render("one", 1, 1);
+    render("many", 2, 3);
+    for (const char* frame : {"1", "2", "3"})
+        EXPECT_EQ(pixels(std::string("many.") + frame + ".tif"), pixels(std::string("one.") + frame + ".tif")) << frame;
+    EXPECT_NE(pixels("one.1.tif"), pixels("one.3.tif"));
     fs::remove_all(folder);
 }
 
