@@ -78,6 +78,7 @@ std::vector<BandPainter> Flare::Painters(int32_t height) {
     for (size_t i = 0; i < copies_.size() && painters.size() < size_t(threads); ++i) {
         copies_[i]->host().SetControlData(host_.controlData());
         copies_[i]->host().SetReportTicks(host_.reportTicks());
+        copies_[i]->host().SetFreeBytes(host_.freeBytes());
         painters.push_back({&copies_[i]->instance(), &copies_[i]->host()});
     }
     return painters;

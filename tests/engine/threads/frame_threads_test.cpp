@@ -77,6 +77,11 @@ protected:
         return setup;
     }
 
+    // The flare's host offers the plug-in 4 MiB rather than 64 for its working record: every
+    // band's SETF grows the record to what is offered, which unoptimised builds (the sanitizers')
+    // pay for byte by byte. The copies are offered the same.
+    static void OfferLittleMemory(Flare& flare) { flare.host().SetFreeBytes(4 << 20); }
+
     static PluginPixels Painted(Flare& flare, FrameSize size, const FlareLight& light, int16_t depth, int32_t bandRows) {
         PluginPixels pixels(size.width, size.height, depth);
         flare.Paint(pixels.View(), light, bandRows);
@@ -113,16 +118,17 @@ struct PictureCase {
 
 TEST_F(FrameThreadsTest, EveryThreadCountPaintsTheSamePixels) {
     const PictureCase cases[] = {
-        {"default, even, inside", false, {640, 520}, 0.3, 0.35, 0, 48},
-        {"default, odd, inside, bands of 1 row", false, {517, 515}, 0.6, 0.45, 1, 32},
-        {"default, odd, outside", false, {517, 515}, 1.15, -0.1, 0, 48},
-        {"heavy, even, inside", true, {640, 520}, 0.3, 0.35, 0, 48},
-        {"heavy, odd, inside, bands of 1 row", true, {517, 515}, 0.45, 0.6, 1, 48},
-        {"heavy, even, outside", true, {640, 520}, -0.2, 1.3, 7, 32},
+        {"default, even, inside", false, {160, 520}, 0.3, 0.35, 0, 48},
+        {"default, odd, inside, bands of 1 row", false, {121, 515}, 0.6, 0.45, 1, 32},
+        {"default, odd, outside", false, {121, 515}, 1.15, -0.1, 0, 48},
+        {"heavy, even, inside", true, {160, 520}, 0.3, 0.35, 0, 48},
+        {"heavy, odd, inside, bands of 1 row", true, {121, 515}, 0.45, 0.6, 1, 32},
+        {"heavy, even, outside", true, {160, 520}, -0.2, 1.3, 7, 32},
     };
     for (const PictureCase& c : cases) {
         SCOPED_TRACE(c.name);
         Flare flare(Setup(c.heavy ? HeavyLook() : SettingEdits{}));
+        OfferLittleMemory(flare);
         const FlareLight light{c.lightX * c.size.width, c.lightY * c.size.height, {255, 240, 220}, 1.0, 0.0};
         flare.SetThreads(1);
         const PluginPixels one = Painted(flare, c.size, light, c.depth, c.bandRows);
@@ -133,6 +139,7 @@ TEST_F(FrameThreadsTest, EveryThreadCountPaintsTheSamePixels) {
         }
         // And on fresh flares, whose copies painted nothing before.
         Flare fresh(Setup(c.heavy ? HeavyLook() : SettingEdits{}));
+        OfferLittleMemory(fresh);
         fresh.SetThreads(3);
         EXPECT_TRUE(Painted(fresh, c.size, light, c.depth, c.bandRows).bytes == one.bytes) << "a fresh flare";
     }
@@ -141,9 +148,10 @@ TEST_F(FrameThreadsTest, EveryThreadCountPaintsTheSamePixels) {
 // The first band is painted as one run of the whole frame paints it, and the partition paints
 // every band as that band's own run after a SETF.
 TEST_F(FrameThreadsTest, EachBandIsItsOwnRunAfterASetup) {
-    const FrameSize size{300, 200};
-    const FlareLight light{120.0, 90.0, {255, 255, 255}, 1.0, 0.0};
+    const FrameSize size{150, 200};
+    const FlareLight light{60.0, 90.0, {255, 255, 255}, 1.0, 0.0};
     Flare flare(Setup(HeavyLook()));
+    OfferLittleMemory(flare);
     flare.SetThreads(3);
     const PluginPixels banded = Painted(flare, size, light, 48, 0);
     for (const Band band : FrameBands(size.height)) {
@@ -159,9 +167,10 @@ TEST_F(FrameThreadsTest, EachBandIsItsOwnRunAfterASetup) {
 
 // Every front end's composite goes through the same bands: a black 16-bit frame, a float pass.
 TEST_F(FrameThreadsTest, CompositesAndPassesAreTheSameOnEveryThreadCount) {
-    const FrameSize size{333, 301};
-    const FlareLight light{100.0, 120.0, {255, 255, 255}, 1.0, 0.0};
+    const FrameSize size{131, 201};
+    const FlareLight light{50.0, 80.0, {255, 255, 255}, 1.0, 0.0};
     Flare flare(Setup(HeavyLook()));
+    OfferLittleMemory(flare);
     std::vector<float> one(size_t(size.width) * size_t(size.height) * 4), many(one.size());
     flare.SetThreads(1);
     const OIIO::ImageBuf black = flare.CompositeBlack(size, light, {});
@@ -174,8 +183,9 @@ TEST_F(FrameThreadsTest, CompositesAndPassesAreTheSameOnEveryThreadCount) {
 }
 
 TEST_F(FrameThreadsTest, ProgressIsSerialisedAndCountsTheWholeFrame) {
-    const FrameSize size{200, 517};
+    const FrameSize size{100, 517};
     Flare flare(Setup(HeavyLook()));
+    OfferLittleMemory(flare);
     flare.host().SetReportTicks(0);
     std::atomic<int> inside{0};
     bool overlapped = false;
@@ -187,7 +197,7 @@ TEST_F(FrameThreadsTest, ProgressIsSerialisedAndCountsTheWholeFrame) {
         inside.fetch_sub(1);
     });
     flare.SetThreads(3);
-    Painted(flare, size, {80.0, 200.0, {255, 255, 255}, 1.0, 0.0}, 48, 5);
+    Painted(flare, size, {40.0, 200.0, {255, 255, 255}, 1.0, 0.0}, 48, 5);
     EXPECT_FALSE(overlapped);
     ASSERT_FALSE(values.empty());
     EXPECT_TRUE(std::is_sorted(values.begin(), values.end()));
@@ -195,15 +205,16 @@ TEST_F(FrameThreadsTest, ProgressIsSerialisedAndCountsTheWholeFrame) {
 }
 
 TEST_F(FrameThreadsTest, ACancelStopsEveryThreadAndThrowsTheCancelCode) {
-    const FrameSize size{512, 1024};   // 16 bands
-    const FlareLight light{256.0, 100.0, {255, 255, 255}, 1.0, 0.0};
+    const FrameSize size{200, 640};   // 10 bands
+    const FlareLight light{100.0, 60.0, {255, 255, 255}, 1.0, 0.0};
     Flare flare(Setup(HeavyLook()));
+    OfferLittleMemory(flare);
     const PluginPixels whole = Painted(flare, size, light, 48, 0);
     const auto rowOf = [](const PluginPixels& p, int32_t y) { return std::vector<uint8_t>(p.Row(y), p.Row(y) + p.RowBytes()); };
     const auto blank = [](const PluginPixels& p, int32_t y) {
         return std::all_of(p.Row(y), p.Row(y) + p.RowBytes(), [](uint8_t b) { return b == 0; });
     };
-    ASSERT_GT(PaintedRows(whole), 900);   // a flare on (nearly) every row: what is left out shows
+    ASSERT_GT(PaintedRows(whole), 500);   // a flare on most rows: what is left out shows
 
     std::atomic<bool> cancel{false};
     flare.host().SetReportTicks(0);
@@ -225,7 +236,7 @@ TEST_F(FrameThreadsTest, ACancelStopsEveryThreadAndThrowsTheCancelCode) {
         // frame has them, and no others.
         int32_t finished = 0;
         for (int32_t y = 0; y < size.height; ++y) finished += !blank(whole, y) && rowOf(pixels, y) == rowOf(whole, y);
-        EXPECT_GE(finished, 90) << threads << " threads";
+        EXPECT_GE(finished, 50) << threads << " threads";
         EXPECT_LE(PaintedRows(pixels), 100 + 2 * threads) << threads << " threads";
     }
     // The flare paints the next frame whole.
@@ -262,10 +273,11 @@ TEST_F(FrameThreadsTest, ACopyThatWillNotLoadLeavesTheFrameToTheOthersAndSaysSoO
     FlareSetup setup = Setup(HeavyLook());
     setup.plugin = plugin;
     Flare flare(setup);
+    OfferLittleMemory(flare);
     std::vector<std::string> warnings;
     flare.SetWarning([&](const std::string& text) { warnings.push_back(text); });
-    const FrameSize size{300, 400};
-    const FlareLight light{90.0, 150.0, {255, 255, 255}, 1.0, 0.0};
+    const FrameSize size{120, 400};
+    const FlareLight light{40.0, 150.0, {255, 255, 255}, 1.0, 0.0};
     flare.SetThreads(2);   // one copy loads while the file is whole
     const PluginPixels two = Painted(flare, size, light, 48, 0);
     std::ofstream(plugin, std::ios::trunc) << "not a library";
@@ -288,10 +300,10 @@ TEST_F(FrameThreadsTest, SequencesGiveTheSameFramesOnAnyWorkersAndThreads) {
     Scene scene;
     scene.firstFrame = 1;
     scene.lastFrame = 3;
-    scene.width = 160;
+    scene.width = 100;
     scene.height = 300;   // 5 bands
     scene.light[1] = LightKey{40.0, 60.0, {255, 255, 255}, 1.0, 0.0};
-    scene.light[3] = LightKey{120.0, 220.0, {255, 180, 120}, 1.5, 0.0};
+    scene.light[3] = LightKey{80.0, 220.0, {255, 180, 120}, 1.5, 0.0};
     scene.channels["Intensity"] = {{1, 0.2}, {3, 0.9}};
     scene.channels["Star Rotation"] = {{1, 0.0}, {3, 40.0}};
     WriteSceneFile(folder / "shot.json", scene);
