@@ -35,8 +35,8 @@ CLI::Option* AddFrameOptions(CLI::App& render, RenderOptions& options) {
         ->type_name("N");
     render.add_option("--threads", options.threads,
                       "Threads painting each frame, each band of rows by its own copy of the plug-in; the picture "
-                      "is the same on any number (default: every core; for a sequence the cores --jobs leaves each "
-                      "frame; 0: every core)")
+                      "is the same on any number (default: every core; for a sequence the cores over the --jobs "
+                      "workers, at least one each; 0: the default)")
         ->type_name("N");
     render.add_option("-o,--output", options.output,
                       "Image to write; its extension picks the format; a missing folder is made. For a sequence a frame "
