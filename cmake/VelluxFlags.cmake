@@ -17,3 +17,14 @@ if(VELLUX_SANITIZE)
                       -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined,float-cast-overflow)
 endif()
+
+# ThreadSanitizer build: -DVELLUX_TSAN=ON (the tsan preset, which builds and runs the threaded
+# engine tests). Not together with VELLUX_SANITIZE: the two runtimes exclude each other.
+option(VELLUX_TSAN "ThreadSanitizer" OFF)
+if(VELLUX_TSAN)
+  if(VELLUX_SANITIZE)
+    message(FATAL_ERROR "VELLUX_TSAN and VELLUX_SANITIZE cannot be combined")
+  endif()
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+endif()

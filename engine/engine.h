@@ -48,11 +48,16 @@
 //   Flare::Pass(size, light, bands, space) the flare alone on black, float RGBA past 1.0, in a colour space
 //   Flare::PassInto(size, light, space, rgba)  the same into memory kept from frame to frame (rows bottom up if asked)
 //   Flare::SetProgress / SetCancel        the plug-in's reports; the flag that stops it
+//   Flare::SetThreads(n)                  each frame painted on n threads (0: every core), the same pixels
+//   Flare::Paint(pixels, light)           the plug-in's frame into the caller's memory, on those threads
 //   CheckFlareTable(path)                 throws unless the file is a flare table
 #include "engine/flare_instance.h"
 //   FlareLight                            position (pixels), colour, intensity, radius
 //   PluginInstance                        the commands themselves: channels, SETF, GENF, INTF
 //   RenderFrame(instance, light, pixels)  SETF and GENF into PluginPixels or a PixelView of the caller's memory
+#include "engine/frame_bands.h"
+//   FrameBands(height)                    the fixed partition every frame is painted in, a SETF per band
+//   PaintFrameBands(painters, ...)        those bands on one thread per plug-in copy, progress and cancel shared
 #include "engine/plugin_settings.h"
 //   SettingEdits, CheckSettingEdits       changes to the plug-in's settings record, checked
 #include "engine/setting_assignments.h"

@@ -82,7 +82,7 @@ void BlendLevels(OIIO::ImageBuf& colour, const std::vector<float>& levels, Blend
 PluginPixels Flare::PaintBlack(FrameSize size, const FlareLight& light, int16_t depth, int32_t bandRows) {
     CheckFrameMemory(size, double(depth / 8), "the flare");
     PluginPixels black(size.width, size.height, depth);
-    RenderFrame(*instance_, light, black, bandRows);
+    Paint(black.View(), light, bandRows);
     return black;
 }
 
@@ -102,7 +102,7 @@ void Flare::Levels(FrameSize size, const FlareLight& light, int32_t bandRows, fl
     } else {
         std::fill(black_->bytes.begin(), black_->bytes.end(), uint8_t(0));
     }
-    RenderFrame(*instance_, light, *black_, bandRows);
+    Paint(black_->View(), light, bandRows);
     if (!brackets_) brackets_ = {new ExposureBrackets(setup_), [](ExposureBrackets* made) { delete made; }};
     brackets_->Levels(host_.controlData(), light, *black_, levels);
 }

@@ -3,6 +3,12 @@
 // renders through one; an instance serves one thread at a time, and instances on different
 // threads render at once (each has its own copy of the plug-in's process statics).
 //
+// One frame on several threads (SetThreads, frame_bands.h): the flare paints its frame's bands
+// with more private copies of the plug-in, loaded the first time they are wanted and kept for the
+// next frame, each given this flare's settings before every frame. The picture is the same on any
+// number of threads. A copy that cannot be loaded leaves the frame to the copies there are, said
+// once through the warning sink (by default standard error).
+//
 // Errors throw: PluginError (flare_instance.h) for the plug-in's refusals in its own words,
 // std::runtime_error naming the file for everything else.
 //
@@ -13,16 +19,19 @@
 #define VELLUX_ENGINE_FLARE_H
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <OpenImageIO/imagebuf.h>
 
 #include "engine/blend.h"
 #include "engine/colour.h"
 #include "engine/flare_instance.h"
+#include "engine/frame_bands.h"
 #include "engine/frame_image.h"
 #include "engine/lens_look.h"
 #include "engine/option_values.h"
@@ -72,6 +81,18 @@ public:
     // Where the plug-in's progress reports go, and the flag that stops the render when set.
     void SetProgress(host::ProgressSink sink) { host_.SetProgressSink(std::move(sink)); }
     void SetCancel(const std::atomic<bool>* flag) { host_.SetInterruptFlag(flag); }
+    // Threads painting each frame: 0 is every core; 1, the default, paints on the caller's
+    // thread alone. Throws std::invalid_argument below 0.
+    void SetThreads(int32_t threads);
+    int32_t threads() const { return threads_; }
+    // Where warnings go (one line each, no "warning:" prefix); none: standard error.
+    void SetWarning(std::function<void(const std::string&)> sink) { warning_ = std::move(sink); }
+
+    // The plug-in's frame painted on `pixels` (the caller's memory, in the plug-in's layout), on
+    // this flare's threads: what RenderFrame paints with one copy.
+    void Paint(const PixelView& pixels, const FlareLight& light, int32_t bandRows = 0);
+    // The same for the partition's bands that meet `rows` (frame_bands.h), painted whole.
+    void PaintRows(const PixelView& pixels, const FlareLight& light, Band rows, int32_t bandRows = 0);
 
     // The plate with the flare: its colour over its frame, the flare painted alone on black (so the
     // dissolve can only limit the flare) and blended in as `options.blend` says (blend.h). 8-bit
@@ -112,6 +133,10 @@ private:
     // flare when there is one, else the plug-in's frame lifted past its full level.
     void Levels(FrameSize size, const FlareLight& light, int32_t bandRows, float* levels);
 
+    // The painters of one frame: this flare's instance and enough copies for its threads.
+    std::vector<BandPainter> Painters(int32_t height);
+    void LoadCopies(size_t wanted);
+
     FlareSetup setup_;   // what the exposure brackets load: the same plug-in and table
     std::unique_ptr<LensLook> look_;   // the lens's physical flare, painted instead of the plug-in's
     host::PluginLibrary plugin_;
@@ -123,6 +148,10 @@ private:
     // the first time float levels are painted; deleted by the image side of the engine, which
     // made them (this part of the class is also built into the core, which does not link it).
     std::unique_ptr<ExposureBrackets, void (*)(ExposureBrackets*)> brackets_{nullptr, nullptr};
+    int32_t threads_ = 1;
+    std::vector<std::unique_ptr<Flare>> copies_;   // the extra painters, kept from frame to frame
+    bool copyFailed_ = false;                      // one would not load: no more are tried
+    std::function<void(const std::string&)> warning_;
 };
 
 }  // namespace vellux::engine

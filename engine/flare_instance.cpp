@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "engine/frame_bands.h"
+
 namespace vellux::engine {
 
 namespace {
@@ -166,8 +168,9 @@ void RenderFrame(PluginInstance& instance, const FlareLight& light, PluginPixels
 }
 
 void RenderFrame(PluginInstance& instance, const FlareLight& light, const PixelView& pixels, int32_t bandRows) {
-    instance.Setup(MakeFrameSetup(pixels.width, pixels.height, light));
-    for (const Band band : SplitIntoBands(pixels.height, bandRows)) instance.Generate(pixels, band);
+    host::HostSession& host = instance.host();
+    PaintFrameBands({{&instance, &host}}, light, pixels, {0, pixels.height}, bandRows, host.progressSink(),
+                    host.interruptFlag());
 }
 
 }  // namespace vellux::engine

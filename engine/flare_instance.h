@@ -75,6 +75,8 @@ public:
     // The plug-in's own description of a failed command, as an exception to throw.
     PluginError Failure(IFFType command, int32_t result);
 
+    host::HostSession& host() const { return host_; }
+
     void Setup(PluginFlareSetupRec setup);
     void Generate(const PixelView& pixels, Band band);
     void Finish();
@@ -89,7 +91,9 @@ private:
     bool open_ = false;
 };
 
-// SETF, then GENF band by band into `pixels`.
+// The frame painted by this one instance as frame_bands.h paints it: a SETF for every band of the
+// partition, then GENF of `bandRows` rows at a time (0: the band in one), with the instance's
+// session's progress sink and interrupt flag.
 void RenderFrame(PluginInstance& instance, const FlareLight& light, PluginPixels& pixels, int32_t bandRows);
 // The same into a frame the caller keeps.
 void RenderFrame(PluginInstance& instance, const FlareLight& light, const PixelView& pixels, int32_t bandRows);

@@ -3,6 +3,7 @@
 // keying a scene use a flare this far. The image side is flare.cpp. See flare.h.
 #include "engine/flare.h"
 
+#include <iostream>
 #include <stdexcept>
 
 #include "engine/table_search.h"
@@ -43,6 +44,53 @@ Flare::Flare(const FlareSetup& setup) : setup_(setup), plugin_(setup.plugin.stri
 }
 
 void Flare::Finish() { instance_->Finish(); }
+
+void Flare::SetThreads(int32_t threads) {
+    if (threads < 0)
+        throw std::invalid_argument("--threads: " + std::to_string(threads) + " must be at least 0 (0: every core)");
+    threads_ = threads;
+}
+
+// The copies take this flare's plug-in and table; their settings are this flare's, given before
+// every frame (Painters). A copy that will not load is said once, and no more are tried.
+void Flare::LoadCopies(size_t wanted) {
+    while (copies_.size() < wanted && !copyFailed_) {
+        FlareSetup setup = setup_;
+        setup.copy = host::PluginCopy::private_;
+        setup.lens.reset();
+        try {
+            copies_.push_back(std::make_unique<Flare>(setup));
+        } catch (const std::exception& error) {
+            copyFailed_ = true;
+            const std::string text = "a frame is painted on " + std::to_string(copies_.size() + 1) + " of the " +
+                                     std::to_string(wanted + 1) + " threads asked for: another copy of the plug-in " +
+                                     "did not load (" + error.what() + ")";
+            if (warning_) warning_(text);
+            else std::cerr << "vellux: warning: " << text << "\n";
+        }
+    }
+}
+
+std::vector<BandPainter> Flare::Painters(int32_t height) {
+    const int32_t threads = FrameThreads(threads_, height);
+    LoadCopies(size_t(threads - 1));
+    std::vector<BandPainter> painters{{&*instance_, &host_}};
+    for (size_t i = 0; i < copies_.size() && painters.size() < size_t(threads); ++i) {
+        copies_[i]->host().SetControlData(host_.controlData());
+        copies_[i]->host().SetReportTicks(host_.reportTicks());
+        copies_[i]->host().SetFreeBytes(host_.freeBytes());
+        painters.push_back({&copies_[i]->instance(), &copies_[i]->host()});
+    }
+    return painters;
+}
+
+void Flare::Paint(const PixelView& pixels, const FlareLight& light, int32_t bandRows) {
+    PaintRows(pixels, light, {0, pixels.height}, bandRows);
+}
+
+void Flare::PaintRows(const PixelView& pixels, const FlareLight& light, Band rows, int32_t bandRows) {
+    PaintFrameBands(Painters(pixels.height), light, pixels, rows, bandRows, host_.progressSink(), host_.interruptFlag());
+}
 
 void Flare::SetLensFNumber(double fNumber) {
     if (!look_) throw std::runtime_error("the scene keys the lens's f-number (lens.fNumber): render it with --lens");

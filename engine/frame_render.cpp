@@ -150,6 +150,7 @@ void RenderFlareImage(const RenderRequest& asked, const RenderReporting& reporti
     Flare flare(setup);
     flare.SetProgress(reporting.progress);
     flare.SetCancel(reporting.cancel);
+    flare.SetThreads(request.threads);
     PlateFile frame;
     try {
         frame = RenderRequestedFrame(flare, request, request.input.string(), size, RequestLight(request, size),

@@ -136,16 +136,18 @@ ExposureBrackets::Exposure& ExposureBrackets::Bracket(size_t bracket) {
 
 void ExposureBrackets::Paint(Exposure& exposure, PluginPixels& into, const std::vector<uint8_t>& record,
                              const FlareLight& light, FrameSize size, Band band) {
+    // The whole bands of the frame's partition around the rows, painted as the frame itself is, so
+    // that an exposure's streak edges fall where the frame's do.
+    const Band whole = CoveringBands(band, size.height);
     if (into.width != size.width || into.height != size.height || into.depth != 48) {
         CheckFrameMemory(size, 6.0, "an exposure of the flare");
         into = PluginPixels(size.width, size.height, 48);
     } else {
-        std::fill(into.Row(band.top), into.Row(band.top) + size_t(band.bottom - band.top) * size_t(into.RowBytes()),
+        std::fill(into.Row(whole.top), into.Row(whole.top) + size_t(whole.bottom - whole.top) * size_t(into.RowBytes()),
                   uint8_t(0));
     }
     exposure.flare.host().SetControlData(record);
-    exposure.flare.instance().Setup(MakeFrameSetup(size.width, size.height, light));
-    exposure.flare.instance().Generate(into.View(), band);
+    exposure.flare.PaintRows(into.View(), light, whole);
 }
 
 const PluginPixels& ExposureBrackets::PaintRings(size_t bracket, const std::vector<uint8_t>& control,

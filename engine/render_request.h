@@ -52,6 +52,8 @@ struct RenderRequest {
     Blend blend = kDefaultBlend;    // how the flare goes over the plate (blend.h)
     std::filesystem::path occlusion;    // a mask hiding the light: 1 = hidden
     int32_t jobs = 1;               // a sequence's frames rendered at once (each its own plug-in copy)
+    int32_t threads = 0;            // threads painting each frame (frame_bands.h); 0: every core, or in a
+                                    // sequence the cores shared among its jobs (at least 1 each)
     std::filesystem::path settingsFile;   // a saved settings record to start from (a scene's is then not used)
     SettingEdits settings;                // then these changes
 };

@@ -119,6 +119,7 @@ struct SequenceWork {
     FramePattern output;
     std::optional<FramePattern> input;
     FrameSize size;
+    int32_t threads = 1;                       // painting each frame
 
     std::atomic<size_t> next{0};
     std::atomic<bool> stop{false};             // every worker's plug-in interrupt flag
@@ -158,6 +159,7 @@ void RunWorker(SequenceWork& work, const FlareSetup& setup) {
     try {
         SceneSession session(setup, work.request.scene, work.scene);
         session.host().SetInterruptFlag(&work.stop);
+        session.flare().SetThreads(work.threads);
         for (size_t i; !work.stop && (i = work.next.fetch_add(1)) < work.frames.size();) {
             const int32_t frame = work.frames[i];
             try {
@@ -213,6 +215,14 @@ private:
     int exrThreads_ = 0;
 };
 
+// Each frame's painting threads: as asked, or the cores shared among the workers (at least one
+// each), so that a sequence of fewer frames than cores still uses them all.
+int32_t FrameThreadsPerJob(int32_t asked, size_t jobs) {
+    if (asked < 0) throw std::invalid_argument("--threads: " + std::to_string(asked) + " must be at least 0 (0: every core)");
+    if (asked > 0) return asked;
+    return int32_t(std::max<size_t>(1, std::max(1u, std::thread::hardware_concurrency()) / std::max<size_t>(1, jobs)));
+}
+
 void ReportFrame(const RenderReporting& reporting, int32_t frame, int32_t done, int32_t count) {
     if (reporting.frameDone) reporting.frameDone(frame, done, count);
     if (!reporting.progress) return;
@@ -245,6 +255,7 @@ SequenceResult RenderSceneSequence(const RenderRequest& asked, const RenderRepor
     if (request.jobs < 1) throw std::invalid_argument("--jobs: " + std::to_string(request.jobs) + " must be at least 1");
 
     const size_t jobs = std::min(size_t(request.jobs), work.frames.size());
+    work.threads = FrameThreadsPerJob(request.threads, jobs);
     work.running = int(jobs);
     const LibraryThreadsScope libraryThreads(jobs > 1);
     std::vector<std::thread> workers;

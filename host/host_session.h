@@ -70,6 +70,10 @@ public:
     void SetProgressSink(ProgressSink sink) { progress_ = std::move(sink); }
     void SetReportTicks(int32_t ticks) { reportTicks_ = ticks; }
     void SetInterruptFlag(const std::atomic<bool>* flag) { interrupt_ = flag; }
+    const ProgressSink& progressSink() const { return progress_; }
+    int32_t reportTicks() const { return reportTicks_; }
+    int32_t freeBytes() const { return freeBytes_; }
+    const std::atomic<bool>* interruptFlag() const { return interrupt_; }
 
     // The file that answers the plug-in's request for `name` in the home folder while this
     // session's commands run (the flare table chosen for this instance); an empty path: none.

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs every test: the fuzzers for a bounded time (FUZZ_SECONDS, default 60 each),
 # the 64-bit build, the 32-bit reference-layout build, and the AddressSanitizer +
-# UndefinedBehaviorSanitizer build.
+# UndefinedBehaviorSanitizer build, then the ThreadSanitizer build of the threaded engine tests
+# alone (one frame painted on several threads).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
@@ -32,3 +33,8 @@ for preset in default m32 asan; do
   fi
   ctest --preset "$preset" -j "$jobs"
 done
+
+echo "=== tsan ==="
+cmake --preset tsan >/dev/null
+cmake --build --preset tsan -j "$jobs"
+ctest --preset tsan -j "$jobs"

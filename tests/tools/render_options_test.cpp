@@ -8,6 +8,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "engine/setting_names.h"
@@ -48,6 +49,12 @@ TEST(RenderOptions, DefaultsAndTypedValues) {
     EXPECT_DOUBLE_EQ(defaults.lightY, 0.35);
     EXPECT_EQ(defaults.color.red + defaults.color.green + defaults.color.blue, 3 * 255);
     EXPECT_EQ(defaults.bandRows, 0);
+    EXPECT_EQ(defaults.threads, 0);   // every core
+    const int32_t cores = int32_t(std::max(1u, std::thread::hardware_concurrency()));
+    EXPECT_EQ(defaults.jobs, cores);
+    // Threads asked for a sequence's frames leave the workers the cores over them, and the other way round.
+    EXPECT_EQ(Check({"--size", "8x8", "-o", "o.png", "--threads", "2"}).jobs, std::max(1, cores / 2));
+    EXPECT_EQ(Check({"--size", "8x8", "-o", "o.png", "--threads", "2", "--jobs", "3"}).jobs, 3);
     EXPECT_FALSE(defaults.settings.dissolve.has_value());
 
     const RenderRequest typed = Check({"-i", "in.exr", "-o", "out.exr", "--light", " 12.5, -4", "--color", "255,128,0",
@@ -80,6 +87,7 @@ TEST(RenderOptions, OutOfRangeValuesNameTheOption) {
     EXPECT_EQ(with({"--intensity", "inf"}).rfind("--intensity:", 0), 0u);
     EXPECT_EQ(with({"--radius", "-1"}).rfind("--radius:", 0), 0u);
     EXPECT_EQ(with({"--band-rows", "0"}), "--band-rows: 0 must be at least 1");
+    EXPECT_EQ(with({"--threads", "-1"}), "--threads: -1 must be at least 0 (0: every core)");
     EXPECT_EQ(with({"--dissolve", "1.5"}), "--dissolve: 1.5 is out of range (from 0 to 1)");
     EXPECT_EQ(with({"--ring-size", "0"}).rfind("--ring-size:", 0), 0u);
     EXPECT_EQ(with({"--light-fraction", "0.5"}), "--light-fraction: '0.5' is not two numbers X,Y");

@@ -251,11 +251,16 @@ TEST_F(VelluxRender, PaintsOntoABlackFrameAndAnEightBitImage) {
     EXPECT_EQ(Leftovers({"black.png", "in.png", "flare.png"}), std::vector<std::string>{});
 }
 
-TEST_F(VelluxRender, BandsGiveTheImageOfOneGenerate) {
-    ASSERT_EQ(Vellux("render --size 90x61 -o " + Quote(Path("whole.tif"))).exitCode, 0);
-    const ToolRun bands = Vellux("render --size 90x61 --band-rows 7 -o " + Quote(Path("bands.tif")));
-    ASSERT_EQ(bands.exitCode, 0) << bands.err;
-    EXPECT_EQ(Load(Path("bands.tif")).values, Load(Path("whole.tif")).values);
+TEST_F(VelluxRender, BandsAndThreadsGiveTheImageOfOneThread) {
+    ASSERT_EQ(Vellux("render --size 90x261 --threads 1 -o " + Quote(Path("whole.tif"))).exitCode, 0);
+    for (const char* options : {"--band-rows 7", "--threads 3", "--threads 8 --band-rows 1", "--threads 0"}) {
+        const ToolRun run = Vellux("render --size 90x261 --star-filter 8 --anamorphic-streak " + std::string(options) +
+                                   " -o " + Quote(Path("threads.tif")));
+        ASSERT_EQ(run.exitCode, 0) << run.err;
+        ASSERT_EQ(Vellux("render --size 90x261 --star-filter 8 --anamorphic-streak --threads 1 -o " +
+                         Quote(Path("one.tif"))).exitCode, 0);
+        EXPECT_EQ(Load(Path("threads.tif")).values, Load(Path("one.tif")).values) << options;
+    }
 }
 
 TEST_F(VelluxRender, SettingsAndTablesReachThePlugin) {

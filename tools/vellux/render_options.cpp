@@ -29,7 +29,14 @@ CLI::Option* AddFrameOptions(CLI::App& render, RenderOptions& options) {
                       "With --scene or an -i frame pattern: only these frames, e.g. 1-48, 1-48x2, 1,5,10-20 "
                       "(default: all of the scene's, or every input frame found)")
         ->type_name("LIST");
-    render.add_option("--jobs", options.jobs, "For a sequence: frames rendered at once (default: the number of cores)")
+    render.add_option("--jobs", options.jobs,
+                      "For a sequence: frames rendered at once (default: the number of cores, or with --threads "
+                      "the cores over N)")
+        ->type_name("N");
+    render.add_option("--threads", options.threads,
+                      "Threads painting each frame, each band of rows by its own copy of the plug-in; the picture "
+                      "is the same on any number (default: every core; for a sequence the cores over the --jobs "
+                      "workers, at least one each; 0: the default)")
         ->type_name("N");
     render.add_option("-o,--output", options.output,
                       "Image to write; its extension picks the format; a missing folder is made. For a sequence a frame "
@@ -180,7 +187,11 @@ RenderRequest CheckRenderOptions(const RenderOptions& options) {
     }
     if (options.jobs && *options.jobs < 1)
         throw std::invalid_argument("--jobs: " + std::to_string(*options.jobs) + " must be at least 1");
-    request.jobs = options.jobs.value_or(int32_t(std::max(1u, std::thread::hardware_concurrency())));
+    if (options.threads && *options.threads < 0)
+        throw std::invalid_argument("--threads: " + std::to_string(*options.threads) + " must be at least 0 (0: every core)");
+    const int32_t cores = int32_t(std::max(1u, std::thread::hardware_concurrency()));
+    request.threads = options.threads.value_or(0);
+    request.jobs = options.jobs.value_or(request.threads > 0 ? std::max(1, cores / request.threads) : cores);
     request.colorspace = options.colorspace;
     request.blend = ParseBlend("--blend", options.blend);
     if (options.input.empty() && options.scene.empty()) request.blackFrame = ParseFrameSize("--size", options.size);

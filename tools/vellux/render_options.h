@@ -47,6 +47,7 @@ struct RenderOptions {
     std::string blend = "display";
     std::string compression;
     std::optional<int32_t> jobs;
+    std::optional<int32_t> threads;
     std::string settingsFile;
     SettingEdits settings;
 };
