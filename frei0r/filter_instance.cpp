@@ -51,25 +51,34 @@ engine::Flare& FilterInstance::FlareFor(const FilterSettings& s) {
     if (!s.lens.empty()) {
         try {
             setup.lens = LensLookFor(s);   // the table takes no part
-            flare_ = std::make_unique<engine::Flare>(setup);
             lensLook_ = true;
-            return *flare_;
+            return Made(setup);
         } catch (const std::exception& error) {
             std::string problem = error.what();
             if (problem.starts_with("--lens: ")) problem.erase(0, 8);   // the engine speaks as the tool
             Report("lens: " + problem + "; the table's look is used");
+            lensLook_ = false;
             setup.lens.reset();
         }
     }
     setup.table = s.table;
     try {
-        flare_ = std::make_unique<engine::Flare>(setup);
+        return Made(setup);
     } catch (const std::exception& error) {
         if (s.table.empty()) throw;
         Report("table: " + std::string(error.what()) + "; the default table is used");
         setup.table.clear();
-        flare_ = std::make_unique<engine::Flare>(setup);
+        return Made(setup);
     }
+}
+
+// A host hands the filter one frame at a time, so each frame is painted on every core (the
+// engine's bands: the same pixels on any number of threads); a copy of the plug-in that cannot be
+// loaded for it is reported as any problem is.
+engine::Flare& FilterInstance::Made(const engine::FlareSetup& setup) {
+    flare_ = std::make_unique<engine::Flare>(setup);
+    flare_->SetThreads(0);
+    flare_->SetWarning([this](const std::string& warning) { Report(warning); });
     return *flare_;
 }
 
@@ -166,8 +175,7 @@ void FilterInstance::PaintPlugin(engine::Flare& flare, const engine::FlareLight&
         if (pixels_.bytes.empty()) pixels_ = engine::PluginPixels(width_, height_, 32);   // made on first use
         std::fill(pixels_.bytes.begin(), pixels_.bytes.end(), uint8_t(0));
     }
-    engine::RenderFrame(flare.instance(), light,
-                        inPlace ? HostFrame(out, width_, height_) : pixels_.View(), 0);
+    flare.Paint(inPlace ? HostFrame(out, width_, height_) : pixels_.View(), light);
     if (inPlace) return;
     auto* target = reinterpret_cast<uint8_t*>(out);
     if (settings_.flareOnly) StraightAlpha(pixels_.bytes.data() + 1, pixels_.bytes.size() / 4, target);   // after a

@@ -45,6 +45,7 @@ private:
     };
 
     void Report(const std::string& problem);   // on stderr, once per problem
+    engine::Flare& Made(const engine::FlareSetup& setup);   // flare_, set up for the host's frames
     engine::Flare& FlareFor(const FilterSettings& settings);
     engine::LensLookOptions LensLookFor(const FilterSettings& settings);
     engine::FlareLight LightFor(double time, const uint32_t* in);

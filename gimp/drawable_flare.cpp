@@ -123,6 +123,7 @@ void PaintDrawable(gint32 image, gint32 drawable, const engine::RenderRequest& a
     const engine::FrameSize size{gimp_drawable_width(drawable), gimp_drawable_height(drawable)};
 
     engine::Flare flare(setup);
+    flare.SetThreads(0);   // the drawable painted on every core: the same pixels as on one
     flare.SetProgress([&progress](const host::ProgressReport& report) { progress(report.position); });
     const engine::FlareLight light = engine::RequestLight(request, size);
     const engine::FrameOptions options{request.bandRows, request.colorspace, request.blend};

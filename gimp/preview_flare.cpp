@@ -17,6 +17,7 @@ void PreviewFlare::Prepare(const engine::RenderRequest& asked) {
     engine::FlareSetup setup = engine::RequestSetup(request);
     if (!setup.table.empty()) engine::CheckFlareTable(setup.table);
     flare_ = std::make_unique<engine::Flare>(setup);
+    flare_->SetThreads(0);   // a drag's update painted on every core
     made_ = look;
 }
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 
 namespace vellux::host {
 
@@ -137,6 +138,14 @@ int32_t HostSession::SetChannel(const HostSetChannelRec& rec) {
     return kNoError;
 }
 
+void HostSession::WorkingBlock::resize(size_t size) {
+    if (size == size_) return;
+    std::unique_ptr<uint8_t[]> bytes = size == 0 ? nullptr : std::make_unique_for_overwrite<uint8_t[]>(size);
+    if (size_ != 0 && size != 0) std::memcpy(bytes.get(), bytes_.get(), std::min(size, size_));
+    bytes_ = std::move(bytes);
+    size_ = size;
+}
+
 int32_t HostSession::Allocate(HostAllocateRec& rec) {
     if (rec.theControlDataSize < 0 || rec.thePluginDataSize < 0) return kIncompatibleRecord;
     if (rec.thePluginDataSize > freeBytes_) return kMemoryError;
@@ -145,7 +154,6 @@ int32_t HostSession::Allocate(HostAllocateRec& rec) {
     control_.resize(size_t(rec.theControlDataSize));
     plugin_.resize(size_t(rec.thePluginDataSize));
     control_.shrink_to_fit();
-    plugin_.shrink_to_fit();
     rec.theControlData = BlockOf(control_);
     rec.theControlDataSize = int32_t(control_.size());
     rec.thePluginData = BlockOf(plugin_);

@@ -95,19 +95,23 @@ private:
     int32_t SetChannel(const HostSetChannelRec& rec);
 
     // The working record is grown to all the free memory while the plug-in fills it, then shrunk
-    // at once, on every frame: its bytes are left uninitialised, so growing costs address space,
-    // not the time to clear memory the plug-in never touches.
-    template <typename T>
-    struct UninitialisedAllocator : std::allocator<T> {
-        template <typename U>
-        struct rebind { using other = UninitialisedAllocator<U>; };
-        template <typename U>
-        void construct(U* place) noexcept { ::new (static_cast<void*>(place)) U; }
-        template <typename U, typename... Args>
-        void construct(U* place, Args&&... args) { ::new (static_cast<void*>(place)) U(std::forward<Args>(args)...); }
+    // at once, on every setup: its new bytes are left uninitialised, so growing costs address
+    // space, not the time to clear (or, unoptimised, to visit) memory the plug-in never touches.
+    class WorkingBlock {
+    public:
+        // Keeps the first min(old, new) bytes; memory that is not wanted is given back.
+        void resize(size_t size);
+        uint8_t* data() { return bytes_.get(); }
+        const uint8_t* data() const { return bytes_.get(); }
+        size_t size() const { return size_; }
+        bool empty() const { return size_ == 0; }
+
+    private:
+        std::unique_ptr<uint8_t[]> bytes_;
+        size_t size_ = 0;
     };
     std::vector<uint8_t> control_;
-    std::vector<uint8_t, UninitialisedAllocator<uint8_t>> plugin_;
+    WorkingBlock plugin_;
     int32_t freeBytes_ = kDefaultFreeBytes;
     ProgressSink progress_;
     int32_t reportTicks_ = kDefaultReportTicks;

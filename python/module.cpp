@@ -89,13 +89,15 @@ std::optional<engine::LensLookOptions> LensLookOf(const LensArguments& arguments
 
 class PyFlare {
 public:
-    PyFlare(const std::optional<std::string>& table, const std::optional<std::string>& plugin, const LensArguments& lens)
+    PyFlare(const std::optional<std::string>& table, const std::optional<std::string>& plugin, const LensArguments& lens,
+            int threads)
         : edits_(engine::DefaultSettingEdits()) {
         engine::FlareSetup setup;
         setup.lens = LensLookOf(lens, table.has_value());
         setup.plugin = engine::FindPlugin(plugin.value_or(""));
         setup.table = table.value_or("");
         flare_ = std::make_unique<engine::Flare>(setup);
+        flare_->SetThreads(threads);
         table_ = table.value_or("");
         lens_ = lens.lens.value_or("");
         engine::RenderRequest made;   // what the tool would be asked for, to name it in a look
@@ -245,13 +247,14 @@ PYBIND11_MODULE(_vellux, m) {
     py::class_<PyFlare>(m, "Flare")
         .def(py::init([](const std::optional<std::string>& table, const std::optional<std::string>& plugin,
                          const std::optional<std::string>& lens, std::optional<double> fNumber, std::optional<int> blades,
-                         std::optional<double> bladeCurvature, std::optional<double> apertureRotation) {
+                         std::optional<double> bladeCurvature, std::optional<double> apertureRotation, int threads) {
                  return std::make_unique<PyFlare>(table, plugin,
-                                                  LensArguments{lens, fNumber, blades, bladeCurvature, apertureRotation});
+                                                  LensArguments{lens, fNumber, blades, bladeCurvature, apertureRotation},
+                                                  threads);
              }),
              py::arg("table") = py::none(), py::arg("plugin") = py::none(), py::arg("lens") = py::none(),
              py::arg("f_number") = py::none(), py::arg("blades") = py::none(), py::arg("blade_curvature") = py::none(),
-             py::arg("aperture_rotation") = py::none())
+             py::arg("aperture_rotation") = py::none(), py::arg("threads") = 0)
         .def("get", &PyFlare::Get)
         .def("set", &PyFlare::Set)
         .def("look", &PyFlare::Look)

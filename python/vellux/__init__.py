@@ -69,11 +69,13 @@ class Flare:
     """One lens flare: a loaded copy of the Vellux plug-in with its flare table and settings.
 
     Flare(table=None, plugin=None, lens=None, f_number=None, blades=None, blade_curvature=None,
-          aperture_rotation=None, **settings)
+          aperture_rotation=None, threads=0, **settings)
 
     table     a flare table's name ("LongZoom", as `vellux tables` lists them) or a .rsc path;
               None for the default table
     plugin    the plug-in file; None to find it beside the engine
+    threads   threads painting each frame: 0 every core (the default), 1 the caller's alone; the
+              picture is the same on any number
     settings  any of the settings below, by name
 
     The lens's own flare instead of a table's (as `vellux render --lens`): the diffraction
@@ -107,14 +109,15 @@ class Flare:
     The name `intensity` still sets flare_intensity, with a DeprecationWarning. look() gives the
     settings as a look file's text, which `vellux render --settings` reads.
 
-    A Flare renders on one thread at a time; Flares on different threads render at once (each
-    has its own copy of the plug-in), and the GIL is released while the plug-in paints.
+    A Flare renders one frame at a time, on `threads` threads (each with its own copy of the
+    plug-in); Flares on different threads render at once, and the GIL is released while the
+    plug-in paints.
     """
 
     def __init__(self, table=None, plugin=None, lens=None, f_number=None, blades=None, blade_curvature=None,
-                 aperture_rotation=None, **settings):
+                 aperture_rotation=None, threads=0, **settings):
         object.__setattr__(self, "_flare", _vellux.Flare(table, plugin, lens, f_number, blades, blade_curvature,
-                                                         aperture_rotation))
+                                                         aperture_rotation, threads))
         for name, value in settings.items():
             self._flare.set(_setting_name(name, 2), value)
 

@@ -312,9 +312,12 @@ TEST_F(SceneTool, InterruptedSequencesExit130KeepingFinishedFrames) {
               "-o", Path("f.##.exr").c_str(), static_cast<char*>(nullptr));
         _exit(127);
     }
-    while (Slurp(Path("err")).find("(1 of 40)") == std::string::npos) usleep(20000);   // a frame is done
-    kill(child, SIGINT);
     int status = 0;
+    while (Slurp(Path("err")).find("(1 of 40)") == std::string::npos) {   // a frame is done
+        ASSERT_EQ(waitpid(child, &status, WNOHANG), 0) << "the render ended before its first frame: " << Slurp(Path("err"));
+        usleep(20000);
+    }
+    kill(child, SIGINT);
     waitpid(child, &status, 0);
     ASSERT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 130);
