@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <thread>
+#include <vector>
 
 #include "engine/plugin_location.h"
 
@@ -129,6 +131,21 @@ void CompositeOver(engine::Flare& flare, int width, int height, uint8_t* rgba, c
     if (painted.localpixels() != rgba) painted.get_pixels(painted.roi(), OIIO::TypeUInt8, rgba);
 }
 
+// The host's frame copied to its output, in parts on the cores as the painting is: a 4K frame is
+// 33 MB, a copy a third as long as the painting on two cores.
+void CopyFrame(uint32_t* out, const uint32_t* in, size_t count) {
+    constexpr size_t kLeastPart = size_t(1) << 20;   // pixels a thread is started for
+    const size_t parts = std::clamp<size_t>(count / kLeastPart, 1, std::max(1u, std::thread::hardware_concurrency()));
+    const size_t part = count / parts;
+    std::vector<std::thread> copies;
+    for (size_t i = 1; i < parts; ++i) {
+        const size_t begin = i * part, end = i + 1 == parts ? count : begin + part;
+        copies.emplace_back([=] { std::memcpy(out + begin, in + begin, (end - begin) * 4); });
+    }
+    std::memcpy(out, in, part * 4);
+    for (std::thread& copy : copies) copy.join();
+}
+
 }  // namespace
 
 void FilterInstance::Update(double time, const uint32_t* in, uint32_t* out) {
@@ -136,7 +153,7 @@ void FilterInstance::Update(double time, const uint32_t* in, uint32_t* out) {
     const size_t count = size_t(width_) * size_t(height_);
     try {
         const engine::FlareLight light = LightFor(time, in);   // read before `out` (maybe `in`) is written
-        if (!settings_.flareOnly && in != out) std::memcpy(out, in, count * 4);
+        if (!settings_.flareOnly && in != out) CopyFrame(out, in, count);
         engine::Flare& flare = FlareFor(settings_);
         flare.instance().EditSettings(settings_.edits);
         if (lensLook_) PaintLensLook(flare, light, out);
