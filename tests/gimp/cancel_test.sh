@@ -10,8 +10,7 @@ plugin="$2"
 source "$(dirname "$0")/gimp_on_display.sh"
 
 make_gimp_user "$plugin"
-oiiotool --pattern fill:topleft=0.1,0.2,0.3:topright=0.8,0.3,0.1:bottomleft=0.2,0.6,0.4:bottomright=0.9,0.9,0.2 \
-  12000x8000 3 -d uint8 -o "$work/plate.png"
+make_plate 12000x8000
 
 # A stopped procedure is an error to Script-Fu: caught, and the image saved as it then is.
 cat >"$work/cancel.scm" <<SCHEME

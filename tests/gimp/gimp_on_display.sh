@@ -1,6 +1,7 @@
 # Sourced by the tests that drive GIMP with its window on a virtual X display: a scratch folder
 # ($work, removed at exit with the display and GIMP), fail(), a fresh GIMP user folder holding the
-# plug-in, the display, and GIMP running a Script-Fu file on it in the background ($gimp_pid).
+# plug-in, a plate, the display, and GIMP running a Script-Fu file on it in the background
+# ($gimp_pid).
 work="$(mktemp -d)"
 xvfb="" gimp_pid=""
 cleanup() {
@@ -17,6 +18,12 @@ make_gimp_user() {
   user="$work/user"
   mkdir -p "$user/plug-ins/vellux-flare" "$user"/{brushes,dynamics,gradients,palettes,patterns,tool-presets}
   cp "$1" "$user/plug-ins/vellux-flare/vellux-flare"
+}
+
+# $work/plate.png: an 8-bit RGB plate of SIZE (WxH), four colours blended across it.
+make_plate() {
+  oiiotool --pattern fill:topleft=0.1,0.2,0.3:topright=0.8,0.3,0.1:bottomleft=0.2,0.6,0.4:bottomright=0.9,0.9,0.2 \
+    "$1" 3 -d uint8 -o "$work/plate.png"
 }
 
 # A virtual X display of SIZE (WxH), made the DISPLAY.
