@@ -104,6 +104,7 @@ void Flare::Levels(FrameSize size, const FlareLight& light, int32_t bandRows, fl
     }
     Paint(black_->View(), light, bandRows);
     if (!brackets_) brackets_ = {new ExposureBrackets(setup_), [](ExposureBrackets* made) { delete made; }};
+    brackets_->SetThreads(threads_);
     brackets_->Levels(host_.controlData(), light, *black_, levels);
 }
 
@@ -121,7 +122,8 @@ OIIO::ImageBuf Flare::Pass(FrameSize size, const FlareLight& light, int32_t band
     layout.alpha_channel = 3;
     OIIO::ImageBuf pass(layout, OIIO::InitializePixels::No);   // packed float RGBA in its own memory
     AdviseFrameMemory(pass.localpixels(), layout.image_bytes());
-    FillPassFromLevels(levels.data(), size.width, size.height, space, static_cast<float*>(pass.localpixels()));
+    FillPassFromLevels(levels.data(), size.width, size.height, space, static_cast<float*>(pass.localpixels()), false,
+                       threads_);
     pass.specmod().attribute("oiio:ColorSpace", space);
     return pass;
 }
@@ -132,7 +134,7 @@ void Flare::PassInto(FrameSize size, const FlareLight& light, const std::string&
         levels_.resize(size_t(size.width) * size_t(size.height) * 3);
     }
     Levels(size, light, 0, levels_.data());
-    FillPassFromLevels(levels_.data(), size.width, size.height, space, rgba, bottomUp);
+    FillPassFromLevels(levels_.data(), size.width, size.height, space, rgba, bottomUp, threads_);
 }
 
 // Every plate takes one route: its colour over its frame, the flare painted alone on black, the

@@ -41,9 +41,11 @@ void FillFlarePassRows(const PluginPixels& painted, int32_t y0, int32_t y1, floa
 // they were recovered past the plug-in's ceiling, hdr_pass.h), converted to `space`, into
 // `rgba` (rows bottom up if asked), alpha the brightest channel clamped to 1: a level the plug-in
 // could have painted is looked up in the space's level tables (LevelTablesFor, exactly what
-// ConvertPass gives it), the others are converted through the colour configuration.
+// ConvertPass gives it), the others are converted through the colour configuration. On `threads`
+// threads (row_parts.h; 0: every core): every pixel is converted alone, so the values do not
+// depend on it.
 void FillPassFromLevels(const float* levels, int32_t width, int32_t height, const std::string& space, float* rgba,
-                        bool bottomUp = false);
+                        bool bottomUp = false, int32_t threads = 1);
 
 // Writing images ------------------------------------------------------------------------------
 

@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <cstring>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <system_error>
 
+#include "engine/row_parts.h"
 #include "host/flare_records.h"
 #include "host/resource_file.h"
 #include "host/resource_services.h"
@@ -111,6 +113,12 @@ ExposureBrackets::~ExposureBrackets() {
     if (!folder_.empty()) fs::remove_all(folder_, ignored);
 }
 
+void ExposureBrackets::SetThreads(int32_t threads) {
+    for (auto& bracket : brackets_)
+        if (bracket) bracket->flare.SetThreads(threads);
+    threads_ = threads;
+}
+
 uint16_t ExposureBrackets::ClipLevel(const std::vector<uint8_t>& control) {
     // The plug-in's ceilings: rings 16320 (1 - dissolve) truncated in double, streaks the same
     // product rounded to float first; each held within 0..65535.
@@ -130,6 +138,7 @@ ExposureBrackets::Exposure& ExposureBrackets::Bracket(size_t bracket) {
         setup.table = file;
         setup.copy = host::PluginCopy::private_;
         brackets_[bracket] = std::make_unique<Exposure>(setup, factor);
+        brackets_[bracket]->flare.SetThreads(threads_);
     }
     return *brackets_[bracket];
 }
@@ -196,31 +205,34 @@ namespace {
 // within a pixel or two of it.
 constexpr int32_t kClampRows = 8;
 
-// Rows from the first to the last where a frame reaches `clip`.
-Band ClippedRows(const PluginPixels& frame, Band rows, uint32_t clip) {
-    Band found{rows.bottom, rows.top};
-    for (int32_t y = rows.top; y < rows.bottom; ++y) {
-        const uint8_t* pixel = frame.Row(y);
-        uint16_t top = 0;
-        for (int32_t x = 0; x < frame.width * 3; ++x, pixel += 2) {
-            uint16_t v;
-            std::memcpy(&v, pixel, 2);
-            top = std::max(top, v);
-        }
-        if (top >= clip) found = Band{std::min(found.top, y), y + 1};
-    }
-    return found;
-}
+// Rows a thread is started for: a part's work is a few tenths of a millisecond at 1920 wide.
+constexpr int32_t kLeastPartRows = 32;
 
-// The painted frame's own levels, packed RGB: p / 16320, exactly as in a flare pass.
-void FillFlareLevels(const PluginPixels& painted, float* rgb) {
-    const size_t count = size_t(painted.width) * size_t(painted.height) * 3;
-    const uint8_t* channel = painted.bytes.data();
-    for (size_t i = 0; i < count; ++i, channel += 2) {
-        uint16_t v;
-        std::memcpy(&v, channel, 2);
-        rgb[i] = FromPluginScaleFloat(v);
-    }
+// Rows from the first to the last of `rows` where a frame reaches `clip`, found on `threads`
+// threads; with `rgb`, the frame's own levels written there as well, packed RGB: p / 16320,
+// exactly as in a flare pass.
+Band ClippedRows(const PluginPixels& frame, Band rows, uint32_t clip, int32_t threads, float* rgb = nullptr) {
+    Band found{rows.bottom, rows.top};
+    std::mutex mutex;
+    ForRowParts(rows, threads, kLeastPartRows, [&](Band part) {
+        Band partFound{part.bottom, part.top};
+        for (int32_t y = part.top; y < part.bottom; ++y) {
+            const uint8_t* pixel = frame.Row(y);
+            float* level = rgb == nullptr ? nullptr : rgb + size_t(y) * size_t(frame.width) * 3;
+            uint16_t top = 0;
+            for (int32_t x = 0; x < frame.width * 3; ++x, pixel += 2) {
+                uint16_t v;
+                std::memcpy(&v, pixel, 2);
+                top = std::max(top, v);
+                if (level) level[x] = FromPluginScaleFloat(v);
+            }
+            if (top >= clip) partFound = Band{std::min(partFound.top, y), y + 1};
+        }
+        if (partFound.top >= partFound.bottom) return;
+        const std::lock_guard lock(mutex);
+        found = Band{std::min(found.top, partFound.top), std::max(found.bottom, partFound.bottom)};
+    });
+    return found.top < found.bottom ? found : Band{rows.bottom, rows.top};
 }
 
 }  // namespace
@@ -232,18 +244,20 @@ void ExposureBrackets::Levels(const std::vector<uint8_t>& control, const FlareLi
     const uint32_t clip = ceiling == 0 ? 65536u : ceiling;
     const FrameSize size{painted.width, painted.height};
     const size_t width = size_t(size.width), count = width * size_t(size.height);
-    FillFlareLevels(painted, rgb);
     const auto around = [&size](Band clipped, Band within) {
         return Band{std::max(within.top, clipped.top - kClampRows), std::min(within.bottom, clipped.bottom + kClampRows)};
     };
-    Band rows = around(ClippedRows(painted, Band{0, size.height}, clip), Band{0, size.height});
+    Band rows = around(ClippedRows(painted, Band{0, size.height}, clip, threads_, rgb), Band{0, size.height});
     if (rows.top >= rows.bottom) return;
     if (open_.size() != count) open_.assign(count, 0);
-    for (int32_t y = rows.top; y < rows.bottom; ++y) {
-        const uint8_t* pixel = painted.Row(y);
-        uint8_t* open = open_.data() + size_t(y) * width;
-        for (size_t x = 0; x < width; ++x, pixel += 6) open[x] = (pixel[0] | pixel[1] | pixel[2] | pixel[3] | pixel[4] | pixel[5]) != 0;
-    }
+    ForRowParts(rows, threads_, kLeastPartRows, [&](Band part) {
+        for (int32_t y = part.top; y < part.bottom; ++y) {
+            const uint8_t* pixel = painted.Row(y);
+            uint8_t* open = open_.data() + size_t(y) * width;
+            for (size_t x = 0; x < width; ++x, pixel += 6)
+                open[x] = (pixel[0] | pixel[1] | pixel[2] | pixel[3] | pixel[4] | pixel[5]) != 0;
+        }
+    });
 
     // Pixel by pixel, each source (the painted frame, then each exposure) is checked against the
     // next darker exposure: it is taken unless it clipped, or the darker one shows it darker than
@@ -256,28 +270,30 @@ void ExposureBrackets::Levels(const std::vector<uint8_t>& control, const FlareLi
         const PluginPixels& rings = PaintRingRows(b, control, light, size, rows);
         const uint32_t factor = kFactors[b];
         const bool last = b + 1 == kFactors.size();
-        for (int32_t y = rows.top; y < rows.bottom; ++y) {
-            uint8_t* open = open_.data() + size_t(y) * width;
-            for (size_t x = 0; x < width; ++x) {
-                if (!open[x]) continue;
-                uint16_t f[3], r[3], s[3] = {0, 0, 0};
-                std::memcpy(f, finer->Row(y) + x * 6, sizeof(f));
-                std::memcpy(r, rings.Row(y) + x * 6, sizeof(r));
-                if (streaks) std::memcpy(s, streaks_.Row(y) + x * 6, sizeof(s));
-                uint32_t level[3];
-                bool keep = std::max({f[0], f[1], f[2]}) < clip;
-                for (int c = 0; c < 3; ++c) {
-                    level[c] = factor * r[c] + s[c];
-                    const uint32_t kept = finerFactor * f[c] + (finer == &painted ? 0u : s[c]);
-                    keep = keep && level[c] <= kept + Tolerance(factor, level[c]);
+        ForRowParts(rows, threads_, kLeastPartRows, [&](Band part) {
+            for (int32_t y = part.top; y < part.bottom; ++y) {
+                uint8_t* open = open_.data() + size_t(y) * width;
+                for (size_t x = 0; x < width; ++x) {
+                    if (!open[x]) continue;
+                    uint16_t f[3], r[3], s[3] = {0, 0, 0};
+                    std::memcpy(f, finer->Row(y) + x * 6, sizeof(f));
+                    std::memcpy(r, rings.Row(y) + x * 6, sizeof(r));
+                    if (streaks) std::memcpy(s, streaks_.Row(y) + x * 6, sizeof(s));
+                    uint32_t level[3];
+                    bool keep = std::max({f[0], f[1], f[2]}) < clip;
+                    for (int c = 0; c < 3; ++c) {
+                        level[c] = factor * r[c] + s[c];
+                        const uint32_t kept = finerFactor * f[c] + (finer == &painted ? 0u : s[c]);
+                        keep = keep && level[c] <= kept + Tolerance(factor, level[c]);
+                    }
+                    open[x] = !keep && !last;   // a finer source that stands keeps what it wrote
+                    if (keep) continue;
+                    float* out = rgb + (size_t(y) * width + x) * 3;
+                    for (int c = 0; c < 3; ++c) out[c] = float(level[c]) / float(kFullChannel);
                 }
-                open[x] = !keep && !last;   // a finer source that stands keeps what it wrote
-                if (keep) continue;
-                float* out = rgb + (size_t(y) * width + x) * 3;
-                for (int c = 0; c < 3; ++c) out[c] = float(level[c]) / float(kFullChannel);
             }
-        }
-        rows = around(ClippedRows(rings, rows, clip), rows);
+        });
+        rows = around(ClippedRows(rings, rows, clip, threads_), rows);
         finer = &rings;
         finerFactor = factor;
     }

@@ -81,7 +81,13 @@ public:
     // channel keys), with `light`. Writes the levels (above) into `rgb`: packed float RGB of the
     // frame's size. The exposures are painted only when the frame clipped, and only over the rows
     // from the first to the last that need them.
+    //
+    // On `threads` threads (SetThreads): the exposures painted as Flare::Paint paints (every thread
+    // count the same pixels), the levels worked out a part of the rows on each.
     void Levels(const std::vector<uint8_t>& control, const FlareLight& light, const PluginPixels& painted, float* rgb);
+
+    // Threads for Levels and the exposures: 0 is every core, 1 (the default) the caller's alone.
+    void SetThreads(int32_t threads);
 
     // One exposure painted alone on a whole black frame of `size`: the ring elements of bracket
     // `bracket` (kFactors) without the streaks; the streaks without the ring elements. The frame
@@ -115,6 +121,7 @@ private:
     std::array<std::unique_ptr<Exposure>, kFactors.size()> brackets_;
     PluginPixels streaks_;
     std::vector<uint8_t> record_;     // the settings record an exposure is painted with
+    int32_t threads_ = 1;
     std::vector<uint8_t> open_;       // per pixel: whether a darker exposure is still to decide it
 };
 

@@ -165,21 +165,31 @@ TEST_F(FrameThreadsTest, EachBandIsItsOwnRunAfterASetup) {
     }
 }
 
-// Every front end's composite goes through the same bands: a black 16-bit frame, a float pass.
+// Every front end's composite goes through the same bands: a black 16-bit frame, a float pass;
+// and a linear pass of a light bright enough to clip, whose levels come from the darker exposures
+// painted on the same threads and worked out a part of the rows on each.
 TEST_F(FrameThreadsTest, CompositesAndPassesAreTheSameOnEveryThreadCount) {
     const FrameSize size{131, 201};
-    const FlareLight light{50.0, 80.0, {255, 255, 255}, 1.0, 0.0};
+    const FlareLight light{50.0, 80.0, {255, 255, 255}, 1.0, 0.0}, bright{70.0, 110.0, {255, 255, 255}, 4.0, 0.0};
     Flare flare(Setup(HeavyLook()));
     OfferLittleMemory(flare);
     std::vector<float> one(size_t(size.width) * size_t(size.height) * 4), many(one.size());
+    std::vector<float> linear(one.size()), linearMany(one.size());
     flare.SetThreads(1);
     const OIIO::ImageBuf black = flare.CompositeBlack(size, light, {});
     flare.PassInto(size, light, kDisplaySpace, one.data());
-    flare.SetThreads(3);
-    const OIIO::ImageBuf blackMany = flare.CompositeBlack(size, light, {});
-    flare.PassInto(size, light, kDisplaySpace, many.data());
-    EXPECT_EQ(OIIO::ImageBufAlgo::compare(black, blackMany, 0.0f, 0.0f).nfail, 0u);
-    EXPECT_TRUE(one == many);
+    flare.PassInto(size, bright, "linear", linear.data(), true);
+    ASSERT_GT(*std::max_element(linear.begin(), linear.end()), 1.0f) << "the bright light does not clip";
+    for (const int32_t threads : {2, 3, 8}) {
+        SCOPED_TRACE(std::to_string(threads) + " threads");
+        flare.SetThreads(threads);
+        const OIIO::ImageBuf blackMany = flare.CompositeBlack(size, light, {});
+        flare.PassInto(size, light, kDisplaySpace, many.data());
+        flare.PassInto(size, bright, "linear", linearMany.data(), true);
+        EXPECT_EQ(OIIO::ImageBufAlgo::compare(black, blackMany, 0.0f, 0.0f).nfail, 0u);
+        EXPECT_TRUE(one == many);
+        EXPECT_TRUE(linear == linearMany);
+    }
 }
 
 TEST_F(FrameThreadsTest, ProgressIsSerialisedAndCountsTheWholeFrame) {
