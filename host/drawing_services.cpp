@@ -6,6 +6,7 @@
 // Images are drawn over the installed backdrop, if any (image_backdrop.h).
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <exception>
 #include <memory>
 #include <vector>
@@ -85,14 +86,51 @@ struct ImageDraw {
     }
 };
 
+// The image's column shown at each destination column from `left` to `right` (as bytes into a
+// row of the image), -1 where the source reaches past the image: worked out once a draw, not once
+// a pixel. Kept from draw to draw, as a preview is drawn at every edit.
+const std::vector<int64_t>& SourceColumns(const ImageDraw& draw, int left, int right) {
+    thread_local std::vector<int64_t> columns;
+    columns.resize(size_t(std::max(0, right - left)));
+    for (int x = left; x < right; ++x) {
+        const int64_t sx = draw.source.left + (int64_t(x) - draw.dest.left) * draw.sourceWidth / draw.destWidth;
+        const bool inside = sx >= draw.image.bounds.left && sx < draw.image.bounds.right;
+        columns[size_t(x - left)] = inside ? (sx - draw.image.bounds.left) * 4 : -1;
+    }
+    return columns;
+}
+
+// `count` pixels, ARGB as the image holds them, put on the canvas opaque: as 32-bit words the
+// colour bytes move down one and the alpha byte becomes 255.
+void PutOpaque(uint8_t* out, const uint8_t* argb, int count) {
+    for (int i = 0; i < count; ++i) {
+        uint32_t word;
+        std::memcpy(&word, argb + size_t(i) * 4, 4);
+        word = (word >> 8) | 0xFF000000u;
+        std::memcpy(out + size_t(i) * 4, &word, 4);
+    }
+}
+
+// Destination pixels from the image's `row` through `columns`, opaque.
+void PutRow(uint8_t* out, const uint8_t* row, const std::vector<int64_t>& columns) {
+    for (const int64_t column : columns) {
+        if (column >= 0) PutOpaque(out, row + column, 1);
+        out += 4;
+    }
+}
+
 void DrawOpaque(Canvas& canvas, const ImageDraw& draw) {
     const KV_Rect on = canvas.Clip(draw.dest);
+    if (on.left >= on.right) return;
+    const std::vector<int64_t>& columns = SourceColumns(draw, on.left, on.right);
+    // Drawn at its own size and all inside the image (a preview): each row is one run.
+    const int count = on.right - on.left;
+    const bool run = draw.sourceWidth == draw.destWidth && columns.front() >= 0 && columns.back() >= 0;
     for (int y = on.top; y < on.bottom; ++y) {
         const uint8_t* row = draw.Row(y);
         if (row == nullptr) continue;
-        for (int x = on.left; x < on.right; ++x) {
-            if (const uint8_t* argb = draw.Pixel(row, x)) PutPixel(canvas, x, y, {argb[1], argb[2], argb[3]});
-        }
+        if (run) PutOpaque(canvas.Pixel(on.left, y), row + columns.front(), count);
+        else PutRow(canvas.Pixel(on.left, y), row, columns);
     }
 }
 
@@ -104,11 +142,14 @@ bool DrawOverBackdrop(Canvas& canvas, const ImageDraw& draw, ImageBackdrop& back
     const int width = int(draw.destWidth), height = int(draw.destHeight);
     try {
         pixels.assign(size_t(width) * size_t(height) * 4, 0);
+        const std::vector<int64_t>& columns = SourceColumns(draw, draw.dest.left, draw.dest.right);
         for (int y = 0; y < height; ++y) {
             const uint8_t* row = draw.Row(draw.dest.top + y);
+            if (row == nullptr) continue;
             uint8_t* out = pixels.data() + size_t(y) * size_t(width) * 4;
-            for (int x = 0; x < width; ++x, out += 4) {
-                if (const uint8_t* argb = draw.Pixel(row, draw.dest.left + x)) std::copy_n(argb, 4, out);
+            for (const int64_t column : columns) {
+                if (column >= 0) std::copy_n(row + column, 4, out);
+                out += 4;
             }
         }
         backdrop.Compose(pixels.data(), width, height);
@@ -117,12 +158,10 @@ bool DrawOverBackdrop(Canvas& canvas, const ImageDraw& draw, ImageBackdrop& back
         return false;
     }
     const KV_Rect on = canvas.Clip(draw.dest);
+    if (on.left >= on.right) return true;
     for (int y = on.top; y < on.bottom; ++y) {
-        const uint8_t* row = pixels.data() + size_t(y - draw.dest.top) * size_t(width) * 4;
-        for (int x = on.left; x < on.right; ++x) {
-            const uint8_t* argb = row + size_t(x - draw.dest.left) * 4;
-            PutPixel(canvas, x, y, {argb[1], argb[2], argb[3]});
-        }
+        const uint8_t* argb = pixels.data() + (size_t(y - draw.dest.top) * size_t(width) + size_t(on.left - draw.dest.left)) * 4;
+        PutOpaque(canvas.Pixel(on.left, y), argb, on.right - on.left);
     }
     return true;
 }

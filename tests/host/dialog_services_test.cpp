@@ -204,10 +204,19 @@ TEST_F(DialogServicesTest, FramesAndImagesLandOnTheCanvasClippedAndOpaque) {
     EXPECT_EQ((std::vector<int>{copied[0], copied[1], copied[2], copied[3]}), (std::vector<int>{1, 2, 3, 255}));
     const uint8_t* scaled = dialog_->canvas.Pixel(21, 22);   // second row, first column
     EXPECT_EQ((std::vector<int>{scaled[0], scaled[1], scaled[2]}), (std::vector<int>{70, 80, 90}));
-    EXPECT_EQ(dialog_->canvas.version, version + 3);
+    // At its own size, cut by the canvas's left edge: the image's second column lands in column 0;
+    // and from a source a column wider than the image, whose last column shows nothing.
+    const KV_Rect leftOff{-1, 30, 1, 32}, wider{0, 0, 3, 2}, widerDest{30, 30, 33, 32};
+    KV_DrawImage(context, image, &bounds, &leftOff);
+    KV_DrawImage(context, image, &wider, &widerDest);
+    const uint8_t* cut = dialog_->canvas.Pixel(0, 31);
+    EXPECT_EQ((std::vector<int>{cut[0], cut[1], cut[2], cut[3]}), (std::vector<int>{1, 2, 3, 255}));
+    EXPECT_EQ(dialog_->canvas.Pixel(31, 30)[0], 40);
+    EXPECT_EQ(dialog_->canvas.Pixel(32, 30)[3], 0);
+    EXPECT_EQ(dialog_->canvas.version, version + 5);
     KV_DestroyImageBuffer(image);
     KV_DrawImage(context, image, &bounds, &one);   // a destroyed image draws nothing
-    EXPECT_EQ(dialog_->canvas.version, version + 3);
+    EXPECT_EQ(dialog_->canvas.version, version + 5);
 }
 
 // Shows each pixel as its red inverted and its alpha in green, noting what it was handed.
