@@ -89,10 +89,12 @@ public:
     void SetWarning(std::function<void(const std::string&)> sink) { warning_ = std::move(sink); }
 
     // The plug-in's frame painted on `pixels` (the caller's memory, in the plug-in's layout), on
-    // this flare's threads: what RenderFrame paints with one copy.
-    void Paint(const PixelView& pixels, const FlareLight& light, int32_t bandRows = 0);
+    // this flare's threads: what RenderFrame paints with one copy. `beforeBand` (frame_bands.h)
+    // readies each band's rows first, on the thread that paints them.
+    void Paint(const PixelView& pixels, const FlareLight& light, int32_t bandRows = 0, const BandHook& beforeBand = {});
     // The same for the partition's bands that meet `rows` (frame_bands.h), painted whole.
-    void PaintRows(const PixelView& pixels, const FlareLight& light, Band rows, int32_t bandRows = 0);
+    void PaintRows(const PixelView& pixels, const FlareLight& light, Band rows, int32_t bandRows = 0,
+                   const BandHook& beforeBand = {});
 
     // The plate with the flare: its colour over its frame, the flare painted alone on black (so the
     // dissolve can only limit the flare) and blended in as `options.blend` says (blend.h). 8-bit

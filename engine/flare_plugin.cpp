@@ -84,12 +84,14 @@ std::vector<BandPainter> Flare::Painters(int32_t height) {
     return painters;
 }
 
-void Flare::Paint(const PixelView& pixels, const FlareLight& light, int32_t bandRows) {
-    PaintRows(pixels, light, {0, pixels.height}, bandRows);
+void Flare::Paint(const PixelView& pixels, const FlareLight& light, int32_t bandRows, const BandHook& beforeBand) {
+    PaintRows(pixels, light, {0, pixels.height}, bandRows, beforeBand);
 }
 
-void Flare::PaintRows(const PixelView& pixels, const FlareLight& light, Band rows, int32_t bandRows) {
-    PaintFrameBands(Painters(pixels.height), light, pixels, rows, bandRows, host_.progressSink(), host_.interruptFlag());
+void Flare::PaintRows(const PixelView& pixels, const FlareLight& light, Band rows, int32_t bandRows,
+                      const BandHook& beforeBand) {
+    PaintFrameBands(Painters(pixels.height), light, pixels, rows, bandRows, host_.progressSink(), host_.interruptFlag(),
+                    beforeBand);
 }
 
 void Flare::SetLensFNumber(double fNumber) {

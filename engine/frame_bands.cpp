@@ -96,9 +96,10 @@ private:
 
 // One painter's share: SETF for every band it takes, then its GENFs from the band's top down.
 void PaintTakenBands(BandWork& work, size_t p, const BandPainter& painter, const PluginFlareSetupRec& setup,
-                     const PixelView& pixels, int32_t bandRows) {
+                     const PixelView& pixels, int32_t bandRows, const BandHook& beforeBand) {
     try {
         for (Band band; work.Take(p, &band);) {
+            if (beforeBand) beforeBand(band);
             painter.instance->Setup(setup);
             const int32_t step = bandRows > 0 ? bandRows : band.bottom - band.top;
             for (int32_t top = band.top; top < band.bottom; top += step)
@@ -139,7 +140,7 @@ private:
 
 void PaintFrameBands(const std::vector<BandPainter>& painters, const FlareLight& light, const PixelView& pixels,
                      Band rows, int32_t bandRows, const host::ProgressSink& progress,
-                     const std::atomic<bool>* cancel) {
+                     const std::atomic<bool>* cancel, const BandHook& beforeBand) {
     if (painters.empty()) throw std::invalid_argument("painting a frame needs a plug-in instance");
     const Band covered = CoveringBands(rows, pixels.height);
     std::vector<Band> bands;
@@ -154,11 +155,11 @@ void PaintFrameBands(const std::vector<BandPainter>& painters, const FlareLight&
     try {
         for (size_t p = 1; p < count; ++p)
             threads.emplace_back(PaintTakenBands, std::ref(work), p, std::cref(painters[p]), std::cref(setup),
-                                 std::cref(pixels), bandRows);
+                                 std::cref(pixels), bandRows, std::cref(beforeBand));
     } catch (...) {
         work.Fail(std::current_exception());   // a thread the system would not start: the others stop too
     }
-    PaintTakenBands(work, 0, painters[0], setup, pixels, bandRows);
+    PaintTakenBands(work, 0, painters[0], setup, pixels, bandRows, beforeBand);
     for (std::thread& thread : threads) thread.join();
     work.RethrowFailure();
 }

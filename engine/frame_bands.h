@@ -28,6 +28,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "engine/flare_instance.h"
@@ -53,13 +54,18 @@ struct BandPainter {
     host::HostSession* host = nullptr;
 };
 
+// What a painter does to a band's rows before it paints them (a host copying its frame there, so
+// the rows are still in the core's cache when painted); on the painter's thread.
+using BandHook = std::function<void(Band)>;
+
 // SETF and GENF for every band of the partition that meets `rows`, painted whole, by
 // painters.size() threads (the first painter on the calling thread), each band taken in order by
-// the next painter free. Progress goes to `progress` (may be empty), stopped by `cancel` (may be
-// null). The painters' own sinks and flags are theirs again afterwards.
+// the next painter free, after `beforeBand` (may be empty). Progress goes to `progress` (may be
+// empty), stopped by `cancel` (may be null). The painters' own sinks and flags are theirs again
+// afterwards.
 void PaintFrameBands(const std::vector<BandPainter>& painters, const FlareLight& light, const PixelView& pixels,
                      Band rows, int32_t bandRows, const host::ProgressSink& progress,
-                     const std::atomic<bool>* cancel);
+                     const std::atomic<bool>* cancel, const BandHook& beforeBand = {});
 
 }  // namespace vellux::engine
 

@@ -145,6 +145,33 @@ TEST_F(FrameThreadsTest, EveryThreadCountPaintsTheSamePixels) {
     }
 }
 
+// A host's hook readies each band just before it is painted, on the painting thread (the frei0r
+// filter copies its input there): the frame is the one painted over the readied whole, on any
+// number of threads, and every band is readied once.
+TEST_F(FrameThreadsTest, EachBandIsReadiedOnceBeforeItIsPainted) {
+    const FrameSize size{97, 300};
+    const FlareLight light{40.0, 120.0, {255, 255, 255}, 1.0, 0.0};
+    PluginPixels plate(size.width, size.height, 32);
+    for (size_t i = 0; i < plate.bytes.size(); ++i) plate.bytes[i] = uint8_t(i * 7 % 251);
+    Flare flare(Setup(HeavyLook()));
+    OfferLittleMemory(flare);
+    PluginPixels whole = plate;
+    flare.Paint(whole.View(), light);
+    for (const int32_t threads : {1, 2, 3}) {
+        SCOPED_TRACE(std::to_string(threads) + " threads");
+        flare.SetThreads(threads);
+        PluginPixels readied(size.width, size.height, 32);
+        std::atomic<int32_t> rows{0};
+        flare.Paint(readied.View(), light, 0, [&](Band band) {
+            const size_t from = size_t(band.top) * size_t(plate.RowBytes()), to = size_t(band.bottom) * size_t(plate.RowBytes());
+            std::copy(plate.bytes.begin() + ptrdiff_t(from), plate.bytes.begin() + ptrdiff_t(to), readied.bytes.begin() + ptrdiff_t(from));
+            rows += band.bottom - band.top;
+        });
+        EXPECT_EQ(rows.load(), size.height);
+        EXPECT_TRUE(readied.bytes == whole.bytes);
+    }
+}
+
 // The first band is painted as one run of the whole frame paints it, and the partition paints
 // every band as that band's own run after a SETF.
 TEST_F(FrameThreadsTest, EachBandIsItsOwnRunAfterASetup) {
