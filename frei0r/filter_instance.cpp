@@ -5,10 +5,11 @@
 #include <cstdio>
 #include <cstring>
 #include <iostream>
-#include <thread>
 #include <vector>
 
 #include "engine/plugin_location.h"
+#include "engine/row_parts.h"
+#include "frei0r/image_side.h"
 
 namespace vellux::frei0r {
 
@@ -123,27 +124,15 @@ void StraightAlpha(const uint8_t* colour, size_t count, uint8_t* rgba) {
     }
 }
 
-// A lens's flare composited over the 8-bit sRGB RGBA frame at `rgba`, in its own memory.
-void CompositeOver(engine::Flare& flare, int width, int height, uint8_t* rgba, const engine::FlareLight& light,
-                   engine::Blend blend) {
-    const OIIO::ImageSpec spec(width, height, 4, OIIO::TypeUInt8);
-    const OIIO::ImageBuf painted = flare.Composite(OIIO::ImageBuf(spec, rgba), light, {0, "", blend});
-    if (painted.localpixels() != rgba) painted.get_pixels(painted.roi(), OIIO::TypeUInt8, rgba);
-}
-
-// The host's frame copied to its output, in parts on the cores as the painting is: a 4K frame is
-// 33 MB, a copy a third as long as the painting on two cores.
-void CopyFrame(uint32_t* out, const uint32_t* in, size_t count) {
-    constexpr size_t kLeastPart = size_t(1) << 20;   // pixels a thread is started for
-    const size_t parts = std::clamp<size_t>(count / kLeastPart, 1, std::max(1u, std::thread::hardware_concurrency()));
-    const size_t part = count / parts;
-    std::vector<std::thread> copies;
-    for (size_t i = 1; i < parts; ++i) {
-        const size_t begin = i * part, end = i + 1 == parts ? count : begin + part;
-        copies.emplace_back([=] { std::memcpy(out + begin, in + begin, (end - begin) * 4); });
-    }
-    std::memcpy(out, in, part * 4);
-    for (std::thread& copy : copies) copy.join();
+// The host's frame copied to its output, a part of the rows on each core as the painting is: a 4K
+// frame is 33 MB, a copy a third as long as the painting on two cores. A thread is started for a
+// megapixel or more.
+void CopyFrame(uint32_t* out, const uint32_t* in, int width, int height) {
+    const size_t row = size_t(width);
+    const int32_t leastRows = int32_t(std::max<size_t>(1, (size_t(1) << 20) / std::max<size_t>(1, row)));
+    engine::ForRowParts({0, height}, 0, leastRows, [&](engine::Band part) {
+        std::memcpy(out + size_t(part.top) * row, in + size_t(part.top) * row, size_t(part.bottom - part.top) * row * 4);
+    });
 }
 
 }  // namespace
@@ -153,11 +142,14 @@ void FilterInstance::Update(double time, const uint32_t* in, uint32_t* out) {
     const size_t count = size_t(width_) * size_t(height_);
     try {
         const engine::FlareLight light = LightFor(time, in);   // read before `out` (maybe `in`) is written
-        if (!settings_.flareOnly && in != out) CopyFrame(out, in, count);
         engine::Flare& flare = FlareFor(settings_);
         flare.instance().EditSettings(settings_.edits);
-        if (lensLook_) PaintLensLook(flare, light, out);
-        else PaintPlugin(flare, light, out);
+        if (lensLook_) {
+            if (!settings_.flareOnly && in != out) CopyFrame(out, in, width_, height_);
+            PaintLensLook(flare, light, out);
+        } else {
+            PaintPlugin(flare, light, in, out);
+        }
     } catch (const std::exception& error) {
         // Refused before painting (a table, the settings): the frame passes through unchanged.
         Report(error.what());
@@ -176,7 +168,7 @@ engine::FlareLight FilterInstance::LightFor(double time, const uint32_t* in) {
         return light;
     }
     if (seeked) StopFollowing(follower_);   // the light is found afresh on this frame
-    const FollowedPlace place = FollowFrame(follower_, in, width_, height_);
+    const FollowedPlace place = TheImageSide().followFrame(follower_, in, width_, height_);
     if (place.found) light.x = place.x, light.y = place.y;
     light.intensity *= place.visible;
     return light;
@@ -184,30 +176,39 @@ engine::FlareLight FilterInstance::LightFor(double time, const uint32_t* in) {
 
 // The flare is painted on black and blended in, so that the dissolve only ever limits the flare
 // (blend.h). The plug-in's own add with nothing to fade is the same as painting straight into the
-// host's frame, which needs no frame of the filter's own: that is done then.
-void FilterInstance::PaintPlugin(engine::Flare& flare, const engine::FlareLight& light, uint32_t* out) {
+// host's frame, which needs no frame of the filter's own: that is done then, each band of the
+// host's frame copied to the output by the thread that paints it, just before (so the painting
+// finds its rows in the core's cache).
+void FilterInstance::PaintPlugin(engine::Flare& flare, const engine::FlareLight& light, const uint32_t* in,
+                                 uint32_t* out) {
     const bool inPlace = !settings_.flareOnly && settings_.blend == engine::Blend::display &&
                          settings_.edits.dissolve.value_or(0.0) == 0.0;
-    if (!inPlace) {
-        if (pixels_.bytes.empty()) pixels_ = engine::PluginPixels(width_, height_, 32);   // made on first use
-        std::fill(pixels_.bytes.begin(), pixels_.bytes.end(), uint8_t(0));
+    if (inPlace) {
+        const size_t row = size_t(width_);
+        const auto copyBand = [&](engine::Band band) {
+            std::memcpy(out + size_t(band.top) * row, in + size_t(band.top) * row, size_t(band.bottom - band.top) * row * 4);
+        };
+        flare.Paint(HostFrame(out, width_, height_), light, 0, in != out ? engine::BandHook(copyBand) : engine::BandHook());
+        return;
     }
-    flare.Paint(inPlace ? HostFrame(out, width_, height_) : pixels_.View(), light);
-    if (inPlace) return;
+    if (!settings_.flareOnly && in != out) CopyFrame(out, in, width_, height_);
+    if (pixels_.bytes.empty()) pixels_ = engine::PluginPixels(width_, height_, 32);   // made on first use
+    std::fill(pixels_.bytes.begin(), pixels_.bytes.end(), uint8_t(0));
+    flare.Paint(pixels_.View(), light);
     auto* target = reinterpret_cast<uint8_t*>(out);
-    if (settings_.flareOnly) StraightAlpha(pixels_.bytes.data() + 1, pixels_.bytes.size() / 4, target);   // after a
-    else engine::BlendBytes(target, 4, pixels_.bytes.data(), pixels_.bytes.size() / 4, settings_.blend);
+    if (settings_.flareOnly) StraightAlpha(pixels_.bytes.data() + 1, pixels_.bytes.size() / 4, target);   // past the alpha byte
+    else TheImageSide().blendBytes(target, 4, pixels_.bytes.data(), pixels_.bytes.size() / 4, settings_.blend);
 }
 
 // The lens's flare over the host's frame in its own memory; for Flare only, over transparent
 // black in the filter's, then made straight into the host's.
 void FilterInstance::PaintLensLook(engine::Flare& flare, const engine::FlareLight& light, uint32_t* out) {
     if (!settings_.flareOnly) {
-        CompositeOver(flare, width_, height_, reinterpret_cast<uint8_t*>(out), light, settings_.blend);
+        TheImageSide().compositeOver(flare, width_, height_, reinterpret_cast<uint8_t*>(out), light, settings_.blend);
         return;
     }
     lensOnly_.assign(size_t(width_) * size_t(height_) * 4, 0);
-    CompositeOver(flare, width_, height_, lensOnly_.data(), light, engine::Blend::display);
+    TheImageSide().compositeOver(flare, width_, height_, lensOnly_.data(), light, engine::Blend::display);
     StraightAlpha(lensOnly_.data(), lensOnly_.size() / 4, reinterpret_cast<uint8_t*>(out));
 }
 

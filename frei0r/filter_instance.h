@@ -16,6 +16,7 @@
 #include "engine/plugin_pixels.h"
 #include "frei0r/filter_params.h"
 #include "frei0r/light_follower.h"
+#include "frei0r/seek_watch.h"
 
 namespace vellux::frei0r {
 
@@ -49,7 +50,7 @@ private:
     engine::Flare& FlareFor(const FilterSettings& settings);
     engine::LensLookOptions LensLookFor(const FilterSettings& settings);
     engine::FlareLight LightFor(double time, const uint32_t* in);
-    void PaintPlugin(engine::Flare& flare, const engine::FlareLight& light, uint32_t* out);
+    void PaintPlugin(engine::Flare& flare, const engine::FlareLight& light, const uint32_t* in, uint32_t* out);
     void PaintLensLook(engine::Flare& flare, const engine::FlareLight& light, uint32_t* out);
 
     const int width_, height_;

@@ -113,21 +113,4 @@ FollowedPlace FollowFrame(LightFollower& f, const uint32_t* rgba, int width, int
     return place;
 }
 
-void StopFollowing(LightFollower& f) {
-    f.followed.clear();
-    f.unseen = 0;
-}
-
-bool Seeked(SeekWatch& watch, double time) {
-    const bool first = !watch.started;
-    const double step = time - watch.last;
-    watch.started = true;
-    watch.last = time;
-    if (first) return false;
-    if (step < 0.0) return true;
-    if (watch.shortestStep > 0.0 && step > kSeekSteps * watch.shortestStep) return true;
-    if (step > 0.0 && (watch.shortestStep == 0.0 || step < watch.shortestStep)) watch.shortestStep = step;
-    return false;
-}
-
 }  // namespace vellux::frei0r

@@ -17,6 +17,7 @@
 // predicted to be is read and searched (light_follower.cpp: SearchWindow); the whole frame
 // otherwise. The frame buffer lives in the follower (made on first use), so a frame allocates
 // nothing per pixel or row. A follower belongs to one filter instance and is used under its lock.
+// FollowFrame lives in the filter's image side (image_side.h).
 #ifndef VELLUX_FREI0R_LIGHT_FOLLOWER_H
 #define VELLUX_FREI0R_LIGHT_FOLLOWER_H
 
@@ -53,21 +54,10 @@ struct FollowedPlace {
 FollowedPlace FollowFrame(LightFollower& follower, const uint32_t* rgba, int width, int height);
 
 // Forgets the light followed (the switch turned off, a seek): the next frame starts afresh.
-void StopFollowing(LightFollower& follower);
-
-// A host's frame times, watched for seeks (an editor's playhead moved): a time before the last
-// one, or a step forward of more than kSeekSteps of the shortest step seen so far, whatever the
-// host counts time in.
-inline constexpr double kSeekSteps = 3.0;
-
-struct SeekWatch {
-    bool started = false;
-    double last = 0.0;
-    double shortestStep = 0.0;   // 0 until the time first moves on
-};
-
-// Whether the frame at `time` is not the one after the last (a seek); remembers it.
-bool Seeked(SeekWatch& watch, double time);
+inline void StopFollowing(LightFollower& follower) {
+    follower.followed.clear();
+    follower.unseen = 0;
+}
 
 }  // namespace vellux::frei0r
 

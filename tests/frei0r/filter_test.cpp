@@ -38,11 +38,26 @@ std::string Words(std::string name) {
     return name;
 }
 
-std::string ToolOutput(const std::string& arguments) {
+std::string CommandOutput(const std::string& command) {
     std::string output;
-    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(("'" VELLUX_TOOL_PATH "' " + arguments + " 2>&1").c_str(), "r"), pclose);
+    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen((command + " 2>&1").c_str(), "r"), pclose);
     for (int c; pipe && (c = std::fgetc(pipe.get())) != EOF;) output += char(c);
     return output;
+}
+
+std::string ToolOutput(const std::string& arguments) { return CommandOutput("'" VELLUX_TOOL_PATH "' " + arguments); }
+
+// A host loading the filter loads the engine's core, not the image library and the libraries it
+// brings (a third of a second in ffmpeg): those come with the image side, beside the engine, when
+// a lens look, a blend or following a light first needs them (the tests below use all three).
+TEST(Frei0rFilter, LoadsWithoutTheImageLibrary) {
+    const std::string filter = CommandOutput("ldd '" VELLUX_FREI0R_PATH "'");
+    EXPECT_NE(filter.find("libvellux_engine_core.so"), std::string::npos) << filter;
+    EXPECT_EQ(filter.find("OpenImageIO"), std::string::npos) << filter;
+    EXPECT_EQ(filter.find("opencv"), std::string::npos) << filter;
+    const std::string side = CommandOutput("ldd '" VELLUX_FREI0R_DIR "/../libvellux_frei0r_images.so'");
+    EXPECT_NE(side.find("libOpenImageIO"), std::string::npos) << side;
+    EXPECT_EQ(side.find("not found"), std::string::npos) << side;
 }
 
 // The flare's settings are parameters under their own names, with their meanings as
