@@ -58,6 +58,8 @@
 #include "engine/frame_bands.h"
 //   FrameBands(height)                    the fixed partition every frame is painted in, a SETF per band
 //   PaintFrameBands(painters, ...)        those bands on one thread per plug-in copy, progress and cancel shared
+#include "engine/row_parts.h"
+//   ForRowParts(rows, threads, ...)       row-by-row work (levels, conversions, copies) a part on each core
 #include "engine/plugin_settings.h"
 //   SettingEdits, CheckSettingEdits       changes to the plug-in's settings record, checked
 #include "engine/setting_assignments.h"

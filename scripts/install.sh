@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs Vellux for one user (or into any prefix): builds what is missing, then
 #   PREFIX/bin/vellux                   the tool
-#   PREFIX/lib/libvellux_*.so           the engine and host libraries, the tool's image module
+#   PREFIX/lib/libvellux_*.so           the engine and host libraries, the tool's image module and
+#                                       the frei0r filter's image side
 #   PREFIX/lib/vellux/Vellux.so         the plug-in
 #   PREFIX/share/vellux/tables/*.rsc    the flare tables
 #   PREFIX/lib/frei0r-1/vellux.so       the frei0r filter for video hosts (linked into ~/.frei0r-1/lib

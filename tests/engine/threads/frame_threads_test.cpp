@@ -17,6 +17,7 @@
 #include "engine/flare.h"
 #include "engine/frame_bands.h"
 #include "engine/frame_render.h"
+#include "engine/row_parts.h"
 #include "engine/scene.h"
 #include "engine/scene_render.h"
 #include "host/resource_services.h"
@@ -62,6 +63,32 @@ TEST(FrameBands, ThreadsAreCappedByTheBandsAndZeroIsEveryCore) {
     EXPECT_EQ(FrameThreads(3, 1000), 3);
     EXPECT_GE(FrameThreads(0, 100000), 1);
     EXPECT_THROW(FrameThreads(-1, 100), std::invalid_argument);
+}
+
+// Row-by-row work: parts cover the rows once, in order, no more than the threads and none shorter
+// than asked unless the rows are; every part runs, and a failing part's exception comes back.
+TEST(RowParts, CoverTheRowsOnceAndEveryPartRuns) {
+    struct Case {
+        Band rows;
+        int32_t threads, leastRows;
+        size_t parts;
+    };
+    for (const Case& c : {Case{{0, 100}, 2, 32, 2}, Case{{0, 100}, 8, 32, 3}, Case{{10, 20}, 4, 32, 1},
+                          Case{{5, 5}, 3, 1, 1}, Case{{0, 7}, 3, 1, 3}}) {
+        SCOPED_TRACE(std::to_string(c.rows.top) + ".." + std::to_string(c.rows.bottom) + " on " + std::to_string(c.threads));
+        const std::vector<Band> parts = RowParts(c.rows, c.threads, c.leastRows);
+        ASSERT_EQ(parts.size(), c.parts);
+        EXPECT_EQ(parts.front().top, c.rows.top);
+        EXPECT_EQ(parts.back().bottom, c.rows.bottom);
+        for (size_t i = 1; i < parts.size(); ++i) EXPECT_EQ(parts[i].top, parts[i - 1].bottom);
+        std::atomic<int32_t> rows{0};
+        ForRowParts(c.rows, c.threads, c.leastRows, [&](Band part) { rows += part.bottom - part.top; });
+        EXPECT_EQ(rows.load(), c.rows.bottom - c.rows.top);
+    }
+    EXPECT_GE(RowParts({0, 1000}, 0, 1).size(), 1u);
+    EXPECT_THROW(RowParts({0, 10}, -1, 1), std::invalid_argument);
+    EXPECT_THROW(ForRowParts({0, 100}, 3, 1, [](Band part) { if (part.top > 0) throw std::runtime_error("part"); }),
+                 std::runtime_error);
 }
 
 // ---- Flares on several threads -----------------------------------------------------------------
