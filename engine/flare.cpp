@@ -92,7 +92,7 @@ void Flare::Levels(FrameSize size, const FlareLight& light, int32_t bandRows, fl
         // The lens's flare is light: painted linear, and given to the blends as display levels
         // like the plug-in's (the sRGB curve carried on above 1).
         std::fill_n(levels, values, 0.0f);
-        look_->Paint(size, light, levels);
+        look_->Paint(size, light, levels, threads_);
         for (size_t i = 0; i < values; ++i) levels[i] = levels[i] > 0.0f ? OIIO::linear_to_sRGB(levels[i]) : 0.0f;
         return;
     }

@@ -47,13 +47,13 @@ void AcrossRow(const float* row, const std::vector<Taps>& columns, float* across
 // The row of `scratch` holding source row `index` interpolated across, made when neither holds it
 // (in the slot that `keep`, the other row the destination row takes, is not in).
 template <int kChannels>
-const float* RowAcross(const float* src, size_t stride, int index, int keep, const std::vector<Taps>& columns,
+const float* RowAcross(const float* src, int srcTop, size_t stride, int index, int keep, const std::vector<Taps>& columns,
                        ResampleScratch& scratch) {
     for (int slot = 0; slot < 2; ++slot)
         if (scratch.index[slot] == index) return scratch.rows[slot].data();
     const int slot = scratch.index[0] == keep ? 1 : 0;
     scratch.rows[slot].resize(columns.size() * kChannels);
-    AcrossRow<kChannels>(src + size_t(index) * stride, columns, scratch.rows[slot].data());
+    AcrossRow<kChannels>(src + size_t(index - srcTop) * stride, columns, scratch.rows[slot].data());
     scratch.index[slot] = index;
     return scratch.rows[slot].data();
 }
@@ -76,10 +76,11 @@ void CombineDown(const float* top, const float* bottom, float w0, float w1, cons
 // destination at every pixel of [x0, x1] x [y0, y1], bilinear between source pixel centres, times
 // `mul` per channel. Each source row is interpolated across once and kept while destination rows
 // take it (the same sums as a pixel at a time, so the same values); down, the rows are combined
-// as whole rows.
+// as whole rows. `src` and `dst` may hold only some rows of their images, from row `srcTop` and
+// `dstTop` on: the rows read and written must be among them.
 template <int kChannels>
-void Resample(const float* src, int sw, int sh, const Mapping& m, bool clamp, int x0, int x1, int y0, int y1,
-              const float mul[3], float* dst, int dw, ResampleScratch& scratch) {
+void Resample(const float* src, int srcTop, int sw, int sh, const Mapping& m, bool clamp, int x0, int x1, int y0, int y1,
+              const float mul[3], float* dst, int dstTop, int dw, ResampleScratch& scratch) {
     if (x0 > x1 || y0 > y1) return;
     std::vector<Taps>& columns = scratch.columns;
     const size_t count = size_t(x1 - x0 + 1);
@@ -98,9 +99,9 @@ void Resample(const float* src, int sw, int sh, const Mapping& m, bool clamp, in
     for (int y = y0; y <= y1; ++y) {
         const Taps rows = TapsAt(m.ay * (y + 0.5) + m.by, sh, clamp);
         if (rows.w0 == 0.0f && rows.w1 == 0.0f) continue;
-        const float* top = RowAcross<kChannels>(src, stride, rows.first, rows.second, columns, scratch);
-        const float* bottom = RowAcross<kChannels>(src, stride, rows.second, rows.first, columns, scratch);
-        float* out = dst + (size_t(y) * size_t(dw) + size_t(x0)) * 3;
+        const float* top = RowAcross<kChannels>(src, srcTop, stride, rows.first, rows.second, columns, scratch);
+        const float* bottom = RowAcross<kChannels>(src, srcTop, stride, rows.second, rows.first, columns, scratch);
+        float* out = dst + (size_t(y - dstTop) * size_t(dw) + size_t(x0)) * 3;
         if constexpr (kChannels == 3) {
             CombineDown(top, bottom, rows.w0, rows.w1, muls, out, count * 3);
         } else {
@@ -113,14 +114,16 @@ void Resample(const float* src, int sw, int sh, const Mapping& m, bool clamp, in
 }
 
 // Spreads each ghost pixel's light over the frame pixels it overlaps: for ghosts whose pixels are
-// smaller than the frame's, so that a small bright ghost keeps its energy where it falls.
-void Spread(const GhostImage& ghost, const float scale[3], FrameSize frame, double frameMm, float* rgb) {
+// smaller than the frame's, so that a small bright ghost keeps its energy where it falls. Only the
+// frame's rows `rows` are written.
+void Spread(const GhostImage& ghost, const float scale[3], FrameSize frame, double frameMm, Band rows, float* rgb) {
     const double cx = 0.5 * frame.width, cy = 0.5 * frame.height;
     const size_t stride = size_t(ghost.size) * 3;
     const double step = ghost.pixel / frameMm, share = 1.0 / (step * step), cell = ghost.pixel * ghost.pixel;
     for (int j = 0; j < ghost.size; ++j) {
         const double y1 = cy - (ghost.bottom + j * ghost.pixel) / frameMm, y0 = y1 - step;
-        const int fy0 = FloorWithin(y0, 0, frame.height), fy1 = FloorWithin(y1, -1, frame.height - 1);
+        const int fy0 = std::max(FloorWithin(y0, 0, frame.height), rows.top);
+        const int fy1 = std::min(FloorWithin(y1, -1, frame.height - 1), rows.bottom - 1);
         for (int i = 0; i < ghost.size && fy0 <= fy1; ++i) {
             const float* d = &ghost.rgb[size_t(j) * stride + size_t(i) * 3];
             if (d[0] == 0.0f && d[1] == 0.0f && d[2] == 0.0f) continue;
@@ -161,22 +164,43 @@ GhostImage FoldGhost(const lens::GhostFootprint* footprints, const std::array<fl
         if (f.density.empty() || scales[k] == std::array<float, 3>{}) continue;
         const double ratio = image.pixel / f.pixel;
         const Mapping m{ratio, (image.left - f.left) / f.pixel - 0.5, ratio, (image.bottom - f.bottom) / f.pixel - 0.5};
-        Resample<1>(f.density.data(), f.size, f.size, m, false, 0, image.size - 1, 0, image.size - 1, scales[k].data(),
-                 image.rgb.data(), image.size, scratch);
+        Resample<1>(f.density.data(), 0, f.size, f.size, m, false, 0, image.size - 1, 0, image.size - 1, scales[k].data(),
+                    image.rgb.data(), 0, image.size, scratch);
     }
     image.densest = *std::max_element(image.rgb.begin(), image.rgb.end());
     return image;
 }
 
-void GhostCanvas::Begin(FrameSize frame, double frameMm) {
+namespace {
+
+// The rows of a coarse level (`height` rows) that bringing it up into the rows `finer` of the
+// level below reads (Finish's mapping, halving).
+Band CoarseRowsFor(Band finer, int height) {
+    if (finer.top >= finer.bottom) return {0, 0};
+    const Taps first = TapsAt(0.5 * (finer.top + 0.5) - 0.5, height, true);
+    const Taps last = TapsAt(0.5 * (finer.bottom - 1 + 0.5) - 0.5, height, true);
+    return {std::min(first.first, first.second), std::max(last.first, last.second) + 1};
+}
+
+}  // namespace
+
+void GhostCanvas::Begin(FrameSize frame, double frameMm, Band rows) {
     frame_ = frame, frameMm_ = frameMm;
+    rows_ = {std::max(0, rows.top), std::min(frame.height, rows.bottom)};
+    Band finer = rows_;
     for (int l = 1; l < kLevels; ++l) {
         Level& level = levels_[size_t(l)];
         level.width = (frame.width + (1 << l) - 1) >> l;
         level.height = (frame.height + (1 << l) - 1) >> l;
-        level.rgb.resize(size_t(level.width) * size_t(level.height) * 3);
-        if (level.used) std::fill(level.rgb.begin(), level.rgb.end(), 0.0f);
+        const Band kept = CoarseRowsFor(finer, level.height);
+        const size_t values = size_t(level.width) * size_t(std::max(0, kept.bottom - kept.top)) * 3;
+        if (level.rgb.size() != values || level.rows.top != kept.top || level.rows.bottom != kept.bottom)
+            level.rgb.assign(values, 0.0f);
+        else if (level.used)
+            std::fill(level.rgb.begin(), level.rgb.end(), 0.0f);
+        level.rows = kept;
         level.used = false;
+        finer = kept;
     }
 }
 
@@ -184,7 +208,7 @@ void GhostCanvas::Add(const GhostImage& ghost, const float scale[3], float* rgb)
     if (ghost.rgb.empty()) return;
     const double densest = ghost.densest * *std::max_element(scale, scale + 3);
     if (densest * std::max(frameMm_ * frameMm_, ghost.pixel * ghost.pixel) < kFaintest) return;
-    if (ghost.pixel < frameMm_) return Spread(ghost, scale, frame_, frameMm_, rgb);
+    if (ghost.pixel < frameMm_) return Spread(ghost, scale, frame_, frameMm_, rows_, rgb);
     // Gathered at the coarsest level whose pixels are no larger than half the ghost's: a ghost's
     // edge is then as sharp as its own raster draws it.
     int l = 0;
@@ -192,6 +216,7 @@ void GhostCanvas::Add(const GhostImage& ghost, const float scale[3], float* rgb)
     const double cell = frameMm_ * double(1 << l);
     const int width = l == 0 ? frame_.width : levels_[size_t(l)].width;
     const int height = l == 0 ? frame_.height : levels_[size_t(l)].height;
+    const Band kept = l == 0 ? rows_ : levels_[size_t(l)].rows;
     float* out = l == 0 ? rgb : levels_[size_t(l)].rgb.data();
     // The sensor's centre, the frame's, in the level's pixels.
     const double cx = 0.5 * frame_.width / double(1 << l), cy = 0.5 * frame_.height / double(1 << l);
@@ -199,11 +224,13 @@ void GhostCanvas::Add(const GhostImage& ghost, const float scale[3], float* rgb)
     const Mapping m{ratio, (-cx * cell - ghost.left) / ghost.pixel - 0.5, -ratio, (cy * cell - ghost.bottom) / ghost.pixel - 0.5};
     const double right = ghost.left + ghost.size * ghost.pixel, top = ghost.bottom + ghost.size * ghost.pixel;
     const int x0 = FloorWithin(cx + ghost.left / cell, 0, width), x1 = FloorWithin(cx + right / cell + 1.0, -1, width - 1);
-    const int y0 = FloorWithin(cy - top / cell, 0, height), y1 = FloorWithin(cy - ghost.bottom / cell + 1.0, -1, height - 1);
+    const int y0 = std::max(FloorWithin(cy - top / cell, 0, height), kept.top);
+    const int y1 = std::min(FloorWithin(cy - ghost.bottom / cell + 1.0, -1, height - 1), kept.bottom - 1);
     // The frame takes light (per mm^2 times its pixel's area); a coarse level keeps light per mm^2.
     const float unit = l == 0 ? float(frameMm_ * frameMm_) : 1.0f;
     const float mul[3] = {scale[0] * unit, scale[1] * unit, scale[2] * unit};
-    Resample<3>(ghost.rgb.data(), ghost.size, ghost.size, m, false, x0, x1, y0, y1, mul, out, width, scratch_);
+    Resample<3>(ghost.rgb.data(), 0, ghost.size, ghost.size, m, false, x0, x1, y0, y1, mul, out, l == 0 ? 0 : kept.top,
+                width, scratch_);
     if (l > 0) levels_[size_t(l)].used = true;
 }
 
@@ -213,14 +240,15 @@ void GhostCanvas::Finish(float* rgb) {
         Level& level = levels_[size_t(l)];
         if (!level.used) continue;
         const bool toFrame = l == 1;
-        const int width = toFrame ? frame_.width : levels_[size_t(l - 1)].width;
-        const int height = toFrame ? frame_.height : levels_[size_t(l - 1)].height;
+        Level* finer = toFrame ? nullptr : &levels_[size_t(l - 1)];
+        const int width = toFrame ? frame_.width : finer->width;
+        const Band rows = toFrame ? rows_ : finer->rows;
         const float unit = toFrame ? float(frameMm_ * frameMm_) : 1.0f;
         const float mul[3] = {unit, unit, unit};
         const Mapping half{0.5, -0.5, 0.5, -0.5};
-        Resample<3>(level.rgb.data(), level.width, level.height, half, true, 0, width - 1, 0, height - 1, mul,
-                 toFrame ? rgb : levels_[size_t(l - 1)].rgb.data(), width, scratch_);
-        if (!toFrame) levels_[size_t(l - 1)].used = true;
+        Resample<3>(level.rgb.data(), level.rows.top, level.width, level.height, half, true, 0, width - 1, rows.top,
+                    rows.bottom - 1, mul, toFrame ? rgb : finer->rgb.data(), toFrame ? 0 : rows.top, width, scratch_);
+        if (!toFrame) finer->used = true;
     }
 }
 

@@ -10,6 +10,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include "engine/flare_instance.h"
@@ -53,8 +54,11 @@ class GhostCanvas {
 public:
     static constexpr int kLevels = 4;   // the frame's resolution, a half, a quarter, an eighth
 
-    // Starts a frame: nothing gathered yet.
-    void Begin(FrameSize frame, double frameMm);
+    // Starts a frame: nothing gathered yet. Only the frame's rows `rows` are painted (all of them by
+    // default), each with the very values a canvas of the whole frame gives it, so a frame can be
+    // painted a part of its rows on each thread, a canvas a part. Each coarse level keeps only the
+    // rows that bringing it up into the painted rows reads.
+    void Begin(FrameSize frame, double frameMm, Band rows = {0, INT32_MAX});
     // Adds `ghost` times `scale` (per channel). A ghost too faint to move a pixel is left out.
     void Add(const GhostImage& ghost, const float scale[3], float* rgb);
     // Brings what was gathered coarsely up to the frame and adds it to `rgb`.
@@ -64,9 +68,11 @@ private:
     struct Level {
         int width = 0, height = 0;
         bool used = false;
-        std::vector<float> rgb;   // light per mm^2
+        Band rows;                // the rows kept
+        std::vector<float> rgb;   // light per mm^2, those rows
     };
     FrameSize frame_{0, 0};
+    Band rows_;                   // the frame's rows painted
     double frameMm_ = 0.0;
     std::array<Level, kLevels> levels_;
     ResampleScratch scratch_;

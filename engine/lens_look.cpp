@@ -10,6 +10,7 @@
 
 #include "engine/closest_match.h"
 #include "engine/plugin_location.h"
+#include "engine/row_parts.h"
 #include "lens/exact_trace.h"
 #include "lens/paraxial.h"
 #include "lens/spectrum.h"
@@ -55,6 +56,7 @@ double FNumberOf(const LensLookOptions& options, const lens::Prescription& presc
 constexpr int kGhostWavelengthStep = 2;
 constexpr int kGhostRays = 24;     // rays across a ghost's entrance
 constexpr int kGhostRaster = 96;   // density pixels across its footprint
+constexpr int32_t kLeastPartRows = 64;   // rows a thread is started for: every part redoes the coarse rows it needs
 
 // Whether two lights' ghosts are traced alike (the rest of the look's settings never change).
 bool SameLight(const lens::FootprintSettings& a, const lens::FootprintSettings& b) {
@@ -162,7 +164,7 @@ void LensLook::SetFNumber(double fNumber) {
     fNumber_ = FNumberOf(options, lens_);
 }
 
-void LensLook::Paint(FrameSize size, const FlareLight& light, float* rgb) {
+void LensLook::Paint(FrameSize size, const FlareLight& light, float* rgb, int32_t threads) {
     // The frame's smaller side spans the sensor's smaller side; its centre is the lens's axis.
     const double frameMm = std::min(sensorWidth_, sensorHeight_) / double(std::min(size.width, size.height));
     // The light in this frame's pixels: fewer of them, each larger, on a smaller frame.
@@ -171,9 +173,7 @@ void LensLook::Paint(FrameSize size, const FlareLight& light, float* rgb) {
     const double colour[3] = {light.color.red / 255.0, light.color.green / 255.0, light.color.blue / 255.0};
     const float burstScale[3] = {float(energy * colour[0]), float(energy * colour[1]), float(energy * colour[2])};
     const lens::Starburst& burst = starbursts_.Get(aperture_, fNumber_);
-    AddPattern(burst.rgb.data(), burst.size, burst.mmPerPixel, light.x, light.y, burstScale, size, frameMm, rgb);
     if (raysFNumber_ != fNumber_) rays_ = StarburstRays(burst), raysFNumber_ = fNumber_;
-    AddRays(rays_, light.x, light.y, burstScale, size, frameMm, rgb);
 
     // The light's direction: where its image lies on the sensor (y up there), through the lens.
     const double sx = (light.x - 0.5 * size.width) * frameMm, sy = (0.5 * size.height - light.y) * frameMm;
@@ -189,9 +189,18 @@ void LensLook::Paint(FrameSize size, const FlareLight& light, float* rgb) {
         foldedFor_ = settings;
     }
     const float scale[3] = {float(perFrame * colour[0]), float(perFrame * colour[1]), float(perFrame * colour[2])};
-    canvas_.Begin(size, frameMm);
-    for (const GhostImage& ghost : folded_) canvas_.Add(ghost, scale, rgb);
-    canvas_.Finish(rgb);
+    // Each part paints its rows as the whole frame would be painted, in the same order: the
+    // starburst, its rays, then the ghosts.
+    const std::vector<Band> parts = RowParts({0, size.height}, threads, kLeastPartRows);
+    if (canvases_.size() < parts.size()) canvases_.resize(parts.size());
+    ForEachRowPart(parts, [&](size_t p, Band part) {
+        AddPattern(burst.rgb.data(), burst.size, burst.mmPerPixel, light.x, light.y, burstScale, size, frameMm, rgb, part);
+        AddRays(rays_, light.x, light.y, burstScale, size, frameMm, rgb, part);
+        GhostCanvas& canvas = canvases_[p];
+        canvas.Begin(size, frameMm, part);
+        for (const GhostImage& ghost : folded_) canvas.Add(ghost, scale, rgb);
+        canvas.Finish(rgb);
+    });
 }
 
 }  // namespace vellux::engine

@@ -80,8 +80,10 @@ public:
     void SetFNumber(double fNumber);
 
     // Adds the flare of `light` (its position on the frame, colour and intensity) to `rgb`:
-    // packed linear RGB floats of the frame's size.
-    void Paint(FrameSize size, const FlareLight& light, float* rgb);
+    // packed linear RGB floats of the frame's size. On `threads` threads (0: every core), a part
+    // of the frame's rows on each with a ghost canvas of its own: every pixel gets the same sums
+    // in the same order whatever the number.
+    void Paint(FrameSize size, const FlareLight& light, float* rgb, int32_t threads = 1);
 
 private:
     lens::Prescription lens_;
@@ -98,7 +100,7 @@ private:
     // were traced for: a light that stays put is painted without folding them again.
     lens::FootprintSettings foldedFor_;
     std::vector<GhostImage> folded_;
-    GhostCanvas canvas_;
+    std::vector<GhostCanvas> canvases_;   // one a part of the frame's rows
 };
 
 }  // namespace vellux::engine

@@ -22,12 +22,16 @@ std::vector<Band> RowParts(Band rows, int32_t threads, int32_t leastRows) {
 }
 
 void ForRowParts(Band rows, int32_t threads, int32_t leastRows, const std::function<void(Band)>& work) {
-    const std::vector<Band> parts = RowParts(rows, threads, leastRows);
+    ForEachRowPart(RowParts(rows, threads, leastRows), [&work](size_t, Band part) { work(part); });
+}
+
+void ForEachRowPart(const std::vector<Band>& parts, const std::function<void(size_t, Band)>& work) {
+    if (parts.empty()) return;
     std::mutex mutex;
     std::exception_ptr failure;
-    const auto run = [&](Band part) {
+    const auto run = [&](size_t p) {
         try {
-            work(part);
+            work(p, parts[p]);
         } catch (...) {
             const std::lock_guard lock(mutex);
             if (!failure) failure = std::current_exception();
@@ -36,12 +40,12 @@ void ForRowParts(Band rows, int32_t threads, int32_t leastRows, const std::funct
     std::vector<std::thread> started;
     size_t p = 1;
     try {
-        for (; p < parts.size(); ++p) started.emplace_back(run, parts[p]);
+        for (; p < parts.size(); ++p) started.emplace_back(run, p);
     } catch (const std::system_error&) {
         // no more threads: the calling thread takes the parts left
     }
-    run(parts[0]);
-    for (size_t left = p; left < parts.size(); ++left) run(parts[left]);
+    run(0);
+    for (size_t left = p; left < parts.size(); ++left) run(left);
     for (std::thread& thread : started) thread.join();
     if (failure) std::rethrow_exception(failure);
 }

@@ -24,6 +24,9 @@ std::vector<Band> RowParts(Band rows, int32_t threads, int32_t leastRows);
 // work(part) for every part of RowParts(rows, threads, leastRows), at once.
 void ForRowParts(Band rows, int32_t threads, int32_t leastRows, const std::function<void(Band)>& work);
 
+// work(i, parts[i]) for every part, at once: for work that keeps something of its own per part.
+void ForEachRowPart(const std::vector<Band>& parts, const std::function<void(size_t, Band)>& work);
+
 }  // namespace vellux::engine
 
 #endif  // VELLUX_ENGINE_ROW_PARTS_H

@@ -70,7 +70,7 @@ std::vector<StarburstRay> StarburstRays(const lens::Starburst& burst) {
 // The rays from the pattern's rim outwards, each a thin line of light spread over the frame
 // pixels beside it, until it fades below what a frame can show.
 void AddRays(const std::vector<StarburstRay>& rays, double cx, double cy, const float scale[3], FrameSize frame, double frameMm,
-             float* rgb) {
+             float* rgb, Band rows) {
     const double reach = std::hypot(frame.width, frame.height);
     for (const StarburstRay& ray : rays) {
         const double dx = std::cos(ray.angle), dy = std::sin(ray.angle);
@@ -90,7 +90,8 @@ void AddRays(const std::vector<StarburstRay>& rays, double cx, double cy, const 
             const double weights[4] = {(1 - tx) * (1 - ty), tx * (1 - ty), (1 - tx) * ty, tx * ty};
             const int xs[4] = {i, i + 1, i, i + 1}, ys[4] = {j, j, j + 1, j + 1};
             for (int q = 0; q < 4; ++q) {
-                if (xs[q] < 0 || ys[q] < 0 || xs[q] >= frame.width || ys[q] >= frame.height) continue;
+                if (xs[q] < 0 || ys[q] < rows.top || xs[q] >= frame.width || ys[q] >= frame.height || ys[q] >= rows.bottom)
+                    continue;
                 float* out = &rgb[(size_t(ys[q]) * size_t(frame.width) + size_t(xs[q])) * 3];
                 for (int c = 0; c < 3; ++c) out[c] += float(weights[q]) * add[c];
             }
@@ -99,7 +100,7 @@ void AddRays(const std::vector<StarburstRay>& rays, double cx, double cy, const 
 }
 
 void AddPattern(const float* pattern, int size, double patternMm, double cx, double cy, const float scale[3],
-                FrameSize frame, double frameMm, float* rgb) {
+                FrameSize frame, double frameMm, float* rgb, Band rows) {
     const double step = patternMm / frameMm;      // a pattern pixel's side in frame pixels
     const double origin = -0.5 * size * step;     // the pattern's corner from the light
     const double share = 1.0 / (step * step);     // of a pattern pixel, per frame pixel area of overlap
@@ -122,7 +123,8 @@ void AddPattern(const float* pattern, int size, double patternMm, double cx, dou
     std::vector<double> row(size_t(span) * 3);
     for (int py = 0; py < size; ++py) {
         const double y0 = cy + origin + py * step, y1 = y0 + step;
-        const int fy0 = FloorWithin(y0, 0, frame.height), fy1 = FloorWithin(y1, -1, frame.height - 1);
+        const int fy0 = std::max(FloorWithin(y0, 0, frame.height), rows.top);
+        const int fy1 = std::min(FloorWithin(y1, -1, frame.height - 1), rows.bottom - 1);
         if (fy0 > fy1) continue;
         std::fill(row.begin(), row.end(), 0.0);
         const float* values = &pattern[size_t(py) * size_t(size) * 3];

@@ -4,6 +4,7 @@
 #define VELLUX_ENGINE_STARBURST_PAINTING_H
 
 #include <array>
+#include <cstdint>
 #include <vector>
 
 #include "engine/flare_instance.h"
@@ -23,17 +24,21 @@ struct StarburstRay {
 // The rays a pattern draws (none for a round aperture).
 std::vector<StarburstRay> StarburstRays(const lens::Starburst& burst);
 
+// Both painters write only the frame's rows `rows` (the whole frame by default): a frame painted in
+// parts of its rows, one painter a part, gets exactly the values of one painting of the whole.
+inline constexpr Band kEveryRow{0, INT32_MAX};
+
 // Adds the rays, times `scale` per channel, from the pattern's rim at frame pixel coordinates
 // (cx, cy) outwards until they fade below what a frame can show.
 void AddRays(const std::vector<StarburstRay>& rays, double cx, double cy, const float scale[3], FrameSize frame,
-             double frameMm, float* rgb);
+             double frameMm, float* rgb, Band rows = kEveryRow);
 
 // Adds `pattern` (a square of `size` pixels of `patternMm` mm, centred on its middle pixel, RGB
 // floats) times `scale` (per channel) to `rgb` (a frame of `frame` pixels of `frameMm` mm) with its
 // centre at frame pixel coordinates (cx, cy): each pattern pixel's value spread over the frame
 // pixels it overlaps in proportion (energy kept, whichever pixels are larger).
 void AddPattern(const float* pattern, int size, double patternMm, double cx, double cy, const float scale[3],
-                FrameSize frame, double frameMm, float* rgb);
+                FrameSize frame, double frameMm, float* rgb, Band rows = kEveryRow);
 
 }  // namespace vellux::engine
 

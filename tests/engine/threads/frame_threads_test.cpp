@@ -246,6 +246,31 @@ TEST_F(FrameThreadsTest, CompositesAndPassesAreTheSameOnEveryThreadCount) {
     }
 }
 
+// A lens's own flare is painted a part of the rows on each thread, each part with a ghost canvas
+// of its own: the same floats on any number of threads, at an odd size, with the light inside the
+// frame and outside it, its ghosts large (gathered coarsely) and small (spread on the frame), the
+// starburst's rays crossing the parts.
+TEST_F(FrameThreadsTest, ALensLookIsTheSameOnEveryThreadCount) {
+    FlareSetup setup = Setup();
+    setup.lens = LensLookOptions{std::string(VELLUX_LENS_DIR "/double-gauss-50mm.json")};
+    setup.lens->fNumber = 8.0, setup.lens->blades = 6;   // a starburst with rays
+    Flare flare(setup);
+    const FrameSize size{301, 203};
+    for (const FlareLight& light : {FlareLight{90.0, 70.0, {255, 230, 200}, 1.0, 0.0},
+                                    FlareLight{312.0, 120.0, {255, 255, 255}, 2.0, 0.0}}) {
+        SCOPED_TRACE(std::to_string(light.x) + "," + std::to_string(light.y));
+        std::vector<float> one(size_t(size.width) * size_t(size.height) * 4), many(one.size());
+        flare.SetThreads(1);
+        flare.PassInto(size, light, "linear", one.data());
+        ASSERT_GT(*std::max_element(one.begin(), one.end()), 0.0f);
+        for (const int32_t threads : {2, 3, 8}) {
+            flare.SetThreads(threads);
+            flare.PassInto(size, light, "linear", many.data());
+            EXPECT_TRUE(many == one) << threads << " threads";
+        }
+    }
+}
+
 TEST_F(FrameThreadsTest, ProgressIsSerialisedAndCountsTheWholeFrame) {
     const FrameSize size{100, 517};
     Flare flare(Setup(HeavyLook()));
