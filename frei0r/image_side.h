@@ -32,9 +32,8 @@ struct ImageSide {
 inline constexpr const char* kImageSideLibrary = "libvellux_frei0r_images.so";
 inline constexpr const char* kImageSideEntry = "vellux_frei0r_image_side";
 
-// The table, the library loaded on the first call (by the filter's own library search path, as it
-// finds the engine). Throws std::runtime_error naming the library when it cannot be loaded; the
-// next call tries again.
+// The table, the library loaded from the engine's folder on the first call. Throws
+// std::runtime_error naming the library when it cannot be loaded; the next call tries again.
 const ImageSide& TheImageSide();
 
 }  // namespace vellux::frei0r
