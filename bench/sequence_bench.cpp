@@ -108,22 +108,24 @@ void BM_ReadPlate(benchmark::State& state) {
 }
 BENCHMARK(BM_ReadPlate)->Unit(benchmark::kMillisecond);
 
-void BM_Flare(benchmark::State& state) {   // conversion in, SETF + GENF, conversion out
+void BM_Flare(benchmark::State& state) {   // conversion in, SETF + GENF, conversion out; on 1 or 2 threads
     FlareSetup setup;
     setup.plugin = VELLUX_PLUGIN_PATH;
     Flare flare(setup);
+    flare.SetThreads(int32_t(state.range(0)));
     const OIIO::ImageBuf plate = FrameImage::Read(Work() / "plate.png").image();
     FlareLight light;
     light.x = 0.3 * kSize.width;
     light.y = 0.35 * kSize.height;
     for (auto _ : state) benchmark::DoNotOptimize(flare.Composite(plate, light, {}));
 }
-BENCHMARK(BM_Flare)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Flare)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_FlareFloat(benchmark::State& state) {   // a float plate: the pass, to linear, added in float
     FlareSetup setup;
     setup.plugin = VELLUX_PLUGIN_PATH;
     Flare flare(setup);
+    flare.SetThreads(int32_t(state.range(0)));
     OIIO::ImageBuf plate;
     OIIO::ImageBufAlgo::copy(plate, FrameImage::Read(Work() / "plate.png").image(), OIIO::TypeFloat);
     FlareLight light;
@@ -131,7 +133,7 @@ void BM_FlareFloat(benchmark::State& state) {   // a float plate: the pass, to l
     light.y = 0.35 * kSize.height;
     for (auto _ : state) benchmark::DoNotOptimize(flare.Composite(plate, light, {}));
 }
-BENCHMARK(BM_FlareFloat)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_FlareFloat)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // A flared 1080p frame written with each compression: 8-bit PNG, and EXR in float and half (the
 // sample frame made linear); the file's size is the counter "bytes".

@@ -1,6 +1,7 @@
 #include "engine/flare.h"
 
 #include <algorithm>
+#include <memory>
 #include <stdexcept>
 
 #include <OpenImageIO/color.h>
@@ -12,6 +13,7 @@
 #include "engine/frame_memory.h"
 #include "engine/hdr_pass.h"
 #include "engine/plate.h"
+#include "engine/row_parts.h"
 
 namespace vellux::engine {
 
@@ -34,46 +36,56 @@ int16_t IntegerDepth(const OIIO::ImageSpec& spec, const std::string& space) {
 // Rows changed at once: the plate's values and the flare's for a few hundred kilobytes.
 constexpr int32_t kBandRows = 32;
 
-// Runs `blend(values, first pixel, count)` over the image's colour band by band, its values read
-// as Value and written back; an image that only borrows its memory (a caller's array) gets memory
-// of its own first.
+// Runs `blend(part, values, channels, first pixel, count)` over the image's colour band by band,
+// its values read as Value and written back; an image that only borrows its memory (a caller's
+// array) gets memory of its own first. The bands are shared out on `threads` threads in runs of
+// whole bands (row_parts.h), so every band is the same rows whatever the number; `part` tells
+// which thread's share a band is in, for a blend that keeps something per thread.
 template <typename Value, typename BlendBand>
-void BlendBands(OIIO::ImageBuf& image, const BlendBand& blend) {
+void BlendBands(OIIO::ImageBuf& image, int32_t threads, const BlendBand& blend) {
     if (image.storage() != OIIO::ImageBuf::LOCALBUFFER) image = image.copy(OIIO::TypeUnknown);
     const OIIO::TypeDesc type = OIIO::TypeDescFromC<Value>::value();
     const int32_t width = image.spec().width, height = image.spec().height;
     const size_t channels = size_t(image.nchannels());
-    std::vector<Value> values(size_t(width) * size_t(kBandRows) * channels);
-    for (int32_t y0 = 0; y0 < height; y0 += kBandRows) {
-        const int32_t y1 = std::min(y0 + kBandRows, height);
-        const OIIO::ROI rows(image.xbegin(), image.xend(), image.ybegin() + y0, image.ybegin() + y1, 0, 1, 0,
-                             int(channels));
-        if (!image.get_pixels(rows, type, values.data()))
-            throw std::runtime_error("cannot read the plate: " + image.geterror());
-        blend(values.data(), channels, size_t(y0) * size_t(width), size_t(y1 - y0) * size_t(width));
-        if (!image.set_pixels(rows, type, values.data()))
-            throw std::runtime_error("cannot write the plate: " + image.geterror());
-    }
+    const int32_t bands = (height + kBandRows - 1) / kBandRows;
+    ForEachRowPart(RowParts({0, bands}, threads, 1), [&](size_t part, Band shared) {
+        std::vector<Value> values(size_t(width) * size_t(kBandRows) * channels);
+        for (int32_t band = shared.top; band < shared.bottom; ++band) {
+            const int32_t y0 = band * kBandRows, y1 = std::min(y0 + kBandRows, height);
+            const OIIO::ROI rows(image.xbegin(), image.xend(), image.ybegin() + y0, image.ybegin() + y1, 0, 1, 0,
+                                 int(channels));
+            if (!image.get_pixels(rows, type, values.data()))
+                throw std::runtime_error("cannot read the plate: " + image.geterror());
+            blend(part, values.data(), channels, size_t(y0) * size_t(width), size_t(y1 - y0) * size_t(width));
+            if (!image.set_pixels(rows, type, values.data()))
+                throw std::runtime_error("cannot write the plate: " + image.geterror());
+        }
+    });
 }
 
 // The plug-in's pixels of the flare painted on black, into an 8-bit or 16-bit sRGB plate.
-void BlendPainted(OIIO::ImageBuf& colour, const PluginPixels& flare, Blend blend) {
+void BlendPainted(OIIO::ImageBuf& colour, const PluginPixels& flare, Blend blend, int32_t threads) {
     if (flare.depth == 32) {
-        BlendBands<uint8_t>(colour, [&](uint8_t* values, size_t channels, size_t first, size_t count) {
+        BlendBands<uint8_t>(colour, threads, [&](size_t, uint8_t* values, size_t channels, size_t first, size_t count) {
             BlendBytes(values, channels, flare.bytes.data() + first * 4, count, blend);
         });
         return;
     }
-    BlendBands<uint16_t>(colour, [&](uint16_t* values, size_t channels, size_t first, size_t count) {
+    BlendBands<uint16_t>(colour, threads, [&](size_t, uint16_t* values, size_t channels, size_t first, size_t count) {
         BlendShorts(values, channels, reinterpret_cast<const uint16_t*>(flare.bytes.data()) + first * 3, count, blend);
     });
 }
 
-// The flare's float levels into a plate of any pixel type, in colour space `space`.
-void BlendLevels(OIIO::ImageBuf& colour, const std::vector<float>& levels, Blend blend, const std::string& space) {
-    LevelBlender blender(space, blend);
-    BlendBands<float>(colour, [&](float* values, size_t channels, size_t first, size_t count) {
-        blender.Blend(values, channels, levels.data() + first * 3, count);
+// The flare's float levels into a plate of any pixel type, in colour space `space`: a blender
+// (its scratch space) per thread.
+void BlendLevels(OIIO::ImageBuf& colour, const std::vector<float>& levels, Blend blend, const std::string& space,
+                 int32_t threads) {
+    const int32_t bands = (colour.spec().height + kBandRows - 1) / kBandRows;
+    std::vector<std::unique_ptr<LevelBlender>> blenders;
+    for (size_t p = 0; p < RowParts({0, bands}, threads, 1).size(); ++p)
+        blenders.push_back(std::make_unique<LevelBlender>(space, blend));
+    BlendBands<float>(colour, threads, [&](size_t part, float* values, size_t channels, size_t first, size_t count) {
+        blenders[part]->Blend(values, channels, levels.data() + first * 3, count);
     });
 }
 
@@ -146,9 +158,9 @@ OIIO::ImageBuf Flare::Composite(OIIO::ImageBuf plate, const FlareLight& light, c
     const FrameSize size{colour.spec().width, colour.spec().height};
 
     if (const int16_t depth = look_ ? 0 : IntegerDepth(colour.spec(), space); depth != 0)
-        BlendPainted(colour, PaintBlack(size, light, depth, options.bandRows), options.blend);
+        BlendPainted(colour, PaintBlack(size, light, depth, options.bandRows), options.blend, threads_);
     else
-        BlendLevels(colour, PaintLevels(size, light, options.bandRows), options.blend, space);
+        BlendLevels(colour, PaintLevels(size, light, options.bandRows), options.blend, space, threads_);
 
     OIIO::ImageBuf painted = layout.plain ? std::move(colour) : WithFrameColour(plate, layout, colour);
     painted.specmod().attribute("oiio:ColorSpace", space);

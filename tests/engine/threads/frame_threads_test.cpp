@@ -246,6 +246,29 @@ TEST_F(FrameThreadsTest, CompositesAndPassesAreTheSameOnEveryThreadCount) {
     }
 }
 
+// Plates are blended a run of bands on each thread, float plates with a blender of their own each.
+TEST_F(FrameThreadsTest, PlatesAreBlendedTheSameOnEveryThreadCount) {
+    const FrameSize size{157, 301};
+    const FlareLight light{60.0, 150.0, {255, 255, 255}, 3.0, 0.0};
+    Flare flare(Setup(HeavyLook()));
+    OfferLittleMemory(flare);
+    for (const OIIO::TypeDesc type : {OIIO::TypeUInt8, OIIO::TypeFloat}) {
+        OIIO::ImageBuf plate(OIIO::ImageSpec(size.width, size.height, 3, type));
+        const float grey[3] = {0.3f, 0.4f, 0.5f};
+        OIIO::ImageBufAlgo::fill(plate, grey);
+        for (const Blend blend : {Blend::display, Blend::add}) {
+            SCOPED_TRACE(std::string(type.c_str()) + " " + BlendName(blend));
+            flare.SetThreads(1);
+            const OIIO::ImageBuf one = flare.Composite(plate, light, {0, "", blend});
+            for (const int32_t threads : {2, 3, 8}) {
+                flare.SetThreads(threads);
+                const OIIO::ImageBuf many = flare.Composite(plate, light, {0, "", blend});
+                EXPECT_EQ(OIIO::ImageBufAlgo::compare(one, many, 0.0f, 0.0f).nfail, 0u) << threads << " threads";
+            }
+        }
+    }
+}
+
 // A lens's own flare is painted a part of the rows on each thread, each part with a ghost canvas
 // of its own: the same floats on any number of threads, at an odd size, with the light inside the
 // frame and outside it, its ghosts large (gathered coarsely) and small (spread on the frame), the
