@@ -40,6 +40,10 @@ struct PreviewPlateOptions {
     std::filesystem::path file;
     std::string colorspace;        // the plate's; empty: by pixel type, as a render chooses
     Blend blend = kDefaultBlend;
+    // Threads composing a preview over a plate other than 8-bit sRGB (0: every core), a part of
+    // its rows on each with a blender of its own: every pixel is composed alone, so the preview
+    // is the same on any number.
+    int32_t threads = 0;
 };
 
 class PreviewPlate final : public host::ImageBackdrop {
@@ -65,7 +69,8 @@ private:
     std::string space_;
     Blend blend_;
     bool bytes_ = false;           // an integer sRGB plate: the render's byte route
-    std::unique_ptr<LevelBlender> blender_;   // the other plates' route
+    int32_t threads_;
+    std::vector<std::unique_ptr<LevelBlender>> blenders_;   // the other plates' route, one a part
     OIIO::ColorProcessorHandle toDisplay_;    // the plate's space to sRGB; null when it is sRGB
 
     // The plate at the size last drawn, and the draw's working rows (kept from draw to draw).

@@ -99,4 +99,23 @@ TEST_F(PreviewPlateTest, TheFlareShowsOverThePlateAsTheRenderBlendsItInThePlates
     }
 }
 
+// A float plate's preview is composed a part of its rows on each thread: the same bytes on any
+// number of them, for every blend.
+TEST_F(PreviewPlateTest, APreviewIsTheSameOnEveryThreadCount) {
+    const fs::path exr = Plate("ramp.exr", 200, 120, OIIO::TypeHalf, [](int x, int y) { return 0.01f * float(x % 97) + 0.002f * float(y); });
+    std::vector<uint8_t> flare(200 * 120 * 4);
+    for (size_t i = 0; i < flare.size(); ++i) flare[i] = i % 4 == 0 ? 0 : uint8_t(i * 13 % 256);
+    for (const Blend blend : {Blend::display, Blend::add, Blend::screen}) {
+        SCOPED_TRACE(BlendName(blend));
+        std::vector<uint8_t> one = flare;
+        PreviewPlate({exr, "", blend, 1}).Compose(one.data(), 200, 120);
+        ASSERT_NE(one, flare);
+        for (const int32_t threads : {2, 3}) {
+            std::vector<uint8_t> many = flare;
+            PreviewPlate({exr, "", blend, threads}).Compose(many.data(), 200, 120);
+            EXPECT_EQ(many, one) << threads << " threads";
+        }
+    }
+}
+
 }  // namespace
