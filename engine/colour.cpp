@@ -114,10 +114,16 @@ const LevelTables* LevelTablesFor(const std::string& name) {
     if (IsDisplaySpace(name)) return nullptr;
     static std::mutex mutex;
     static std::map<std::string, std::unique_ptr<LevelTables>> made;   // by space, null where unusable
+    {
+        const std::lock_guard lock(mutex);
+        const auto found = made.find(name);
+        if (found != made.end()) return found->second.get();
+    }
+    // Made without the lock, which is never held while the colour library takes locks of its own;
+    // two threads may both make a space's tables, and the first kept is the one every caller gets.
+    std::unique_ptr<LevelTables> tables = MakeLevelTables(name);
     const std::lock_guard lock(mutex);
-    const auto found = made.find(name);
-    if (found != made.end()) return found->second.get();
-    return made.emplace(name, MakeLevelTables(name)).first->second.get();
+    return made.emplace(name, std::move(tables)).first->second.get();
 }
 
 }  // namespace vellux::engine
