@@ -81,9 +81,8 @@ void BlendPainted(OIIO::ImageBuf& colour, const PluginPixels& flare, Blend blend
 void BlendLevels(OIIO::ImageBuf& colour, const std::vector<float>& levels, Blend blend, const std::string& space,
                  int32_t threads) {
     const int32_t bands = (colour.spec().height + kBandRows - 1) / kBandRows;
-    std::vector<std::unique_ptr<LevelBlender>> blenders;
-    for (size_t p = 0; p < RowParts({0, bands}, threads, 1).size(); ++p)
-        blenders.push_back(std::make_unique<LevelBlender>(space, blend));
+    std::vector<std::unique_ptr<LevelBlender>> blenders(RowParts({0, bands}, threads, 1).size());
+    for (std::unique_ptr<LevelBlender>& blender : blenders) blender = std::make_unique<LevelBlender>(space, blend);
     BlendBands<float>(colour, threads, [&](size_t part, float* values, size_t channels, size_t first, size_t count) {
         blenders[part]->Blend(values, channels, levels.data() + first * 3, count);
     });

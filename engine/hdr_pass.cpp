@@ -232,7 +232,7 @@ Band ClippedRows(const PluginPixels& frame, Band rows, uint32_t clip, int32_t th
         const std::lock_guard lock(mutex);
         found = Band{std::min(found.top, partFound.top), std::max(found.bottom, partFound.bottom)};
     });
-    return found.top < found.bottom ? found : Band{rows.bottom, rows.top};
+    return found;
 }
 
 }  // namespace
